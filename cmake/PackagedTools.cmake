@@ -1,0 +1,34 @@
+# The packaged tools live in share/vorlix/bin beside bin/, as in an install.
+set(VORLIX_TOOLS_DIR ${CMAKE_BINARY_DIR}/share/vorlix/bin)
+set(VORLIX_WHISPER_CLI "$ENV{HOME}/.cache/vorlix/whisper-cli" CACHE FILEPATH
+    "whisper-cli built by scripts/build-whisper.sh")
+if(DEFINED ENV{XDG_CACHE_HOME} AND NOT "$ENV{XDG_CACHE_HOME}" STREQUAL "")
+  set(VORLIX_WHISPER_CLI "$ENV{XDG_CACHE_HOME}/vorlix/whisper-cli" CACHE FILEPATH "" FORCE)
+endif()
+
+find_program(DEBIAN_PYTHON NAMES python3 PATHS /usr/bin NO_DEFAULT_PATH)
+if(NOT DEBIAN_PYTHON)
+  find_program(DEBIAN_PYTHON NAMES python3 REQUIRED)
+endif()
+
+add_custom_command(
+  OUTPUT ${VORLIX_TOOLS_DIR}/yt-dlp
+  COMMAND ${CMAKE_COMMAND} -E make_directory ${VORLIX_TOOLS_DIR}
+  COMMAND ${DEBIAN_PYTHON} ${CMAKE_SOURCE_DIR}/scripts/make-ytdlp-zip.py ${VORLIX_TOOLS_DIR}/yt-dlp
+  DEPENDS ${CMAKE_SOURCE_DIR}/scripts/make-ytdlp-zip.py
+  COMMENT "Packing the self-updatable yt-dlp")
+set(packaged ${VORLIX_TOOLS_DIR}/yt-dlp)
+
+if(EXISTS ${VORLIX_WHISPER_CLI})
+  add_custom_command(
+    OUTPUT ${VORLIX_TOOLS_DIR}/whisper-cli
+    COMMAND ${CMAKE_COMMAND} -E make_directory ${VORLIX_TOOLS_DIR}
+    COMMAND ${CMAKE_COMMAND} -E copy ${VORLIX_WHISPER_CLI} ${VORLIX_TOOLS_DIR}/whisper-cli
+    DEPENDS ${VORLIX_WHISPER_CLI}
+    COMMENT "Packaging whisper-cli")
+  list(APPEND packaged ${VORLIX_TOOLS_DIR}/whisper-cli)
+else()
+  message(WARNING "No whisper-cli at ${VORLIX_WHISPER_CLI}; run scripts/setup.sh first")
+endif()
+
+add_custom_target(packaged_tools ALL DEPENDS ${packaged})

@@ -1,0 +1,198 @@
+#include "engine/Tools.h"
+
+#include "core/AppSettings.h"
+#include "core/Utf8.h"
+
+#include <QCoreApplication>
+#include <QDir>
+#include <QFile>
+#include <QFileInfo>
+#include <QProcess>
+#include <QTimer>
+
+#include <QCoroProcess>
+#include <QCoroSignal>
+
+#include <cerrno>
+#include <climits>
+#include <csignal>
+#include <cstring>
+#include <syslog.h>
+#include <unistd.h>
+
+namespace Tools {
+namespace {
+
+bool isExecutableFile(const QString &path) {
+    if (path.isEmpty())
+        return false;
+    const QFileInfo info(path);
+    return info.isFile() && ::access(QFile::encodeName(path).constData(), X_OK) == 0;
+}
+
+QString installed(const QString &name, const Layout &layout) {
+    const QString path = layout.toolDir + u'/' + name;
+    return isExecutableFile(path) ? path : QString();
+}
+
+QString firstExisting(const QStringList &paths) {
+    for (const QString &p : paths)
+        if (isExecutableFile(p))
+            return p;
+    return {};
+}
+
+QString packaged(const QString &name, const Layout &layout) {
+    const QString path = layout.packagedDir + u'/' + name;
+    return QFileInfo::exists(path) ? path : QString();
+}
+
+void logInstallFailure(const QString &name, const QString &error) {
+    const QByteArray line = (QStringLiteral("Vorlix: failed to install ") + name + QStringLiteral(": ") + error).toUtf8();
+    ::syslog(LOG_WARNING, "%s", line.constData());
+}
+
+void install(const QString &name, bool overwriteIfNewer, const Layout &layout) {
+    const QString source = packaged(name, layout);
+    if (source.isEmpty())
+        return;
+    const QString destination = layout.toolDir + u'/' + name;
+
+    const QFileInfo dest(destination);
+    if (dest.exists() || dest.isSymLink()) {
+        if (!overwriteIfNewer)
+            return;
+        const QDateTime sourceTime = QFileInfo(source).lastModified();
+        const QDateTime destTime = dest.lastModified();
+        if (!sourceTime.isValid() || !destTime.isValid())
+            return;
+        if (!(sourceTime > destTime))
+            return;
+        QFile::remove(destination);
+    }
+
+    QFile in(source);
+    if (!in.copy(destination)) {
+        logInstallFailure(name, in.errorString());
+        return;
+    }
+    QFile out(destination);
+    const auto mode755 = QFileDevice::ReadOwner | QFileDevice::WriteOwner | QFileDevice::ExeOwner |
+                         QFileDevice::ReadGroup | QFileDevice::ExeGroup | QFileDevice::ReadOther |
+                         QFileDevice::ExeOther;
+    if (!out.setPermissions(mode755)) {
+        logInstallFailure(name, out.errorString());
+        return;
+    }
+    // No download-quarantine mark exists on Linux, so there is nothing to strip.
+}
+
+} // namespace
+
+Layout Layout::real() {
+    Layout layout;
+    layout.toolDir = Tools::toolDir();
+    layout.packagedDir = Tools::packagedDir();
+    layout.candidates = {
+        {ytDlpName,
+         {QStringLiteral("/opt/homebrew/bin/yt-dlp"), QStringLiteral("/usr/local/bin/yt-dlp"),
+          QStringLiteral("/usr/bin/yt-dlp")}},
+        {ffmpegName,
+         {QStringLiteral("/opt/homebrew/bin/ffmpeg"), QStringLiteral("/usr/local/bin/ffmpeg"),
+          QStringLiteral("/usr/bin/ffmpeg")}},
+        {whisperName,
+         {QStringLiteral("/opt/homebrew/bin/whisper-cli"), QStringLiteral("/usr/local/bin/whisper-cli"),
+          QStringLiteral("/opt/homebrew/bin/whisper-cpp"), QStringLiteral("/usr/local/bin/whisper-cpp"),
+          QStringLiteral("/usr/bin/whisper-cli"), QStringLiteral("/usr/bin/whisper-cpp")}},
+    };
+    return layout;
+}
+
+QString toolDir() { return AppSettings::appSupportDir() + QStringLiteral("/bin"); }
+
+QString packagedDir() {
+    return QDir::cleanPath(QCoreApplication::applicationDirPath() + QStringLiteral("/../share/vorlix/bin"));
+}
+
+QString ytDlpURL(const Layout &layout) {
+    if (QString p = installed(ytDlpName, layout); !p.isEmpty())
+        return p;
+    installBundledTools(layout);
+    if (QString p = installed(ytDlpName, layout); !p.isEmpty())
+        return p;
+    if (QString p = firstExisting(layout.candidates.value(ytDlpName)); !p.isEmpty())
+        return p;
+    return layout.toolDir + u'/' + ytDlpName;
+}
+
+QString systemFirstURL(const QString &name, const Layout &layout) {
+    if (QString p = firstExisting(layout.candidates.value(name)); !p.isEmpty())
+        return p;
+    if (QString p = installed(name, layout); !p.isEmpty())
+        return p;
+    return packaged(name, layout);
+}
+
+void installBundledTools(const Layout &layout) {
+    QDir().mkpath(layout.toolDir);
+    install(ytDlpName, false, layout);
+    install(ffmpegName, true, layout);
+    install(whisperName, true, layout);
+}
+
+QString ytDlpURL() { return ytDlpURL(Layout::real()); }
+QString ffmpegURL() { return systemFirstURL(ffmpegName, Layout::real()); }
+QString whisperURL() { return systemFirstURL(whisperName, Layout::real()); }
+void installBundledTools() { installBundledTools(Layout::real()); }
+
+void terminateProcessGroup(qint64 pid) {
+    if (pid <= 0)
+        return;
+    // Children run in their own group (see run()), so this reaches what they started too.
+    if (::kill(-static_cast<pid_t>(pid), SIGTERM) != 0)
+        ::kill(static_cast<pid_t>(pid), SIGTERM);
+}
+
+QCoro::Task<RunResult> run(QString executable, QStringList arguments, double timeoutSeconds) {
+    // Report a missing or non-executable program at once with the platform's own words.
+    const QByteArray nativePath = QFile::encodeName(executable);
+    if (::access(nativePath.constData(), X_OK) != 0)
+        throw LaunchError(std::strerror(errno));
+    if (QFileInfo(executable).isDir())
+        throw LaunchError(std::strerror(EACCES));
+
+    QProcess process;
+    process.setProgram(executable);
+    process.setArguments(arguments);
+    process.setInputChannelMode(QProcess::ForwardedInputChannel);
+    process.setChildProcessModifier([] { ::setpgid(0, 0); });
+    process.start(QIODevice::ReadOnly);
+
+    while (process.state() == QProcess::Starting)
+        co_await qCoro(&process, &QProcess::stateChanged);
+    if (process.state() != QProcess::Running && process.error() == QProcess::FailedToStart)
+        throw LaunchError(process.errorString().toStdString());
+
+    const qint64 pid = process.processId();
+    QTimer deadline;
+    deadline.setSingleShot(true);
+    const double ms = timeoutSeconds * 1000.0;
+    deadline.setInterval(ms >= double(INT_MAX) ? INT_MAX : ms <= 0 ? 0 : int(ms));
+    QObject::connect(&deadline, &QTimer::timeout, &process, [&process, pid] {
+        if (process.state() == QProcess::Running)
+            terminateProcessGroup(pid);
+    });
+    deadline.start();
+
+    if (process.state() != QProcess::NotRunning)
+        co_await qCoro(&process, &QProcess::finished);
+    deadline.stop();
+
+    RunResult result;
+    result.status = process.exitCode(); // for a signalled child this is the signal number
+    result.stdoutText = decodeUtf8Strict(process.readAllStandardOutput()).value_or(QString());
+    result.stderrText = decodeUtf8Strict(process.readAllStandardError()).value_or(QString());
+    co_return result;
+}
+
+} // namespace Tools

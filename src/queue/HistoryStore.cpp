@@ -22,7 +22,8 @@ QList<HistoryEntry> load(const QString &path) {
     QFile file(path);
     if (!file.open(QIODevice::ReadOnly) || file.size() > maxFileSize)
         return {};
-    // Mapped rather than read: a large history is parsed straight from the page cache.
+    // Mapped rather than read: a large history is parsed straight from the page cache. Saves
+    // replace the file by renaming a new one over it, so the mapped bytes never change under us.
     if (const uchar *mapped = file.map(0, file.size())) {
         auto entries = HistoryJson::decode(QByteArrayView(mapped, file.size()));
         file.unmap(const_cast<uchar *>(mapped));

@@ -209,6 +209,23 @@ private Q_SLOTS:
         QTest::newRow("deep but reasonable") << withExtra("\"x\":" + QByteArray(30, '[') + QByteArray(30, ']')) << 1;
         QTest::newRow("absurdly deep") << withExtra("\"x\":" + QByteArray(100000, '[') + QByteArray(100000, ']')) << -1;
         QTest::newRow("unknown value malformed") << withExtra(R"("x":[1,,2])") << -1;
+        // Wrong types and spellings anywhere refuse the whole file.
+        const auto edited = [&one](const char *from, const char *to) { return QByteArray(one).replace(from, to); };
+        QTest::newRow("array of numbers") << QByteArray("[1, 2]") << -1;
+        QTest::newRow("archived as number") << edited("false", "0") << -1;
+        QTest::newRow("title as null") << edited("\"t\"", "null") << -1;
+        QTest::newRow("url as array") << edited("\"u\"", "[\"u\"]") << -1;
+        QTest::newRow("id not a UUID") << edited("0B4F2B4E-", "0B4F2B4E") << -1;
+        QTest::newRow("id in braces") << edited("\"0B4F2B4E-1C1A-4C8E-9E0B-5B8C3A9D7E11\"",
+                                                 "\"{0B4F2B4E-1C1A-4C8E-9E0B-5B8C3A9D7E11}\"")
+                                      << -1;
+        // And what a tolerant reader of this format accepts.
+        QTest::newRow("lower-case id") << edited("0B4F2B4E", "0b4f2b4e") << 1;
+        QTest::newRow("null filePath") << edited("\"date\"", "\"filePath\":null,\"date\"") << 1;
+        QTest::newRow("keys in another order")
+            << QByteArray(R"([{"archived":true,"date":1,"mode":"m","category":"c","source":"s","title":"t",)"
+                          R"("url":"u","id":"0B4F2B4E-1C1A-4C8E-9E0B-5B8C3A9D7E11"}])")
+            << 1;
         QTest::newRow("escaped key") << QByteArray(QByteArray(one).replace("\"url\"", R"("\u0075rl")")) << 1;
         QTest::newRow("null archived") << QByteArray(QByteArray(one).replace("false", "null")) << -1;
         QTest::newRow("capitalised literal") << QByteArray(QByteArray(one).replace("false", "False")) << -1;

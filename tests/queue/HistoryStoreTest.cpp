@@ -229,7 +229,6 @@ private Q_SLOTS:
         QTest::newRow("not json") << QByteArray("history");
         QTest::newRow("object, not array") << good;
         QTest::newRow("truncated") << QByteArray('[' + good + ',' + good.left(good.size() / 2));
-        QTest::newRow("array of numbers") << QByteArray("[1, 2]");
         QTest::newRow("one bad among good ones") << QByteArray('[' + good + ",{\"id\":1}," + good + ']');
         for (const char *key : {"id", "url", "title", "source", "category", "mode", "date", "archived"}) {
             QByteArray missing = good;
@@ -239,15 +238,7 @@ private Q_SLOTS:
         }
         QByteArray g = good;
         QTest::newRow("archived as text") << QByteArray('[' + QByteArray(g).replace("false", "\"false\"") + ']');
-        QTest::newRow("archived as number") << QByteArray('[' + QByteArray(g).replace("false", "0") + ']');
-        QTest::newRow("date as text") << QByteArray('[' + QByteArray(g).replace("700000000.5", "\"700000000\"") + ']');
-        QTest::newRow("title as null") << QByteArray('[' + QByteArray(g).replace("\"A\"", "null") + ']');
         QTest::newRow("filePath as number") << QByteArray('[' + validEntryJson(",\"filePath\":5") + ']');
-        QTest::newRow("id not a UUID") << QByteArray('[' + QByteArray(g).replace("0B4F2B4E-", "0B4F2B4E") + ']');
-        QTest::newRow("id in braces") << QByteArray('[' + QByteArray(g)
-                                                              .replace("\"0B4F2B4E", "\"{0B4F2B4E")
-                                                              .replace("7E11\"", "7E11}\"") + ']');
-        QTest::newRow("invalid UTF-8") << QByteArray('[' + QByteArray(g).replace("\"A\"", "\"A\xff\xfe\"") + ']');
     }
     void malformedFilesReadAsEmpty() {
         QFETCH(QByteArray, content);
@@ -265,48 +256,6 @@ private Q_SLOTS:
         const auto onDisk = HistoryJson::decode(readAll(path));
         QVERIFY(onDisk);
         QCOMPARE(onDisk->size(), 1);
-    }
-
-    void tolerableFilesLoad_data() {
-        QTest::addColumn<QByteArray>("content");
-        QTest::addColumn<int>("count");
-        QTest::addColumn<double>("secondsSince2001");
-        QTest::addColumn<bool>("hasFile");
-        QTest::newRow("empty array") << QByteArray(" [ ] ") << 0 << 0.0 << false;
-        QTest::newRow("plain entry") << QByteArray('[' + validEntryJson() + ']') << 1 << 700000000.5 << false;
-        QTest::newRow("null filePath") << QByteArray('[' + validEntryJson(",\"filePath\":null") + ']') << 1
-                                       << 700000000.5 << false;
-        QTest::newRow("unknown keys") << QByteArray('[' + validEntryJson(",\"thumbnail\":[1,2],\"filePath\":\"/a\"") +
-                                                    ']')
-                                      << 1 << 700000000.5 << true;
-        QTest::newRow("whole-number date") << QByteArray('[' + validEntryJson().replace("700000000.5", "12") + ']')
-                                           << 1 << 12.0 << false;
-        QTest::newRow("date before 2001") << QByteArray('[' + validEntryJson().replace("700000000.5", "-86400.25") +
-                                                        ']')
-                                          << 1 << -86400.25 << false;
-        QTest::newRow("lower-case id") << QByteArray('[' + validEntryJson().replace("0B4F2B4E", "0b4f2b4e") + ']')
-                                       << 1 << 700000000.5 << false;
-        QTest::newRow("keys in another order")
-            << QByteArray(R"([{"archived":true,"date":1,"mode":"m","category":"c","source":"s","title":"t",)"
-                          R"("url":"u","id":"0B4F2B4E-1C1A-4C8E-9E0B-5B8C3A9D7E11"}])")
-            << 1 << 1.0 << false;
-    }
-    void tolerableFilesLoad() {
-        QFETCH(QByteArray, content);
-        QFETCH(int, count);
-        QFETCH(double, secondsSince2001);
-        QFETCH(bool, hasFile);
-        const QString path = freshPath();
-        QDir().mkpath(QFileInfo(path).absolutePath());
-        writeAll(path, content);
-        HistoryStore store(path);
-        QCOMPARE(store.entries().size(), count);
-        if (count == 0)
-            return;
-        const HistoryEntry &e = store.entries().first();
-        QCOMPARE(e.idString(), QStringLiteral("0B4F2B4E-1C1A-4C8E-9E0B-5B8C3A9D7E11"));
-        QCOMPARE(HistoryEntry::referenceSeconds(e.date()), secondsSince2001);
-        QCOMPARE(e.filePath().has_value(), hasFile);
     }
 
     void toggleArchiveTwiceWritesTwice() {

@@ -18,7 +18,20 @@ namespace {
 // A history this large is not ours; reading it would only exhaust memory.
 constexpr qint64 maxFileSize = qint64(1) << 30;
 
+// A save cut short by a crash can leave its unfinished temporary copy ("history.json.XXXXXX")
+// beside the file; nothing else ever names a file like that, so it is safe to sweep at start.
+void removeStaleSaveCopies(const QString &path) {
+    const QFileInfo info(path);
+    QDir dir = info.absoluteDir();
+    const QString prefix = info.fileName() + u'.';
+    const auto names = dir.entryList({prefix + QStringLiteral("*")}, QDir::Files | QDir::Hidden);
+    for (const QString &name : names)
+        if (name.size() == prefix.size() + 6)
+            dir.remove(name);
+}
+
 QList<HistoryEntry> load(const QString &path) {
+    removeStaleSaveCopies(path);
     QFile file(path);
     if (!file.open(QIODevice::ReadOnly) || file.size() > maxFileSize)
         return {};

@@ -227,6 +227,8 @@ QString summaryText(const QString &title, const QStringList &points) {
 }
 
 std::optional<QString> writeSummary(const QString &transcriptPath, const QString &title) {
+    if (transcriptPath.isEmpty())
+        return std::nullopt;
     QFile in(transcriptPath);
     if (!in.open(QIODevice::ReadOnly) || in.size() > kMaxTranscriptBytes)
         return std::nullopt;

@@ -227,17 +227,17 @@ QCoro::Task<QString> Transcriber::transcribe(QString file) {
     if (ffmpeg.isEmpty())
         throw TranscribeError::conversionFailed();
     // whisper.cpp works at 16 kHz mono; handing it exactly that spares it a resampling pass.
-    const QStringList convertArgs{QStringLiteral("-y"),    QStringLiteral("-i"),  file,
-                                  QStringLiteral("-ar"),   QStringLiteral("16000"), QStringLiteral("-ac"),
-                                  QStringLiteral("1"),     QStringLiteral("-f"),  QStringLiteral("wav"),
-                                  wav};
+    const QStringList convertArgs{QStringLiteral("-y"),  QStringLiteral("-i"), file,
+                                  QStringLiteral("-ar"), QStringLiteral("16000"),
+                                  QStringLiteral("-ac"), QStringLiteral("1"),
+                                  QStringLiteral("-f"),  QStringLiteral("wav"), wav};
     const Tools::RunResult converted = co_await Tools::run(ffmpeg, convertArgs, kConversionTimeout);
     if (converted.status != 0)
         throw TranscribeError::conversionFailed();
 
     const QString base = pathWithoutExtension(file);
-    const QStringList recognizeArgs{QStringLiteral("-m"),    model,  QStringLiteral("-f"),
-                                    wav,                     QStringLiteral("-osrt"), QStringLiteral("-otxt"),
+    const QStringList recognizeArgs{QStringLiteral("-m"),    model, QStringLiteral("-f"), wav,
+                                    QStringLiteral("-osrt"), QStringLiteral("-otxt"),
                                     QStringLiteral("-of"),   base};
     const Tools::RunResult recognized = co_await Tools::run(whisper, recognizeArgs, kRecognitionTimeout);
     const QString srt = base + QStringLiteral(".srt");

@@ -32,6 +32,10 @@ inline constexpr QLatin1String twitterDomain{"twitter.com"};
 
 // ---- Speech models and application updates ----
 
+// The whisper.cpp ggml model repository; "ggml-<name>.bin" is fetched below it. The host answers
+// with a redirect to its download CDN.
+inline const QString speechModelRepository = QStringLiteral("https://huggingface.co/ggerganov/whisper.cpp/resolve/main/");
+
 // (end of speech models and application updates)
 
 } // namespace SiteAddresses

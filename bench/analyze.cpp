@@ -21,7 +21,7 @@
 
 namespace {
 
-constexpr int rounds = 5;
+constexpr int rounds = 7;
 
 double median(std::vector<double> v) {
     std::sort(v.begin(), v.end());

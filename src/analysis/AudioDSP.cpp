@@ -95,6 +95,10 @@ struct KissDeleter {
 using Chroma = std::array<double, 12>;
 
 // Band power per pitch class over the DFT frames [first, last). Absent when the DFT cannot be set up.
+//
+// The frames are real, so two of them share one complex transform (one as the real part, one as
+// the imaginary part) and are told apart by the spectrum's symmetry: for a frame pair a + i·b,
+// A[k] = (Z[k] + conj Z[N−k]) / 2 and B[k] = (Z[k] − conj Z[N−k]) / 2i. Same bins, half the work.
 std::optional<Chroma> chroma(const std::vector<float> &samples, size_t first, size_t last) {
     const std::unique_ptr<kiss_fft_state, KissDeleter> cfg(kiss_fft_alloc(keyFrame, 0, nullptr, nullptr));
     if (!cfg)
@@ -103,19 +107,34 @@ std::optional<Chroma> chroma(const std::vector<float> &samples, size_t first, si
     const auto &pitchClass = binPitchClasses();
     std::vector<kiss_fft_cpx> in(keyFrame);
     std::vector<kiss_fft_cpx> out(keyFrame);
+    std::vector<float> secondPower(keyFrame / 2);
     Chroma sums{};
-    for (size_t frameIndex = first; frameIndex < last; ++frameIndex) {
-        const float *frame = samples.data() + frameIndex * keyHop;
+    for (size_t frameIndex = first; frameIndex < last; frameIndex += 2) {
+        const float *a = samples.data() + frameIndex * keyHop;
+        const bool paired = frameIndex + 1 < last;
+        const float *b = paired ? a + keyHop : nullptr;
         for (size_t i = 0; i < size_t(keyFrame); ++i)
-            in[i] = {frame[i] * window[i], 0.0f};
+            in[i] = {a[i] * window[i], b ? b[i] * window[i] : 0.0f};
         kiss_fft(cfg.get(), in.data(), out.data());
         for (size_t bin = 2; bin < size_t(keyFrame / 2); ++bin) {
             const int pc = pitchClass[bin];
             if (pc < 0)
                 continue;
-            const float power = out[bin].r * out[bin].r + out[bin].i * out[bin].i;
-            sums[size_t(pc)] += power;
+            const kiss_fft_cpx z = out[bin];
+            const kiss_fft_cpx m = out[size_t(keyFrame) - bin];
+            if (!paired) {
+                sums[size_t(pc)] += z.r * z.r + z.i * z.i;
+                continue;
+            }
+            const float ar = 0.5f * (z.r + m.r), ai = 0.5f * (z.i - m.i);
+            const float br = 0.5f * (z.i + m.i), bi = 0.5f * (m.r - z.r);
+            sums[size_t(pc)] += ar * ar + ai * ai;
+            secondPower[bin] = br * br + bi * bi;
         }
+        if (paired)
+            for (size_t bin = 2; bin < size_t(keyFrame / 2); ++bin)
+                if (const int pc = pitchClass[bin]; pc >= 0)
+                    sums[size_t(pc)] += secondPower[bin];
     }
     return sums;
 }
@@ -203,7 +222,7 @@ std::optional<QString> estimateKey(const std::vector<float> &samples) {
         return std::nullopt;
     // The DFTs are most of an analysis' cost: the second half of the frames runs on another core.
     const size_t frames = (samples.size() - keyFrame) / keyHop + 1;
-    const size_t split = frames / 2;
+    const size_t split = frames / 4 * 2; // even, so both halves pair their frames
     QFuture<std::optional<Chroma>> secondHalf =
         QtConcurrent::run([&samples, split, frames] { return chroma(samples, split, frames); });
     const std::optional<Chroma> firstHalf = chroma(samples, 0, split);

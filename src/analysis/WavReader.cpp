@@ -7,27 +7,39 @@
 
 namespace PracticeMode {
 namespace {
-quint32 readLE32(const uchar *p) { return quint32(p[0]) | quint32(p[1]) << 8 | quint32(p[2]) << 16 | quint32(p[3]) << 24; }
+
+quint32 readLE32(const char *p) {
+    const auto *u = reinterpret_cast<const uchar *>(p);
+    return quint32(u[0]) | quint32(u[1]) << 8 | quint32(u[2]) << 16 | quint32(u[3]) << 24;
+}
+
+bool readAt(QFile &file, quint64 offset, char *into, qint64 count) {
+    return file.seek(qint64(offset)) && file.read(into, count) == count;
+}
+
 } // namespace
 
 // Our own decoder wrote the file as 16-bit mono PCM, so the "fmt " chunk is not inspected; the
-// chunk walk only has to survive whatever sizes the file claims.
+// chunk walk only has to survive whatever sizes the file claims. The samples are converted in
+// blocks rather than from one copy of the whole file: it halves the memory an analysis needs.
 std::optional<std::vector<float>> readMonoWav16(const QString &path) {
     QFile file(path);
     if (!file.open(QIODevice::ReadOnly))
         return std::nullopt;
-    const QByteArray bytes = file.readAll();
-    if (file.error() != QFileDevice::NoError || bytes.size() < 45)
+    const qint64 fileSize = file.size();
+    if (fileSize < 45)
         return std::nullopt;
+    const auto length = quint64(fileSize);
 
-    const auto *data = reinterpret_cast<const uchar *>(bytes.constData());
-    const quint64 length = quint64(bytes.size());
     quint64 p = 12; // past "RIFF", the RIFF size and "WAVE"
     quint64 begin = 0;
     quint64 end = 0;
+    char header[8];
     for (;;) {
-        const quint64 size = readLE32(data + p + 4);
-        if (std::equal(data + p, data + p + 4, "data")) {
+        if (!readAt(file, p, header, 8))
+            return std::nullopt;
+        const quint64 size = readLE32(header + 4);
+        if (std::equal(header, header + 4, "data")) {
             begin = p + 8;
             end = std::min(begin + size, length);
             break;
@@ -37,12 +49,20 @@ std::optional<std::vector<float>> readMonoWav16(const QString &path) {
             return std::nullopt;
     }
 
-    std::vector<float> samples;
-    samples.reserve(size_t((end - begin) / 2));
+    std::vector<float> samples(size_t((end - begin) / 2));
+    if (!file.seek(qint64(begin)))
+        return std::nullopt;
     constexpr float scale = 1.0f / 32768.0f;
-    for (quint64 i = begin; i + 1 < end; i += 2) {
-        const auto s = std::int16_t(quint16(data[i]) | quint16(data[i + 1]) << 8);
-        samples.push_back(float(s) * scale);
+    constexpr qint64 blockBytes = 1 << 16;
+    QByteArray block(blockBytes, Qt::Uninitialized);
+    size_t next = 0;
+    while (next < samples.size()) {
+        const qint64 want = std::min<qint64>(blockBytes, qint64(samples.size() - next) * 2);
+        if (file.read(block.data(), want) != want)
+            return std::nullopt;
+        const auto *bytes = reinterpret_cast<const uchar *>(block.constData());
+        for (qint64 i = 0; i < want; i += 2)
+            samples[next++] = float(std::int16_t(quint16(bytes[i]) | quint16(bytes[i + 1]) << 8)) * scale;
     }
     return samples;
 }

@@ -118,7 +118,7 @@ void accuracy(const QString &ffmpeg, const QString &dir) {
     }
     std::printf("tempi within 1 BPM: %d/%d, at half or double tempo: %d\n", exact, tempi, octave);
 
-    std::printf("\n%-6s %-6s\n", "key", "found");
+    std::printf("\nkey    found\n");
     int keysRight = 0;
     for (const bool minor : {false, true}) {
         for (int tonic = 0; tonic < 12; ++tonic) {
@@ -127,7 +127,8 @@ void accuracy(const QString &ffmpeg, const QString &dir) {
             const QString expected = PracticeMode::keyName(tonic, minor);
             const auto found = vtest::await(PracticeMode::analyze(QUrl::fromLocalFile(path), ffmpeg)).key;
             keysRight += found == expected;
-            std::printf("%-6s %-6s\n", qPrintable(expected), found ? qPrintable(*found) : "none");
+            const QString row = expected.leftJustified(7) + found.value_or(QStringLiteral("none"));
+            std::printf("%s\n", qPrintable(row));
             QFile::remove(path);
         }
     }

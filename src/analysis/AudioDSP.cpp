@@ -92,14 +92,15 @@ struct KissDeleter {
     void operator()(kiss_fft_state *cfg) const { kiss_fft_free(cfg); }
 };
 
-using Chroma = std::array<double, 12>;
+size_t keyFrameCount(size_t samples) { return samples < size_t(keyFrame) ? 0 : (samples - keyFrame) / keyHop + 1; }
 
-// Band power per pitch class over the DFT frames [first, last). Absent when the DFT cannot be set up.
-//
+} // namespace
+
 // The frames are real, so two of them share one complex transform (one as the real part, one as
 // the imaginary part) and are told apart by the spectrum's symmetry: for a frame pair a + i·b,
 // A[k] = (Z[k] + conj Z[N−k]) / 2 and B[k] = (Z[k] − conj Z[N−k]) / 2i. Same bins, half the work.
-std::optional<Chroma> chroma(const std::vector<float> &samples, size_t first, size_t last) {
+std::optional<Chroma> pitchClassPower(const std::vector<float> &samples, size_t first, size_t last) {
+    last = std::min(last, keyFrameCount(samples.size()));
     const std::unique_ptr<kiss_fft_state, KissDeleter> cfg(kiss_fft_alloc(keyFrame, 0, nullptr, nullptr));
     if (!cfg)
         return std::nullopt;
@@ -138,8 +139,6 @@ std::optional<Chroma> chroma(const std::vector<float> &samples, size_t first, si
     }
     return sums;
 }
-
-} // namespace
 
 std::optional<std::vector<double>> onsetEnvelope(const std::vector<float> &samples) {
     if (samples.size() <= minimumOnsetSamples)
@@ -221,11 +220,11 @@ std::optional<QString> estimateKey(const std::vector<float> &samples) {
     if (samples.size() <= minimumKeySamples)
         return std::nullopt;
     // The DFTs are most of an analysis' cost: the second half of the frames runs on another core.
-    const size_t frames = (samples.size() - keyFrame) / keyHop + 1;
+    const size_t frames = keyFrameCount(samples.size());
     const size_t split = frames / 4 * 2; // even, so both halves pair their frames
     QFuture<std::optional<Chroma>> secondHalf =
-        QtConcurrent::run([&samples, split, frames] { return chroma(samples, split, frames); });
-    const std::optional<Chroma> firstHalf = chroma(samples, 0, split);
+        QtConcurrent::run([&samples, split, frames] { return pitchClassPower(samples, split, frames); });
+    const std::optional<Chroma> firstHalf = pitchClassPower(samples, 0, split);
     const std::optional<Chroma> rest = secondHalf.result();
     if (!firstHalf || !rest)
         return std::nullopt;

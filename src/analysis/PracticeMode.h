@@ -6,6 +6,7 @@
 #include <QString>
 #include <QUrl>
 
+#include <array>
 #include <optional>
 #include <vector>
 
@@ -49,6 +50,10 @@ std::optional<double> estimateBPM(const std::vector<double> &onset);
 BeatGrid alignBeatGrid(const std::vector<double> &onset, double bpm);
 // Chroma of 8192-point DFT frames matched against the major and minor key profiles.
 std::optional<QString> estimateKey(const std::vector<float> &samples);
+// 55–2000 Hz band power per pitch class (0 = C) summed over the Hann-windowed DFT frames
+// [firstFrame, lastFrame) at hop 4096; absent when the DFT cannot be set up.
+using Chroma = std::array<double, 12>;
+std::optional<Chroma> pitchClassPower(const std::vector<float> &samples, size_t firstFrame, size_t lastFrame);
 // "C" … "B" with the ♯/♭ signs, plus "m" for minor.
 QString keyName(int pitchClass, bool minor);
 

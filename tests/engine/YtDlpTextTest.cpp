@@ -150,31 +150,6 @@ private Q_SLOTS:
         QCOMPARE(YtDlp::shouldSelfHeal(message), heals);
     }
 
-    void decimals_data() {
-        QTest::addColumn<QString>("text");
-        QTest::addColumn<std::optional<double>>("expected");
-        using D = std::optional<double>;
-        QTest::newRow("integer") << QStringLiteral("213") << D(213);
-        QTest::newRow("fraction") << QStringLiteral("45.3") << D(45.3);
-        QTest::newRow("leading dot") << QStringLiteral(".5") << D(0.5);
-        QTest::newRow("trailing dot") << QStringLiteral("5.") << D(5);
-        QTest::newRow("exponent") << QStringLiteral("1e3") << D(1000);
-        QTest::newRow("signed") << QStringLiteral("-2.5") << D(-2.5);
-        QTest::newRow("NA") << QStringLiteral("NA") << D();
-        QTest::newRow("N/A") << QStringLiteral("N/A") << D();
-        QTest::newRow("empty") << QString() << D();
-        QTest::newRow("space inside") << QStringLiteral("4 5") << D();
-        QTest::newRow("surrounding space") << QStringLiteral(" 45") << D();
-        QTest::newRow("comma") << QStringLiteral("4,5") << D();
-        QTest::newRow("overflow") << QStringLiteral("1e999") << D();
-    }
-
-    void decimals() {
-        QFETCH(QString, text);
-        QFETCH(std::optional<double>, expected);
-        QCOMPARE(YtDlp::parseDecimal(text), expected);
-    }
-
     void durationTexts_data() {
         QTest::addColumn<std::optional<double>>("seconds");
         QTest::addColumn<QString>("expected");

@@ -34,6 +34,22 @@ void ChildProcess::terminate() const {
 
 namespace {
 
+// Tells when a launch has settled either way. QProcess's own state signals carry a private tag
+// that QCoro's signal awaiter would bind to a null reference, so they are relayed here.
+class LaunchWatch : public QObject {
+    Q_OBJECT
+public:
+    explicit LaunchWatch(QProcess &process) {
+        connect(&process, &QProcess::started, this, &LaunchWatch::settled);
+        connect(&process, &QProcess::errorOccurred, this, [this](QProcess::ProcessError error) {
+            if (error == QProcess::FailedToStart)
+                Q_EMIT settled();
+        });
+    }
+Q_SIGNALS:
+    void settled();
+};
+
 // Removes a file when the scope ends, however it ends.
 class RemoveOnExit {
 public:
@@ -93,9 +109,10 @@ QCoro::Task<StreamResult> runStreaming(QString tool, QStringList args, RegisterF
         buffer.remove(0, from);
     });
 
+    LaunchWatch launch(process);
     process.start(QIODevice::ReadOnly);
-    while (process.state() == QProcess::Starting)
-        co_await qCoro(&process, &QProcess::stateChanged);
+    if (process.state() == QProcess::Starting)
+        co_await qCoro(&launch, &LaunchWatch::settled);
     if (process.state() != QProcess::Running && process.error() == QProcess::FailedToStart)
         throw Tools::LaunchError(process.errorString().toStdString());
 
@@ -147,3 +164,5 @@ QCoro::Task<QString> download(DownloadItemPtr item, const AppSettings &settings,
 }
 
 } // namespace YtDlp
+
+#include "YtDlpRun.moc"

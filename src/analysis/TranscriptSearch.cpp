@@ -12,7 +12,8 @@
 #include <algorithm>
 #include <cmath>
 #include <functional>
-#include <string_view>
+#include <array>
+#include <cctype>
 
 namespace TranscriptSearch {
 namespace {
@@ -38,13 +39,47 @@ bool isAscii(const QByteArray &bytes) {
     return std::all_of(bytes.cbegin(), bytes.cend(), [](char c) { return (uchar(c) & 0x80) == 0; });
 }
 
-// Case-insensitive containment on ASCII bytes; exact for an ASCII query in an ASCII file.
-bool asciiContains(const QByteArray &haystack, const QByteArray &lowerNeedle) {
-    const QByteArray lower = haystack.toLower();
-    const std::string_view hay(lower.constData(), size_t(lower.size()));
-    const std::string_view needle(lowerNeedle.constData(), size_t(lowerNeedle.size()));
-    return std::search(hay.begin(), hay.end(), std::boyer_moore_horspool_searcher(needle.begin(), needle.end())) !=
-           hay.end();
+// Horspool search that ignores ASCII case, without lowering a copy of the file.
+class AsciiCaseInsensitiveFinder {
+public:
+    explicit AsciiCaseInsensitiveFinder(const QByteArray &lowerNeedle) : m_needle(lowerNeedle) {
+        const qsizetype n = m_needle.size();
+        m_skip.fill(n);
+        for (qsizetype i = 0; i + 1 < n; ++i) {
+            const uchar c = uchar(m_needle[i]);
+            m_skip[c] = n - 1 - i;
+            m_skip[uchar(std::toupper(c))] = n - 1 - i;
+        }
+    }
+    bool isValid() const { return !m_needle.isEmpty(); }
+    bool foundIn(const QByteArray &haystack) const {
+        const qsizetype n = m_needle.size();
+        const auto *hay = reinterpret_cast<const uchar *>(haystack.constData());
+        const auto *needle = reinterpret_cast<const uchar *>(m_needle.constData());
+        for (qsizetype pos = 0; pos + n <= haystack.size();) {
+            const uchar last = hay[pos + n - 1];
+            if (lower(last) == needle[n - 1]) {
+                qsizetype i = n - 2;
+                while (i >= 0 && lower(hay[pos + i]) == needle[i])
+                    --i;
+                if (i < 0)
+                    return true;
+            }
+            pos += m_skip[last];
+        }
+        return false;
+    }
+
+private:
+    static uchar lower(uchar c) { return c >= 'A' && c <= 'Z' ? uchar(c + 32) : c; }
+    QByteArray m_needle;
+    std::array<qsizetype, 256> m_skip{};
+};
+
+// Unicode case folding turns only the Kelvin sign and the long s into ASCII letters (k, s): an
+// ASCII query without those letters cannot match non-ASCII text that its bytes do not match.
+bool byteSearchIsExact(const QByteArray &lowerNeedle, const QByteArray &haystack) {
+    return !lowerNeedle.contains('k') && !lowerNeedle.contains('s') ? true : isAscii(haystack);
 }
 
 std::optional<QByteArray> readSmallFile(const QString &path) {
@@ -97,15 +132,15 @@ QList<Hit> cuesMatching(const QString &text, const QString &query, const QString
     return hits;
 }
 
-QList<Hit> matchesWithin(const QString &query, const QByteArray &asciiLowerQuery, const QString &srtFile) {
+QList<Hit> matchesWithin(const QString &query, const QByteArray &asciiLowerQuery,
+                         const AsciiCaseInsensitiveFinder &finder, const QString &srtFile) {
     const auto bytes = readSmallFile(srtFile);
     if (!bytes)
         return {};
     // Most files do not mention the phrase: answer those from the raw bytes when that is exact.
-    const bool ascii = isAscii(*bytes);
-    if (ascii && !asciiLowerQuery.isEmpty() && !asciiContains(*bytes, asciiLowerQuery))
+    if (finder.isValid() && !finder.foundIn(*bytes) && byteSearchIsExact(asciiLowerQuery, *bytes))
         return {};
-    std::optional<QString> text = ascii ? std::optional<QString>(QString::fromLatin1(*bytes)) : decodeUtf8Strict(*bytes);
+    std::optional<QString> text = decodeUtf8Strict(*bytes);
     if (!text || !text->contains(query, Qt::CaseInsensitive))
         return {};
     // Windows and old Mac line ends read like Unix ones.
@@ -152,7 +187,8 @@ std::optional<QString> siblingMedia(const QString &srtFile) {
 }
 
 QList<Hit> matches(const QString &query, const QString &srtFile) {
-    return matchesWithin(query, asciiLower(query), srtFile);
+    const QByteArray lowerQuery = asciiLower(query);
+    return matchesWithin(query, lowerQuery, AsciiCaseInsensitiveFinder(lowerQuery), srtFile);
 }
 
 QList<Hit> search(const QString &query, const QString &folder) {
@@ -160,6 +196,7 @@ QList<Hit> search(const QString &query, const QString &folder) {
     if (trimmed.size() < 2 || folder.isEmpty())
         return {};
     const QByteArray lowerQuery = asciiLower(trimmed);
+    const AsciiCaseInsensitiveFinder finder(lowerQuery);
 
     QList<Hit> hits;
     QDirIterator it(folder, QDir::Files | QDir::Dirs | QDir::NoDotAndDotDot, QDirIterator::Subdirectories);
@@ -176,7 +213,7 @@ QList<Hit> search(const QString &query, const QString &folder) {
             batch.append(info.filePath());
         }
         const std::function<QList<Hit>(const QString &)> scan = [&](const QString &path) {
-            return matchesWithin(trimmed, lowerQuery, path);
+            return matchesWithin(trimmed, lowerQuery, finder, path);
         };
         const QList<QList<Hit>> perFile = QtConcurrent::blockingMapped<QList<QList<Hit>>>(batch, scan);
         for (const QList<Hit> &fileHits : perFile) {

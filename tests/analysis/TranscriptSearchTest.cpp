@@ -109,6 +109,12 @@ private Q_SLOTS:
         QTest::newRow("non-ASCII text and query")
             << cue(1, 2, 3, QStringLiteral("Über die Straße")) << QStringLiteral("über") << QStringList{QStringLiteral("Über die Straße")}
             << QList<double>{2.0};
+        // Case folding maps these two non-ASCII letters onto ASCII ones.
+        QTest::newRow("Kelvin sign matches k") << cue(1, 2, 3, QStringLiteral("20 \u212Aelvin")) << QStringLiteral("kelvin")
+                                               << QStringList{QStringLiteral("20 \u212Aelvin")} << QList<double>{2.0};
+        QTest::newRow("ASCII query, other non-ASCII text")
+            << cue(1, 2, 3, QStringLiteral("caf\u00e9 MOOD")) << QStringLiteral("mood")
+            << QStringList{QStringLiteral("caf\u00e9 MOOD")} << QList<double>{2.0};
         QTest::newRow("binary garbage") << QByteArray("\xff\xfe\x00\x01chord\x80\x81\n\n\xc3\x28", 14)
                                         << QStringLiteral("chord") << QStringList{} << QList<double>{};
     }

@@ -363,11 +363,12 @@ QCoro::Task<QList<Moment>> analyze(QString file, ThumbnailCallback onThumbnail, 
     const QString cacheDir = supportDir + QStringLiteral("/moments-cache/") +
                              QUuid::createUuid().toString(QUuid::WithoutBraces).toUpper();
     QDir().mkpath(cacheDir);
-    const QList<std::optional<QString>> thumbnails = co_await extractThumbnails(pool, file, cacheDir, ffmpeg);
+    QList<std::optional<QString>> thumbnails = co_await extractThumbnails(pool, file, cacheDir, ffmpeg);
 
-    // Decoding and hashing stay off the calling thread.
-    const QList<std::optional<HashedThumbnail>> hashed =
-        co_await QtConcurrent::run([thumbnails] { return hashAll(thumbnails); });
+    // Decoding and hashing stay off the calling thread. (The future is a named local: GCC 12
+    // mishandles a lambda temporary inside a co_await expression.)
+    QFuture<QList<std::optional<HashedThumbnail>>> hashing = QtConcurrent::run(&hashAll, thumbnails);
+    QList<std::optional<HashedThumbnail>> hashed = co_await hashing;
     QList<Fingerprint> fingerprints;
     for (qsizetype i = 0; i < pool.size() && i < hashed.size(); ++i) {
         if (!hashed[i])

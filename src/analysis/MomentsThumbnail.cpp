@@ -8,6 +8,9 @@
 namespace MomentsThumbnail {
 namespace {
 
+// Far beyond any thumbnail; keeps a hostile header from asking for gigabytes of block means.
+constexpr qint64 largestPicture = 40'000'000;
+
 struct Huffman {
     bool defined = false;
     std::array<int, 17> minCode{};
@@ -161,6 +164,8 @@ std::optional<Image> decodeBlockMeans(const QByteArray &data) {
             image.width = readU16(data, segment + 3);
             const int count = quint8(data[segment + 5]);
             if (image.width <= 0 || image.height <= 0 || (count != 1 && count != 3) || length < 8 + 3 * count)
+                return std::nullopt;
+            if (qint64(image.width) * image.height > largestPicture)
                 return std::nullopt;
             for (int i = 0; i < count; ++i) {
                 Component c;

@@ -1,0 +1,156 @@
+#include "MomentsMedia.h"
+#include "TestEnv.h"
+#include "TestMain.h"
+
+#include "analysis/MomentsExport.h"
+
+#include <QDir>
+#include <QFile>
+#include <QFileInfo>
+#include <QSignalSpy>
+#include <QTemporaryDir>
+#include <QTest>
+
+#include <cmath>
+#include <memory>
+
+using MomentsEngine::Aspect;
+
+namespace {
+
+QList<Moment> momentsAt(const QList<double> &times) {
+    QList<Moment> out;
+    for (double t : times) {
+        Moment m;
+        m.time = t;
+        out.append(m);
+    }
+    return out;
+}
+
+struct Outcome {
+    QString message;
+    QString folder;
+    QStringList statuses;
+};
+
+Outcome runExport(MomentsExport::Choices choices, bool clips, bool stills, bool gifs) {
+    MomentsExport run(std::move(choices));
+    QSignalSpy finished(&run, &MomentsExport::finished);
+    QSignalSpy statuses(&run, &MomentsExport::statusTextChanged);
+    run.start(clips, stills, gifs);
+    [&] { QVERIFY(run.isExporting()); }();
+    run.start(clips, stills, gifs); // a second press while running is ignored
+    Outcome out;
+    [&] { QVERIFY(finished.wait(240000)); }();
+    if (finished.isEmpty())
+        return out;
+    [&] { QCOMPARE(finished.size(), 1); }();
+    out.message = finished.first().at(0).toString();
+    out.folder = finished.first().at(1).toString();
+    for (const auto &args : statuses)
+        out.statuses << args.at(0).toString();
+    [&] { QVERIFY(!run.isExporting()); }();
+    return out;
+}
+
+void writeText(const QString &path) {
+    QFile f(path);
+    QVERIFY(f.open(QIODevice::WriteOnly));
+    f.write("not a video\n");
+}
+
+} // namespace
+
+class MomentsExportTest : public QObject {
+    Q_OBJECT
+    QTemporaryDir m_dir;
+
+private Q_SLOTS:
+    void names() {
+        QCOMPARE(MomentsExport::productName(QStringLiteral("Song Title"), 3, Aspect::vertical),
+                 QStringLiteral("Song Title — Moment 03 (Reels 9x16)"));
+        QCOMPARE(MomentsExport::productName(QStringLiteral("Song"), 12, Aspect::square),
+                 QStringLiteral("Song — Moment 12 (Square 1x1)"));
+        QCOMPARE(MomentsExport::productName(QStringLiteral("Song"), 1, Aspect::original), QStringLiteral("Song — Moment 01"));
+        QCOMPARE(MomentsExport::savedMessage(1, QStringLiteral("/a/Song — Moments")), QStringLiteral("Saved 1 file to Song — Moments"));
+        QCOMPARE(MomentsExport::savedMessage(0, QStringLiteral("/a/Song — Moments")), QStringLiteral("Saved 0 files to Song — Moments"));
+        QCOMPARE(MomentsExport::savedMessage(7, QStringLiteral("/a/B — Moments")), QStringLiteral("Saved 7 files to B — Moments"));
+    }
+
+    void verticalClipsGifsAndStills() {
+        const QString video = m_dir.filePath(QStringLiteral("Band Live [abcdefgh].mp4"));
+        QVERIFY(MomentsMedia::videoWithAudio(video, 8, QStringLiteral("640x360")));
+        MomentsExport::Choices choices{video, momentsAt({1.0, 4.5}), 2.0, Aspect::vertical, true};
+        const Outcome out = runExport(choices, true, true, true);
+        const QString folder = m_dir.filePath(QStringLiteral("Band Live — Moments"));
+        QCOMPARE(out.folder, folder);
+        QCOMPARE(out.message, QStringLiteral("Saved 6 files to Band Live — Moments"));
+        QCOMPARE(out.statuses, (QStringList{QStringLiteral("Saving 1 of 2…"), QStringLiteral("Saving 2 of 2…"), QString()}));
+        QStringList files = QDir(folder).entryList(QDir::Files, QDir::Name);
+        QCOMPARE(files, (QStringList{QStringLiteral("Band Live — Moment 01 (Reels 9x16).gif"),
+                                     QStringLiteral("Band Live — Moment 01 (Reels 9x16).mp4"),
+                                     QStringLiteral("Band Live — Moment 01 (Reels 9x16).png"),
+                                     QStringLiteral("Band Live — Moment 02 (Reels 9x16).gif"),
+                                     QStringLiteral("Band Live — Moment 02 (Reels 9x16).mp4"),
+                                     QStringLiteral("Band Live — Moment 02 (Reels 9x16).png")}));
+        const QString clip = folder + QStringLiteral("/Band Live — Moment 02 (Reels 9x16).mp4");
+        QVERIFY(std::abs(MomentsMedia::duration(clip).value_or(0) - 2.0) < 0.1);
+        QCOMPARE(MomentsMedia::frameSize(clip), QStringLiteral("202x360"));
+        // Stills keep the full frame.
+        QCOMPARE(MomentsMedia::frameSize(folder + QStringLiteral("/Band Live — Moment 01 (Reels 9x16).png")),
+                 QStringLiteral("640x360"));
+        const QString gif = folder + QStringLiteral("/Band Live — Moment 01 (Reels 9x16).gif");
+        QCOMPARE(MomentsMedia::probe(gif, {QStringLiteral("-select_streams"), QStringLiteral("v:0"),
+                                           QStringLiteral("-count_frames"), QStringLiteral("-show_entries"),
+                                           QStringLiteral("stream=r_frame_rate,nb_read_frames,width")}),
+                 QStringLiteral("480\n12/1\n24"));
+        // Clips were made, so the full video goes.
+        QVERIFY(!QFileInfo::exists(video));
+        QVERIFY(TestEnv::filesContaining(TestEnv::root(), QStringLiteral("vorlix-")).isEmpty());
+    }
+
+    void squareClipKeepsVideoUnlessAsked() {
+        const QString video = m_dir.filePath(QStringLiteral("Square.mp4"));
+        QVERIFY(MomentsMedia::videoWithAudio(video, 5, QStringLiteral("640x360")));
+        const Outcome out = runExport({video, momentsAt({1.0}), 1.5, Aspect::square, false}, true, false, false);
+        QCOMPARE(out.message, QStringLiteral("Saved 1 file to Square — Moments"));
+        const QString clip = m_dir.filePath(QStringLiteral("Square — Moments/Square — Moment 01 (Square 1x1).mp4"));
+        QCOMPARE(MomentsMedia::frameSize(clip), QStringLiteral("360x360"));
+        QVERIFY(std::abs(MomentsMedia::duration(clip).value_or(0) - 1.5) < 0.1);
+        QVERIFY(QFileInfo::exists(video));
+    }
+
+    void stillsOnlyNeverDeleteTheVideo() {
+        const QString video = m_dir.filePath(QStringLiteral("Stills.mp4"));
+        QVERIFY(MomentsMedia::videoWithAudio(video, 4, QStringLiteral("320x180")));
+        const Outcome out = runExport({video, momentsAt({0.5, 1.5, 2.5}), 2.0, Aspect::original, true}, false, true, false);
+        QCOMPARE(out.message, QStringLiteral("Saved 3 files to Stills — Moments"));
+        QVERIFY(QFileInfo::exists(m_dir.filePath(QStringLiteral("Stills — Moments/Stills — Moment 03.png"))));
+        QVERIFY(QFileInfo::exists(video));
+    }
+
+    void everythingFailing() {
+        const QString video = m_dir.filePath(QStringLiteral("Broken.mp4"));
+        writeText(video);
+        const Outcome out = runExport({video, momentsAt({1.0, 2.0}), 2.0, Aspect::original, true}, true, true, true);
+        QCOMPARE(out.message, QStringLiteral("Saved 0 files to Broken — Moments"));
+        QVERIFY(QFileInfo::exists(video));
+        QVERIFY(QDir(out.folder).entryList(QDir::Files).isEmpty());
+    }
+
+    void deletedWhileRunning() {
+        const QString video = m_dir.filePath(QStringLiteral("Gone.mp4"));
+        QVERIFY(MomentsMedia::videoWithAudio(video, 4, QStringLiteral("320x180")));
+        auto run = std::make_unique<MomentsExport>(MomentsExport::Choices{video, momentsAt({1.0, 2.0}), 1.0,
+                                                                          Aspect::original, true});
+        run->start(true, false, false);
+        run.reset();
+        // The pending ffmpeg run finishes into a run that no longer has an owner.
+        QTest::qWait(4000);
+        QVERIFY(QFileInfo::exists(video));
+    }
+};
+
+VORLIX_TEST_SUITE(MomentsExportTest)
+#include "MomentsExportTest.moc"

@@ -73,6 +73,12 @@ QCoro::Task<bool> runProducing(QString ffmpeg, QStringList args, double timeout,
     }
 }
 
+QStringList thumbnailArguments(double time, const QString &file, const QString &path) {
+    return {QStringLiteral("-ss"), fixed("%.3f", time), QStringLiteral("-i"), file, QStringLiteral("-frames:v"),
+            QStringLiteral("1"),   QStringLiteral("-vf"), QStringLiteral("scale=480:-2"), QStringLiteral("-q:v"),
+            QStringLiteral("5"),   QStringLiteral("-y"),  path};
+}
+
 struct ThumbnailJob {
     QList<Candidate> candidates;
     QString file;
@@ -88,10 +94,7 @@ QCoro::Task<> thumbnailWorker(ThumbnailJob *job) {
     while (job->next < job->candidates.size()) {
         const qsizetype i = job->next++;
         const QString path = job->cacheDir + QStringLiteral("/m%1.jpg").arg(i);
-        const QStringList args{QStringLiteral("-ss"), fixed("%.3f", job->candidates[i].time), QStringLiteral("-i"),
-                               job->file, QStringLiteral("-frames:v"), QStringLiteral("1"), QStringLiteral("-vf"),
-                               QStringLiteral("scale=480:-2"), QStringLiteral("-q:v"), QStringLiteral("5"),
-                               QStringLiteral("-y"), path};
+        const QStringList args = thumbnailArguments(job->candidates[i].time, job->file, path);
         if (co_await runProducing(job->ffmpeg, args, 60, path))
             job->results[i] = path;
     }
@@ -102,20 +105,107 @@ struct HashedThumbnail {
     QByteArray signature;
 };
 
-QList<std::optional<HashedThumbnail>> hashAll(const QList<std::optional<QString>> &thumbnails) {
-    QList<std::optional<HashedThumbnail>> out;
-    out.reserve(thumbnails.size());
-    for (const auto &path : thumbnails) {
-        std::optional<HashedThumbnail> entry;
-        if (path && QFileInfo::exists(*path)) {
-            const auto hash = dHash(*path);
-            const auto signature = colorSignature(*path);
-            if (hash && signature)
-                entry = HashedThumbnail{*hash, *signature};
-        }
-        out.append(entry);
+std::optional<HashedThumbnail> hashOne(const QString &path) {
+    if (!QFileInfo::exists(path))
+        return std::nullopt;
+    const auto hash = dHash(path);
+    const auto signature = colorSignature(path);
+    if (!hash || !signature)
+        return std::nullopt;
+    return HashedThumbnail{*hash, *signature};
+}
+
+// The duplicate walk, fed one pool entry at a time in pool order.
+class DistinctSelector {
+public:
+    explicit DistinctSelector(ThumbnailCallback onThumbnail) : m_onThumbnail(std::move(onThumbnail)) {}
+
+    bool isFull() const { return m_accepted.size() >= maxAccepted; }
+
+    void offer(const Fingerprint &fp) {
+        if (isFull())
+            return;
+        const bool duplicate = std::any_of(m_accepted.cbegin(), m_accepted.cend(), [&](const Fingerprint &other) {
+            return isNearDuplicate(fp.hash, fp.signature, other.hash, other.signature);
+        });
+        if (duplicate)
+            m_reserve.append(fp);
+        else
+            accept(fp);
     }
-    return out;
+
+    // Tops up from the near-duplicates, strongest first: a video that is one long shot still
+    // deserves a handful of moments. Returns the moments in acceptance order.
+    QList<Moment> finish() {
+        std::vector<qsizetype> order(size_t(m_reserve.size()));
+        std::iota(order.begin(), order.end(), 0);
+        std::stable_sort(order.begin(), order.end(), [&](qsizetype a, qsizetype b) {
+            return m_reserve[a].moment.score > m_reserve[b].moment.score;
+        });
+        for (size_t i = 0; i < order.size() && m_accepted.size() < minReturned; ++i)
+            accept(m_reserve[order[i]]);
+        QList<Moment> moments;
+        for (const Fingerprint &fp : std::as_const(m_accepted))
+            moments.append(fp.moment);
+        return moments;
+    }
+
+private:
+    void accept(const Fingerprint &fp) {
+        m_accepted.append(fp);
+        if (m_onThumbnail)
+            m_onThumbnail(fp.moment);
+    }
+
+    ThumbnailCallback m_onThumbnail;
+    QList<Fingerprint> m_accepted;
+    QList<Fingerprint> m_reserve;
+};
+
+// Thumbnails are extracted and hashed in parallel while the duplicate walk follows in pool
+// order; once 20 moments are accepted the remaining candidates are never extracted.
+struct AnalysisJob {
+    QList<Candidate> pool;
+    QString file;
+    QString cacheDir;
+    QString ffmpeg;
+    DistinctSelector selector;
+    qsizetype next = 0;
+    qsizetype walked = 0;
+    QList<std::optional<QString>> thumbnails;
+    QList<std::optional<HashedThumbnail>> hashes;
+    QList<bool> finished;
+
+    void walk() {
+        while (walked < pool.size() && finished[walked] && !selector.isFull()) {
+            if (const auto &h = hashes[walked]) {
+                Moment moment;
+                moment.time = pool[walked].time;
+                moment.score = pool[walked].score;
+                moment.thumbnail = thumbnails[walked];
+                selector.offer({moment, h->hash, h->signature});
+            }
+            ++walked;
+        }
+    }
+    bool hasWork() const { return next < pool.size() && !selector.isFull(); }
+};
+
+QCoro::Task<> analysisWorker(AnalysisJob *job) {
+    while (job->hasWork()) {
+        const qsizetype i = job->next++;
+        const QString path = job->cacheDir + QStringLiteral("/m%1.jpg").arg(i);
+        const QStringList args = thumbnailArguments(job->pool[i].time, job->file, path);
+        if (co_await runProducing(job->ffmpeg, args, 60, path)) {
+            job->thumbnails[i] = path;
+            // Decoding stays off the calling thread; the future is a named local because GCC 12
+            // mishandles temporaries inside a co_await expression.
+            QFuture<std::optional<HashedThumbnail>> hashing = QtConcurrent::run(&hashOne, path);
+            job->hashes[i] = co_await hashing;
+        }
+        job->finished[i] = true;
+        job->walk();
+    }
 }
 
 } // namespace
@@ -300,35 +390,10 @@ bool isNearDuplicate(quint64 hashA, const QByteArray &signatureA, quint64 hashB,
 }
 
 QList<Moment> selectDistinct(const QList<Fingerprint> &pool, const ThumbnailCallback &onThumbnail) {
-    QList<Fingerprint> accepted;
-    QList<Fingerprint> reserve;
-    const auto accept = [&](const Fingerprint &fp) {
-        accepted.append(fp);
-        if (onThumbnail)
-            onThumbnail(fp.moment);
-    };
-    for (const Fingerprint &fp : pool) {
-        if (accepted.size() >= maxAccepted)
-            break;
-        const bool duplicate = std::any_of(accepted.cbegin(), accepted.cend(), [&](const Fingerprint &other) {
-            return isNearDuplicate(fp.hash, fp.signature, other.hash, other.signature);
-        });
-        if (duplicate)
-            reserve.append(fp);
-        else
-            accept(fp);
-    }
-    // A video that is one long shot still deserves a handful of moments.
-    std::vector<qsizetype> order(size_t(reserve.size()));
-    std::iota(order.begin(), order.end(), 0);
-    std::stable_sort(order.begin(), order.end(),
-                     [&](qsizetype a, qsizetype b) { return reserve[a].moment.score > reserve[b].moment.score; });
-    for (size_t i = 0; i < order.size() && accepted.size() < minReturned; ++i)
-        accept(reserve[order[i]]);
-    QList<Moment> moments;
-    for (const Fingerprint &fp : std::as_const(accepted))
-        moments.append(fp.moment);
-    return moments;
+    DistinctSelector selector(onThumbnail);
+    for (const Fingerprint &fp : pool)
+        selector.offer(fp);
+    return selector.finish();
 }
 
 QCoro::Task<QList<Moment>> analyze(QString file, ThumbnailCallback onThumbnail) {
@@ -363,23 +428,16 @@ QCoro::Task<QList<Moment>> analyze(QString file, ThumbnailCallback onThumbnail, 
     const QString cacheDir = supportDir + QStringLiteral("/moments-cache/") +
                              QUuid::createUuid().toString(QUuid::WithoutBraces).toUpper();
     QDir().mkpath(cacheDir);
-    QList<std::optional<QString>> thumbnails = co_await extractThumbnails(pool, file, cacheDir, ffmpeg);
-
-    // Decoding and hashing stay off the calling thread. (The future is a named local: GCC 12
-    // mishandles a lambda temporary inside a co_await expression.)
-    QFuture<QList<std::optional<HashedThumbnail>>> hashing = QtConcurrent::run(&hashAll, thumbnails);
-    QList<std::optional<HashedThumbnail>> hashed = co_await hashing;
-    QList<Fingerprint> fingerprints;
-    for (qsizetype i = 0; i < pool.size() && i < hashed.size(); ++i) {
-        if (!hashed[i])
-            continue;
-        Moment moment;
-        moment.time = pool[i].time;
-        moment.score = pool[i].score;
-        moment.thumbnail = thumbnails[i];
-        fingerprints.append({moment, hashed[i]->hash, hashed[i]->signature});
-    }
-    QList<Moment> moments = selectDistinct(fingerprints, onThumbnail);
+    AnalysisJob job{pool, file, cacheDir, ffmpeg, DistinctSelector(std::move(onThumbnail)), 0, 0, {}, {}, {}};
+    job.thumbnails.resize(pool.size());
+    job.hashes.resize(pool.size());
+    job.finished.resize(pool.size());
+    std::vector<QCoro::Task<>> workers;
+    for (int i = 0; i < parallelThumbnails; ++i)
+        workers.push_back(analysisWorker(&job));
+    for (auto &worker : workers)
+        co_await worker;
+    QList<Moment> moments = job.selector.finish();
     std::stable_sort(moments.begin(), moments.end(), [](const Moment &a, const Moment &b) { return a.time < b.time; });
     co_return moments;
 }

@@ -441,6 +441,34 @@ private Q_SLOTS:
         QVERIFY(TestEnv::filesContaining(TestEnv::root(), QStringLiteral("vorlix-")).isEmpty());
     }
 
+    void thumbnailsLandInTheirSlots() {
+        QTemporaryDir cache;
+        // The middle time lies past the end: ffmpeg succeeds but writes nothing.
+        const QList<Candidate> candidates{{2.0, 0.5}, {1000.0, 0.4}, {30.0, 0.3}, {57.5, 0.2}};
+        const auto thumbs =
+            vtest::await(MomentsEngine::extractThumbnails(candidates, m_cuts, cache.path(), Tools::ffmpegURL()));
+        QCOMPARE(thumbs.size(), 4);
+        QCOMPARE(thumbs[0], std::optional<QString>(cache.filePath(QStringLiteral("m0.jpg"))));
+        QVERIFY(!thumbs[1]);
+        QCOMPARE(thumbs[2], std::optional<QString>(cache.filePath(QStringLiteral("m2.jpg"))));
+        QCOMPARE(thumbs[3], std::optional<QString>(cache.filePath(QStringLiteral("m3.jpg"))));
+        // 480 wide, height kept even and proportional.
+        QCOMPARE(MomentsMedia::frameSize(*thumbs[2]), QStringLiteral("480x270"));
+        // Different scenes, different fingerprints.
+        QVERIFY(MomentsEngine::dHash(*thumbs[0]) != MomentsEngine::dHash(*thumbs[2]));
+    }
+
+    void clipFromSilentVideo() {
+        const QString silent = media(QStringLiteral("silent.mp4"));
+        QVERIFY(makeStaticVideo(silent, 6));
+        const QString out = media(QStringLiteral("silent-clip.mp4"));
+        QVERIFY(vtest::await(MomentsEngine::exportClip(silent, 1.0, 2.0, Aspect::original, out)));
+        QVERIFY(std::abs(MomentsMedia::duration(out).value_or(0) - 2.0) < 0.1);
+        QVERIFY(vtest::await(MomentsEngine::exportStill(silent, 1.0, media(QStringLiteral("silent.png")))));
+        // A still past the end has nothing to save.
+        QVERIFY(!vtest::await(MomentsEngine::exportStill(silent, 60.0, media(QStringLiteral("late.png")))));
+    }
+
     void staticVideoGivesFiveMoments() {
         const QString still = media(QStringLiteral("static.mp4"));
         QVERIFY(makeStaticVideo(still, 30));

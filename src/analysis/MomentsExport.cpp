@@ -24,8 +24,10 @@ struct MomentsExportRunner {
                 const int number = int(i + 1);
                 self->setStatusText(QStringLiteral("Saving %1 of %2\u2026").arg(number).arg(total));
                 const QString stem = folder + u'/' + MomentsExport::productName(base, number, choices.aspect);
-                const double start = moment.time;
-                const double length = choices.clipLength;
+                // On the beat, clips start on a beat and last whole beats; stills keep the exact time.
+                const double start = choices.beatGrid ? choices.beatGrid->snap(moment.time) : moment.time;
+                const double length =
+                    choices.beatGrid ? choices.beatGrid->snapLength(choices.clipLength) : choices.clipLength;
                 if (clips) {
                     const QString out = stem + QStringLiteral(".mp4");
                     if (co_await MomentsEngine::exportClip(choices.video, start, length, choices.aspect, out))

@@ -1,11 +1,14 @@
 #pragma once
 
+#include "analysis/BeatGrid.h"
 #include "analysis/Moment.h"
 #include "analysis/MomentsEngine.h"
 
 #include <QList>
 #include <QObject>
 #include <QString>
+
+#include <optional>
 
 // One export of approved moments: clips, GIFs and stills into the video's Moments folder. The
 // review screen creates it with its current choices, starts it and observes it: statusText while
@@ -23,6 +26,7 @@ public:
         double clipLength = 10.0;
         MomentsEngine::Aspect aspect = MomentsEngine::Aspect::original;
         bool deleteVideoAfter = false;
+        std::optional<PracticeMode::BeatGrid> beatGrid; // set when cutting on the beat
     };
 
     explicit MomentsExport(Choices choices, QObject *parent = nullptr);

@@ -28,6 +28,18 @@ QList<Moment> momentsAt(const QList<double> &times) {
     return out;
 }
 
+MomentsExport::Choices choicesFor(const QString &video, const QList<double> &times, double length, Aspect aspect,
+                                  bool deleteAfter, std::optional<PracticeMode::BeatGrid> grid = std::nullopt) {
+    MomentsExport::Choices c;
+    c.video = video;
+    c.moments = momentsAt(times);
+    c.clipLength = length;
+    c.aspect = aspect;
+    c.deleteVideoAfter = deleteAfter;
+    c.beatGrid = grid;
+    return c;
+}
+
 struct Outcome {
     QString message;
     QString folder;
@@ -81,7 +93,7 @@ private Q_SLOTS:
     void verticalClipsGifsAndStills() {
         const QString video = m_dir.filePath(QStringLiteral("Band Live [abcdefgh].mp4"));
         QVERIFY(MomentsMedia::videoWithAudio(video, 8, QStringLiteral("640x360")));
-        MomentsExport::Choices choices{video, momentsAt({1.0, 4.5}), 2.0, Aspect::vertical, true};
+        const auto choices = choicesFor(video, {1.0, 4.5}, 2.0, Aspect::vertical, true);
         const Outcome out = runExport(choices, true, true, true);
         const QString folder = m_dir.filePath(QStringLiteral("Band Live — Moments"));
         QCOMPARE(out.folder, folder);
@@ -113,7 +125,7 @@ private Q_SLOTS:
     void squareClipKeepsVideoUnlessAsked() {
         const QString video = m_dir.filePath(QStringLiteral("Square.mp4"));
         QVERIFY(MomentsMedia::videoWithAudio(video, 5, QStringLiteral("640x360")));
-        const Outcome out = runExport({video, momentsAt({1.0}), 1.5, Aspect::square, false}, true, false, false);
+        const Outcome out = runExport(choicesFor(video, {1.0}, 1.5, Aspect::square, false), true, false, false);
         QCOMPARE(out.message, QStringLiteral("Saved 1 file to Square — Moments"));
         const QString clip = m_dir.filePath(QStringLiteral("Square — Moments/Square — Moment 01 (Square 1x1).mp4"));
         QCOMPARE(MomentsMedia::frameSize(clip), QStringLiteral("360x360"));
@@ -124,16 +136,41 @@ private Q_SLOTS:
     void stillsOnlyNeverDeleteTheVideo() {
         const QString video = m_dir.filePath(QStringLiteral("Stills.mp4"));
         QVERIFY(MomentsMedia::videoWithAudio(video, 4, QStringLiteral("320x180")));
-        const Outcome out = runExport({video, momentsAt({0.5, 1.5, 2.5}), 2.0, Aspect::original, true}, false, true, false);
+        const Outcome out = runExport(choicesFor(video, {0.5, 1.5, 2.5}, 2.0, Aspect::original, true), false, true, false);
         QCOMPARE(out.message, QStringLiteral("Saved 3 files to Stills — Moments"));
         QVERIFY(QFileInfo::exists(m_dir.filePath(QStringLiteral("Stills — Moments/Stills — Moment 03.png"))));
         QVERIFY(QFileInfo::exists(video));
     }
 
+    void cutOnTheBeat() {
+        // Brightness grows with time, so a frame tells when it was taken.
+        const QString video = m_dir.filePath(QStringLiteral("Beat.mp4"));
+        QVERIFY(MomentsMedia::ffmpeg({QStringLiteral("-f"), QStringLiteral("lavfi"), QStringLiteral("-i"),
+                                      QStringLiteral("color=c=white:s=160x90:r=25:d=8,fade=t=in:st=0:d=8"),
+                                      QStringLiteral("-c:v"), QStringLiteral("libx264"), QStringLiteral("-preset"),
+                                      QStringLiteral("ultrafast"), video}));
+        // 30 BPM from 0.5 s: a moment at 3.4 s starts at 2.5 s and 3.2 s of clip become two
+        // beats (4.0 s); the still stays at 3.4 s.
+        const auto choices = choicesFor(video, {3.4}, 3.2, Aspect::original, false, PracticeMode::BeatGrid{30.0, 0.5});
+        const Outcome out = runExport(choices, true, true, false);
+        QCOMPARE(out.message, QStringLiteral("Saved 2 files to Beat — Moments"));
+        const QString clip = m_dir.filePath(QStringLiteral("Beat — Moments/Beat — Moment 01.mp4"));
+        QVERIFY(std::abs(MomentsMedia::duration(clip).value_or(0) - 4.0) < 0.08);
+        const QString first = m_dir.filePath(QStringLiteral("first.png"));
+        const QString atSnap = m_dir.filePath(QStringLiteral("snap.png"));
+        QVERIFY(MomentsMedia::ffmpeg({QStringLiteral("-i"), clip, QStringLiteral("-frames:v"), QStringLiteral("1"), first}));
+        QVERIFY(MomentsMedia::ffmpeg({QStringLiteral("-ss"), QStringLiteral("2.500"), QStringLiteral("-i"), video,
+                                      QStringLiteral("-frames:v"), QStringLiteral("1"), atSnap}));
+        const QString still = m_dir.filePath(QStringLiteral("Beat — Moments/Beat — Moment 01.png"));
+        const double toSnap = MomentsMedia::meanDifference(first, atSnap);
+        const double toStill = MomentsMedia::meanDifference(first, still);
+        QVERIFY2(toSnap < 3.0 && toStill > 10.0, qPrintable(QStringLiteral("%1 %2").arg(toSnap).arg(toStill)));
+    }
+
     void everythingFailing() {
         const QString video = m_dir.filePath(QStringLiteral("Broken.mp4"));
         writeText(video);
-        const Outcome out = runExport({video, momentsAt({1.0, 2.0}), 2.0, Aspect::original, true}, true, true, true);
+        const Outcome out = runExport(choicesFor(video, {1.0, 2.0}, 2.0, Aspect::original, true), true, true, true);
         QCOMPARE(out.message, QStringLiteral("Saved 0 files to Broken — Moments"));
         QVERIFY(QFileInfo::exists(video));
         QVERIFY(QDir(out.folder).entryList(QDir::Files).isEmpty());
@@ -142,8 +179,7 @@ private Q_SLOTS:
     void deletedWhileRunning() {
         const QString video = m_dir.filePath(QStringLiteral("Gone.mp4"));
         QVERIFY(MomentsMedia::videoWithAudio(video, 4, QStringLiteral("320x180")));
-        auto run = std::make_unique<MomentsExport>(MomentsExport::Choices{video, momentsAt({1.0, 2.0}), 1.0,
-                                                                          Aspect::original, true});
+        auto run = std::make_unique<MomentsExport>(choicesFor(video, {1.0, 2.0}, 1.0, Aspect::original, true));
         run->start(true, false, false);
         run.reset();
         // The pending ffmpeg run finishes into a run that no longer has an owner.

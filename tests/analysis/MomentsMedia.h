@@ -8,6 +8,7 @@
 #include <QString>
 #include <QStringList>
 
+#include <cmath>
 #include <optional>
 
 // Media for the moments and transcript-clip suites, generated with the real ffmpeg.
@@ -42,6 +43,26 @@ inline QString frameSize(const QString &file) {
     return probe(file, {QStringLiteral("-select_streams"), QStringLiteral("v:0"), QStringLiteral("-show_entries"),
                         QStringLiteral("stream=width,height")})
         .replace(u'\n', u'x');
+}
+
+// Mean absolute difference of two pictures' 32x18 grey reductions (255 when unreadable).
+inline double meanDifference(const QString &a, const QString &b) {
+    const auto grey = [](const QString &file) {
+        QProcess p;
+        p.start(TestEnv::ffmpeg(), {QStringLiteral("-v"), QStringLiteral("error"), QStringLiteral("-i"), file,
+                                    QStringLiteral("-vf"), QStringLiteral("scale=32:18,format=gray"), QStringLiteral("-f"),
+                                    QStringLiteral("rawvideo"), QStringLiteral("-")});
+        p.waitForFinished(60000);
+        return p.readAllStandardOutput();
+    };
+    const QByteArray x = grey(a);
+    const QByteArray y = grey(b);
+    if (x.size() != 32 * 18 || y.size() != x.size())
+        return 255;
+    double sum = 0;
+    for (qsizetype i = 0; i < x.size(); ++i)
+        sum += std::abs(int(quint8(x[i])) - int(quint8(y[i])));
+    return sum / double(x.size());
 }
 
 // A small test picture with a tone, `seconds` long.

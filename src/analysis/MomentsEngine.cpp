@@ -1,11 +1,11 @@
 #include "analysis/MomentsEngine.h"
 
-#include "analysis/MomentsThumbnail.h"
 #include "core/AppSettings.h"
 #include "engine/Tools.h"
 
 #include <QDir>
 #include <QFile>
+#include <QImage>
 #include <QFileInfo>
 #include <QRegularExpression>
 #include <QTextBoundaryFinder>
@@ -351,30 +351,53 @@ QCoro::Task<QList<std::optional<QString>>> extractThumbnails(QList<Candidate> ca
     co_return job.results;
 }
 
-std::optional<quint64> dHash(const QString &imageFile) {
+namespace {
+// The thumbnail drawn smoothly into a tiny bitmap; none when it cannot be decoded.
+std::optional<QImage> shrunk(const QString &imageFile, int width, int height) {
     const auto bytes = readThumbnail(imageFile);
     if (!bytes)
         return std::nullopt;
-    const auto grey = MomentsThumbnail::reduce(*bytes, 9, 8, true);
-    if (!grey)
+    QImage image;
+    if (!image.loadFromData(*bytes) || image.isNull())
         return std::nullopt;
-    const auto *px = reinterpret_cast<const quint8 *>(grey->pixels.constData());
+    QImage small = image.convertToFormat(QImage::Format_RGB32)
+                       .scaled(width, height, Qt::IgnoreAspectRatio, Qt::SmoothTransformation);
+    if (small.isNull())
+        return std::nullopt;
+    return small;
+}
+} // namespace
+
+std::optional<quint64> dHash(const QString &imageFile) {
+    const auto small = shrunk(imageFile, 9, 8);
+    if (!small)
+        return std::nullopt;
+    const QImage grey = small->convertToFormat(QImage::Format_Grayscale8);
     quint64 hash = 0;
-    for (int r = 0; r < 8; ++r)
+    for (int r = 0; r < 8; ++r) {
+        const uchar *row = grey.constScanLine(r);
         for (int c = 0; c < 8; ++c)
-            if (px[r * 9 + c] > px[r * 9 + c + 1])
+            if (row[c] > row[c + 1])
                 hash |= quint64(1) << (8 * r + c);
+    }
     return hash;
 }
 
 std::optional<QByteArray> colorSignature(const QString &imageFile) {
-    const auto bytes = readThumbnail(imageFile);
-    if (!bytes)
+    const auto small = shrunk(imageFile, 4, 4);
+    if (!small)
         return std::nullopt;
-    const auto rgb = MomentsThumbnail::reduce(*bytes, 4, 4, false);
-    if (!rgb)
-        return std::nullopt;
-    return rgb->pixels;
+    QByteArray signature;
+    signature.reserve(48);
+    for (int y = 0; y < 4; ++y) {
+        const auto *row = reinterpret_cast<const QRgb *>(small->constScanLine(y));
+        for (int x = 0; x < 4; ++x) {
+            signature.append(char(qRed(row[x])));
+            signature.append(char(qGreen(row[x])));
+            signature.append(char(qBlue(row[x])));
+        }
+    }
+    return signature;
 }
 
 bool isNearDuplicate(quint64 hashA, const QByteArray &signatureA, quint64 hashB, const QByteArray &signatureB) {

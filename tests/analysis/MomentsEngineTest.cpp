@@ -4,7 +4,6 @@
 #include "TestMain.h"
 
 #include "analysis/MomentsEngine.h"
-#include "analysis/MomentsThumbnail.h"
 #include "core/AppSettings.h"
 #include "engine/Tools.h"
 
@@ -73,16 +72,6 @@ bool makeJpeg(const QString &source, const QString &path, const QString &pixFmt 
 QByteArray readAll(const QString &path) {
     QFile f(path);
     return f.open(QIODevice::ReadOnly) ? f.readAll() : QByteArray();
-}
-
-// ffmpeg's own area-averaged grey reduction, as a reference for ours.
-QByteArray ffmpegGrey(const QString &image, int w, int h) {
-    QProcess p;
-    p.start(TestEnv::ffmpeg(), {QStringLiteral("-v"), QStringLiteral("error"), QStringLiteral("-i"), image,
-                                QStringLiteral("-vf"), QStringLiteral("scale=%1:%2:flags=area,format=gray").arg(w).arg(h),
-                                QStringLiteral("-f"), QStringLiteral("rawvideo"), QStringLiteral("-")});
-    p.waitForFinished(60000);
-    return p.readAllStandardOutput();
 }
 
 QByteArray signatureOf(int r, int g, int b) {
@@ -328,29 +317,6 @@ private Q_SLOTS:
         QCOMPARE(moments.last().time, 19.0);
     }
 
-    void reductionMatchesFfmpeg_data() {
-        QTest::addColumn<QString>("source");
-        QTest::addColumn<QString>("pixFmt");
-        QTest::newRow("4:2:0 test card") << QStringLiteral("testsrc2=s=480x270") << QStringLiteral("yuvj420p");
-        QTest::newRow("4:4:4 bars") << QStringLiteral("smptebars=s=480x270") << QStringLiteral("yuvj444p");
-        QTest::newRow("4:2:2 odd size") << QStringLiteral("mandelbrot=s=357x201") << QStringLiteral("yuvj422p");
-        QTest::newRow("grey") << QStringLiteral("testsrc=s=480x360") << QStringLiteral("gray");
-    }
-    void reductionMatchesFfmpeg() {
-        QFETCH(QString, source);
-        QFETCH(QString, pixFmt);
-        const QString jpeg = media(QStringLiteral("ref-%1.jpg").arg(QString::fromLatin1(QTest::currentDataTag()).replace(u' ', u'_').replace(u':', u'_')));
-        QVERIFY(makeJpeg(source, jpeg, pixFmt));
-        const auto ours = MomentsThumbnail::reduce(readAll(jpeg), 9, 8, true);
-        QVERIFY(ours);
-        const QByteArray reference = ffmpegGrey(jpeg, 9, 8);
-        QCOMPARE(reference.size(), 72);
-        double diff = 0;
-        for (int i = 0; i < 72; ++i)
-            diff += std::abs(int(quint8(ours->pixels[i])) - int(quint8(reference[i])));
-        QVERIFY2(diff / 72 < 4.0, qPrintable(QString::number(diff / 72)));
-    }
-
     void hashAndSignatureOfKnownPictures() {
         const QString ramp = media(QStringLiteral("ramp.jpg"));
         // Brightness falls from left to right: every pixel is brighter than its right neighbour.
@@ -388,11 +354,14 @@ private Q_SLOTS:
             QVERIFY(g.open(QIODevice::WriteOnly));
             g.write(QByteArray(5000, '\xff'));
         }
-        QVERIFY(makeJpeg(QStringLiteral("testsrc2=s=480x270"), png, QStringLiteral("rgb24")));
-        for (const QString &path : {truncated, garbage, png, media(QStringLiteral("missing.jpg"))}) {
+        for (const QString &path : {garbage, media(QStringLiteral("missing.jpg"))}) {
             QVERIFY2(!MomentsEngine::dHash(path), qPrintable(path));
             QVERIFY2(!MomentsEngine::colorSignature(path), qPrintable(path));
         }
+        // Any picture format the image reader knows is fine; a cut-off JPEG decodes as far as it goes.
+        QVERIFY(makeJpeg(QStringLiteral("testsrc2=s=480x270"), png, QStringLiteral("rgb24")));
+        QCOMPARE(MomentsEngine::dHash(png).has_value(), true);
+        MomentsEngine::dHash(truncated);
         // Damaged files must never crash the decoder, whatever they do to the result.
         QRandomGenerator rng(99);
         for (int round = 0; round < 400; ++round) {
@@ -401,8 +370,13 @@ private Q_SLOTS:
                 damaged[rng.bounded(qsizetype(damaged.size()))] = char(rng.bounded(256));
             if (round % 3 == 0)
                 damaged.truncate(rng.bounded(qsizetype(damaged.size())));
-            MomentsThumbnail::reduce(damaged, 9, 8, true);
-            MomentsThumbnail::reduce(damaged, 4, 4, false);
+            const QString path = media(QStringLiteral("damaged.jpg"));
+            QFile f(path);
+            QVERIFY(f.open(QIODevice::WriteOnly | QIODevice::Truncate));
+            f.write(damaged);
+            f.close();
+            MomentsEngine::dHash(path);
+            MomentsEngine::colorSignature(path);
         }
     }
 

@@ -104,7 +104,7 @@ QCoro::Task<Response> get(QNetworkRequest request, std::chrono::milliseconds tim
     });
     if (!r->isFinished())
         co_await r;
-    if (!tooLarge)
+    if (!tooLarge && r->isOpen())
         body += r->readAll();
 
     Response response = finish(r, tooLarge, false);
@@ -138,7 +138,7 @@ QCoro::Task<Response> download(QNetworkRequest request, QString filePath, std::c
     });
     if (!r->isFinished())
         co_await r;
-    if (!writeFailed) {
+    if (!writeFailed && r->isOpen()) {
         const QByteArray rest = r->readAll();
         if (file.write(rest) != rest.size())
             writeFailed = true;

@@ -14,10 +14,14 @@
 namespace Http {
 namespace {
 
+// The reply's handlers point into the coroutine frame: cut them before the frame goes.
 struct DeleteLater {
-    void operator()(QObject *object) const {
-        if (object)
-            object->deleteLater();
+    void operator()(QNetworkReply *reply) const {
+        if (!reply)
+            return;
+        QObject::disconnect(reply, nullptr, nullptr, nullptr);
+        reply->abort();
+        reply->deleteLater();
     }
 };
 using ReplyPtr = std::unique_ptr<QNetworkReply, DeleteLater>;

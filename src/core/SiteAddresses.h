@@ -8,6 +8,20 @@ namespace SiteAddresses {
 
 // ---- Video and music sites (link normalization, probing, source detection, intake) ----
 
+// -- Source detection: the domains that identify each site (sub-domains belong too) --
+inline constexpr QLatin1String youtubeSourceDomain{"youtube.com"};
+inline constexpr QLatin1String youtubeShortLinkDomain{"youtu.be"};
+inline constexpr QLatin1String spotifySourceDomain{"spotify.com"};
+inline constexpr QLatin1String instagramDomain{"instagram.com"};
+inline constexpr QLatin1String tiktokDomain{"tiktok.com"};
+inline constexpr QLatin1String vimeoDomain{"vimeo.com"};
+inline constexpr QLatin1String soundcloudDomain{"soundcloud.com"};
+inline constexpr QLatin1String twitchDomain{"twitch.tv"};
+inline constexpr QLatin1String facebookDomain{"facebook.com"};
+inline constexpr QLatin1String facebookVideoLinkDomain{"fb.watch"};
+inline constexpr QLatin1String xDomain{"x.com"};
+inline constexpr QLatin1String twitterDomain{"twitter.com"};
+
 // (end of video and music sites)
 
 
@@ -25,6 +39,10 @@ inline const QString openverseImagesPath = QStringLiteral("/v1/images/");
 
 
 // ---- Speech models and application updates ----
+
+// The whisper.cpp ggml model repository; "ggml-<name>.bin" is fetched below it. The host answers
+// with a redirect to its download CDN.
+inline const QString speechModelRepository = QStringLiteral("https://huggingface.co/ggerganov/whisper.cpp/resolve/main/");
 
 // (end of speech models and application updates)
 

@@ -2,6 +2,7 @@
 
 #include "core/AppSettings.h"
 #include "core/Utf8.h"
+#include "engine/ProcessStart.h"
 
 #include <QCoreApplication>
 #include <QDir>
@@ -168,9 +169,7 @@ QCoro::Task<RunResult> run(QString executable, QStringList arguments, double tim
     process.setChildProcessModifier([] { ::setpgid(0, 0); });
     process.start(QIODevice::ReadOnly);
 
-    while (process.state() == QProcess::Starting)
-        co_await qCoro(&process, &QProcess::stateChanged);
-    if (process.state() != QProcess::Running && process.error() == QProcess::FailedToStart)
+    if (!co_await waitUntilStarted(process))
         throw LaunchError(process.errorString().toStdString());
 
     const qint64 pid = process.processId();

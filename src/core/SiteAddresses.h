@@ -41,10 +41,8 @@ inline const QString spotifyWebPlayerHost = QStringLiteral("open.spotify.com");
 
 // ---- Discovery services (Spotify, Openverse, cover art and images) ----
 
-// Spotify's web player: track links, the track page and the oEmbed endpoint all live here.
-inline const QString spotifyWebHost = QStringLiteral("open.spotify.com");
-inline const QString spotifyWebBase = QStringLiteral("https://open.spotify.com");
-inline const QString spotifyOEmbedPath = QStringLiteral("/oembed");
+// Spotify's oEmbed endpoint, on the web player's host (spotifyWebPlayerHost above).
+inline const QString spotifyOEmbedEndpoint = QStringLiteral("https://open.spotify.com/oembed");
 // The Openverse catalogue of openly licensed images.
 inline const QString openverseApiBase = QStringLiteral("https://api.openverse.org");
 inline const QString openverseImagesPath = QStringLiteral("/v1/images/");

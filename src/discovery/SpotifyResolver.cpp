@@ -3,6 +3,7 @@
 #include "core/Utf8.h"
 #include "discovery/Http.h"
 #include "engine/Tools.h"
+#include "engine/YtDlp.h"
 
 #include <QDir>
 #include <QFile>
@@ -41,11 +42,6 @@ const QString notFoundMessage = QStringLiteral("Couldn't read track info from th
 
 QString newUuid() { return QUuid::createUuid().toString(QUuid::WithoutBraces).toUpper(); }
 
-// Letters, digits and "-._~!$&'()*+,;=:@/?" travel as they are; every other UTF-8 byte as %XX.
-QString percentEncodedForQuery(const QString &text) {
-    return QString::fromLatin1(QUrl::toPercentEncoding(text, QByteArrayLiteral("!$&'()*+,;=:@/?")));
-}
-
 bool isSuccess(const Http::Response &response) {
     return response.isHTTP() && response.status >= 200 && response.status < 300;
 }
@@ -56,7 +52,7 @@ struct OEmbed {
 };
 
 QCoro::Task<OEmbed> fetchOEmbed(QString trackURL, Endpoint endpoint) {
-    const QUrl address(endpoint.oEmbedURL.toString() + QStringLiteral("?url=") + percentEncodedForQuery(trackURL),
+    const QUrl address(endpoint.oEmbedURL.toString() + QStringLiteral("?url=") + YtDlp::encodeForURLQuery(trackURL),
                        QUrl::StrictMode);
     if (!address.isValid())
         co_return OEmbed{};
@@ -148,7 +144,7 @@ QCoro::Task<QString> downloadArt(QUrl artwork, Endpoint endpoint) {
 } // namespace
 
 bool isSpotifyTrackURL(const QString &link) {
-    const QString host = SiteAddresses::spotifyWebHost;
+    const QString &host = SiteAddresses::spotifyWebPlayerHost;
     if (link.contains(host + QStringLiteral("/track/")))
         return true;
     return link.contains(host + QStringLiteral("/intl-")) && link.contains(QLatin1String("/track/"));
@@ -166,6 +162,23 @@ QCoro::Task<Metadata> fetchMetadata(QString trackURL, Endpoint endpoint) {
     meta.artist = page.artist;
     meta.artwork = !oEmbed.thumbnail.isEmpty() ? oEmbed.thumbnail : page.artwork;
     co_return meta;
+}
+
+QCoro::Task<Resolution> resolve(QString trackURL, Endpoint endpoint) {
+    const Metadata meta = co_await fetchMetadata(trackURL, endpoint);
+    if (!meta.title || meta.title->isEmpty())
+        throw YtDlpError::probeFailed(notFoundMessage);
+    const QString title = cleanTitle(*meta.title);
+    const QString artist = meta.artist.value_or(QString());
+
+    std::optional<QList<YtDlp::SearchResult>> candidates;
+    try {
+        const QString query = searchQuery(title, artist);
+        candidates = co_await YtDlp::search(query, YtDlp::SearchMode::videos, 6);
+    } catch (...) {
+        // A failed search still leaves the downloader's own search to fall back on.
+    }
+    co_return resolution(title, artist, meta.artwork, candidates);
 }
 
 QString searchQuery(const QString &title, const QString &artist) {

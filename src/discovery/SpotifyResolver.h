@@ -35,7 +35,7 @@ struct Endpoint {
     std::chrono::milliseconds oEmbedTimeout{60000};
     std::chrono::milliseconds pageTimeout{12000};
     std::chrono::milliseconds artTimeout{60000};
-    static Endpoint real() { return {QUrl(SiteAddresses::spotifyWebBase + SiteAddresses::spotifyOEmbedPath)}; }
+    static Endpoint real() { return {QUrl(SiteAddresses::spotifyOEmbedEndpoint)}; }
 };
 
 bool isSpotifyTrackURL(const QString &link);

@@ -45,6 +45,8 @@ QCoro::Task<QList<SearchResult>> search(QString query, SearchMode mode, int coun
 
 // The downloader's arguments for a search (query already trimmed and non-empty).
 QStringList searchArguments(const QString &query, SearchMode mode, int count);
+// Letters, digits and "-._~!$&'()*+,;=:@/?" stay; every other UTF-8 byte becomes %XX.
+QString encodeForURLQuery(const QString &text);
 // One "VORLIXSR" output line → a hit; nothing for foreign or incomplete lines.
 std::optional<SearchResult> parseSearchLine(const QString &line);
 // Display texts: "3:32" / "1:02:05", and "2.5M views" / "12K views" / "999 views"; empty when unknown.

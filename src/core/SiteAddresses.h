@@ -41,6 +41,12 @@ inline const QString spotifyWebPlayerHost = QStringLiteral("open.spotify.com");
 
 // ---- Discovery services (Spotify, Openverse, cover art and images) ----
 
+// Spotify's oEmbed endpoint, on the web player's host (spotifyWebPlayerHost above).
+inline const QString spotifyOEmbedEndpoint = QStringLiteral("https://open.spotify.com/oembed");
+// The Openverse catalogue of openly licensed images.
+inline const QString openverseApiBase = QStringLiteral("https://api.openverse.org");
+inline const QString openverseImagesPath = QStringLiteral("/v1/images/");
+
 // (end of discovery services)
 
 

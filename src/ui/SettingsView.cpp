@@ -205,7 +205,8 @@ void SettingsView::build() {
         downloads.add(m_organize,
                       QStringLiteral("Files into Source ▸ Genre, e.g. YouTube ▸ Tutorials, Instagram ▸ Reels, Spotify"));
 
-        m_autoAnalyze = new QCheckBox(QStringLiteral("Auto-detect BPM & key after audio downloads"));
+        // "&&" is one literal ampersand in a button label.
+        m_autoAnalyze = new QCheckBox(QStringLiteral("Auto-detect BPM && key after audio downloads"));
         connect(m_autoAnalyze, &QCheckBox::toggled, &m_settings, &AppSettings::setAutoAnalyzeAudio);
         downloads.add(m_autoAnalyze, QStringLiteral("Off by default — keeps downloads fast. Use Practice Versions on a "
                                                     "finished file when you need it."));

@@ -90,7 +90,7 @@ class SettingsViewTest : public QObject {
 
     QCheckBox *checkBox(const QString &text) const {
         for (QCheckBox *box : m_view->findChildren<QCheckBox *>())
-            if (box->text() == text)
+            if (QString(box->text()).replace(QStringLiteral("&&"), QStringLiteral("&")) == text)
                 return box;
         return nullptr;
     }

@@ -232,6 +232,7 @@ void ItemRow::rebuildStatus() {
         m_progress->setMaximumWidth(progressMaxWidth);
         m_progress->resetValue(m_item->progress());
         m_statusLayout->addWidget(m_progress, 1);
+        m_progress->setMinimumWidth(120);
         m_percent = secondary(QString::number(int(m_item->progress() * 100)) + u'%', Brand::ember());
         m_percent->setObjectName(QStringLiteral("percent"));
         m_statusLayout->addWidget(m_percent);
@@ -265,8 +266,8 @@ void ItemRow::rebuildStatus() {
         chip(QStringLiteral("Cancelled"), QStringLiteral("xmark.circle"), Brand::stone());
         break;
     }
-    if (state.kind() != ItemState::Kind::downloading && state.kind() != ItemState::Kind::failed)
-        m_statusLayout->addStretch(1);
+    if (state.kind() != ItemState::Kind::failed)
+        m_statusLayout->addStretch(state.kind() == ItemState::Kind::downloading ? 0 : 1);
     rebuildButtons();
 }
 

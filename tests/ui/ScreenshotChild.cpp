@@ -10,6 +10,7 @@
 #include "ui/Brand.h"
 #include "ui/EmberButtonStyle.h"
 #include "ui/EmberProgressBar.h"
+#include "ui/ItemRow.h"
 #include "ui/PinchMark.h"
 #include "ui/SettingsView.h"
 #include "ui/StatusChip.h"
@@ -103,6 +104,40 @@ int screenshots(int argc, char **argv) {
     bool ok = true;
     std::unique_ptr<QWidget> page(sampler());
     ok &= save(*page, folder, QStringLiteral("ember-style.png"));
+
+    // Queue rows in the states a user sees most.
+    QWidget rows;
+    rows.resize(760, 420);
+    auto *list = new QVBoxLayout(&rows);
+    list->setContentsMargins(0, 8, 0, 8);
+    auto downloading = DownloadItem::make(QStringLiteral("https://www.youtube.com/watch?v=abc"), DownloadMode::bestVideoAudio);
+    downloading->setTitle(QStringLiteral("How to Play Wonderwall — Easy Guitar Lesson"));
+    downloading->setCategory(QStringLiteral("Tutorials"));
+    downloading->setState(ItemState::downloading());
+    downloading->setProgress(0.62);
+    downloading->setSpeedText(QStringLiteral("2.1MiB/s"));
+    downloading->setEtaText(QStringLiteral("00:12"));
+    auto done = DownloadItem::make(QStringLiteral("https://soundcloud.com/a/b"), DownloadMode::audioOnly,
+                                   ClipRange{QStringLiteral("1:20"), QString()});
+    done->setTitle(QStringLiteral("Night Drive (Extended Mix)"));
+    done->setFinalFileURL(QUrl::fromLocalFile(QStringLiteral("/tmp/Night Drive.mp3")));
+    done->setDetectedBPM(124.0);
+    done->setDetectedKey(QStringLiteral("F# minor"));
+    done->setDidSelfHeal(true);
+    done->setState(ItemState::done());
+    auto failed = DownloadItem::make(QStringLiteral("https://vimeo.com/123"), DownloadMode::videoOnly);
+    failed->setTitle(QStringLiteral("Studio tour"));
+    failed->setState(ItemState::failed(QStringLiteral("This video is private. Turn on “Use Chrome login” in Settings.")));
+    auto queued = DownloadItem::make(QStringLiteral("https://www.tiktok.com/@x/video/1"), DownloadMode::bestVideoAudio);
+    for (const auto &item : {downloading, done, failed, queued}) {
+        list->addWidget(new ItemRow(item));
+        auto *line = new QFrame;
+        line->setFixedHeight(1);
+        line->setStyleSheet(QStringLiteral("background: %1;").arg(Brand::hairline().name()));
+        list->addWidget(line);
+    }
+    list->addStretch(1);
+    ok &= save(rows, folder, QStringLiteral("queue-rows.png"));
 
     AppSettings settings(TestEnv::root() + QStringLiteral("/shot.conf"));
     settings.setDownloadFolderPath(QDir::homePath() + QStringLiteral("/Downloads/Vorlix"));

@@ -1,6 +1,7 @@
 #include "ui/ItemRow.h"
 
 #include "ui/Brand.h"
+#include "ui/ElidedLabel.h"
 #include "ui/EmberButtonStyle.h"
 #include "ui/EmberProgressBar.h"
 #include "ui/StatusChip.h"
@@ -88,11 +89,9 @@ ItemRow::ItemRow(DownloadItemPtr item, QWidget *parent)
 
     auto *column = new QVBoxLayout;
     column->setSpacing(5);
-    m_title = new QLabel;
+    m_title = new ElidedLabel(nullptr, Qt::ElideRight);
     m_title->setObjectName(QStringLiteral("title"));
     m_title->setFont(Brand::displayFont(14, QFont::DemiBold));
-    m_title->setTextFormat(Qt::PlainText);
-    m_title->setSizePolicy(QSizePolicy::Ignored, QSizePolicy::Preferred);
     column->addWidget(m_title);
     m_chips = new QWidget;
     m_chipsLayout = new QHBoxLayout(m_chips);
@@ -136,8 +135,8 @@ QString ItemRow::clipText(const ClipRange &clip) {
 
 void ItemRow::refresh() {
     const QString title = m_item->title().isEmpty() ? m_item->url() : m_item->title();
-    m_title->setText(m_title->fontMetrics().elidedText(title, Qt::ElideRight, std::max(120, m_title->width())));
-    m_title->setToolTip(title);
+    if (m_title->fullText() != title)
+        m_title->setFullText(title);
     refreshThumbnail();
     rebuildChips();
     rebuildStatus();

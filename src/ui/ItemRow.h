@@ -5,6 +5,7 @@
 #include <QPixmap>
 #include <QWidget>
 
+class ElidedLabel;
 class EmberProgressBar;
 class QHBoxLayout;
 class QLabel;
@@ -60,7 +61,7 @@ private:
 
     DownloadItemPtr m_item;
     QLabel *m_thumbnail;
-    QLabel *m_title;
+    ElidedLabel *m_title;
     QWidget *m_chips;
     QHBoxLayout *m_chipsLayout;
     QWidget *m_status;

@@ -32,3 +32,10 @@ else()
 endif()
 
 add_custom_target(packaged_tools ALL DEPENDS ${packaged})
+
+# An install has the same shape as the build tree: bin/vorlix and share/vorlix/bin/<tool>.
+include(GNUInstallDirs)
+install(PROGRAMS ${packaged} DESTINATION ${CMAKE_INSTALL_DATADIR}/vorlix/bin)
+if(TARGET vorlix)
+  install(TARGETS vorlix RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
+endif()

@@ -1,0 +1,60 @@
+#include "ui/EmberProgressBar.h"
+
+#include "ui/Brand.h"
+
+#include <QPainter>
+#include <QPainterPath>
+#include <QVariantAnimation>
+
+#include <algorithm>
+#include <cmath>
+
+namespace {
+double clamped(double value) { return std::isnan(value) ? 0.0 : std::clamp(value, 0.0, 1.0); }
+} // namespace
+
+EmberProgressBar::EmberProgressBar(QWidget *parent) : QWidget(parent), m_animation(new QVariantAnimation(this)) {
+    setSizePolicy(QSizePolicy::Expanding, QSizePolicy::Fixed);
+    m_animation->setDuration(animationMs);
+    m_animation->setEasingCurve(QEasingCurve::Linear);
+    connect(m_animation, &QVariantAnimation::valueChanged, this, [this](const QVariant &v) {
+        m_shown = v.toDouble();
+        update();
+    });
+}
+
+void EmberProgressBar::setValue(double value) {
+    const double target = clamped(value);
+    if (target == m_value)
+        return;
+    m_value = target;
+    m_animation->stop();
+    m_animation->setStartValue(m_shown);
+    m_animation->setEndValue(target);
+    m_animation->start();
+}
+
+void EmberProgressBar::resetValue(double value) {
+    m_animation->stop();
+    m_value = m_shown = clamped(value);
+    update();
+}
+
+qreal EmberProgressBar::fillWidth(double value, qreal available) {
+    return std::max(minimumBarWidth, available * clamped(value));
+}
+
+QSize EmberProgressBar::sizeHint() const { return QSize(200, barHeight); }
+QSize EmberProgressBar::minimumSizeHint() const { return QSize(int(minimumBarWidth), barHeight); }
+
+void EmberProgressBar::paintEvent(QPaintEvent *) {
+    QPainter p(this);
+    p.setRenderHint(QPainter::Antialiasing);
+    const QRectF track(0, (height() - barHeight) / 2.0, width(), barHeight);
+    QPainterPath clip;
+    clip.addRoundedRect(track, barHeight / 2.0, barHeight / 2.0);
+    p.setClipPath(clip);
+    p.fillRect(track, Brand::hairline());
+    p.fillRect(QRectF(track.left(), track.top(), std::min(track.width(), fillWidth(m_shown, track.width())), barHeight),
+               Brand::ember());
+}

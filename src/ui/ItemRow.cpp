@@ -1,0 +1,357 @@
+#include "ui/ItemRow.h"
+
+#include "ui/Brand.h"
+#include "ui/ElidedLabel.h"
+#include "ui/EmberButtonStyle.h"
+#include "ui/EmberProgressBar.h"
+#include "ui/StatusChip.h"
+#include "ui/Symbols.h"
+
+#include <QApplication>
+#include <QClipboard>
+#include <QContextMenuEvent>
+#include <QDesktopServices>
+#include <QHBoxLayout>
+#include <QHash>
+#include <QLabel>
+#include <QMenu>
+#include <QMimeData>
+#include <QNetworkAccessManager>
+#include <QNetworkReply>
+#include <QPainter>
+#include <QPainterPath>
+#include <QPushButton>
+#include <QToolButton>
+#include <QVBoxLayout>
+
+namespace {
+QHash<QUrl, QPixmap> &thumbnailCache() {
+    static QHash<QUrl, QPixmap> cache;
+    return cache;
+}
+
+QPixmap rounded(const QPixmap &source, QSize size) {
+    QPixmap out(size);
+    out.fill(Qt::transparent);
+    QPainter p(&out);
+    p.setRenderHint(QPainter::Antialiasing);
+    QPainterPath clip;
+    clip.addRoundedRect(QRectF(0, 0, size.width(), size.height()), 6, 6);
+    p.setClipPath(clip);
+    if (source.isNull()) {
+        p.fillRect(out.rect(), Brand::hairline());
+    } else {
+        // Fill the frame, cropping the overflow evenly.
+        const QPixmap scaled = source.scaled(size, Qt::KeepAspectRatioByExpanding, Qt::SmoothTransformation);
+        p.drawPixmap((size.width() - scaled.width()) / 2, (size.height() - scaled.height()) / 2, scaled);
+    }
+    return out;
+}
+
+QPixmap placeholder(DownloadMode mode, QSize size) {
+    QPixmap out = rounded(QPixmap(), size);
+    QPainter p(&out);
+    const int glyph = 20;
+    p.drawPixmap((size.width() - glyph) / 2, (size.height() - glyph) / 2,
+                 Symbols::pixmap(DownloadModes::symbol(mode), Brand::stoneDark(), glyph));
+    return out;
+}
+
+QLabel *secondary(const QString &text, const QColor &color, qreal points = 11.5) {
+    auto *label = new QLabel(text);
+    label->setFont(Brand::monoFont(points));
+    QPalette p = label->palette();
+    p.setColor(QPalette::WindowText, color);
+    label->setPalette(p);
+    return label;
+}
+
+void clear(QHBoxLayout *layout) {
+    while (QLayoutItem *entry = layout->takeAt(0)) {
+        if (QWidget *w = entry->widget())
+            delete w;
+        delete entry;
+    }
+}
+} // namespace
+
+ItemRow::ItemRow(DownloadItemPtr item, QWidget *parent)
+    : QWidget(parent), m_item(std::move(item)), m_shownKind(m_item->state().kind()) {
+    setAttribute(Qt::WA_StyledBackground);
+    auto *row = new QHBoxLayout(this);
+    row->setContentsMargins(14, 10, 14, 10);
+    row->setSpacing(12);
+
+    m_thumbnail = new QLabel;
+    m_thumbnail->setObjectName(QStringLiteral("thumbnail"));
+    m_thumbnail->setFixedSize(thumbnailSize);
+    row->addWidget(m_thumbnail, 0, Qt::AlignTop);
+
+    auto *column = new QVBoxLayout;
+    column->setSpacing(5);
+    m_title = new ElidedLabel(nullptr, Qt::ElideRight);
+    m_title->setObjectName(QStringLiteral("title"));
+    m_title->setFont(Brand::displayFont(14, QFont::DemiBold));
+    column->addWidget(m_title);
+    m_chips = new QWidget;
+    m_chipsLayout = new QHBoxLayout(m_chips);
+    m_chipsLayout->setContentsMargins(0, 0, 0, 0);
+    m_chipsLayout->setSpacing(5);
+    column->addWidget(m_chips);
+    m_status = new QWidget;
+    m_status->setObjectName(QStringLiteral("status"));
+    m_statusLayout = new QHBoxLayout(m_status);
+    m_statusLayout->setContentsMargins(0, 0, 0, 0);
+    m_statusLayout->setSpacing(8);
+    column->addWidget(m_status);
+    row->addLayout(column, 1);
+
+    m_buttons = new QWidget;
+    m_buttonsLayout = new QHBoxLayout(m_buttons);
+    m_buttonsLayout->setContentsMargins(0, 0, 0, 0);
+    m_buttonsLayout->setSpacing(4);
+    row->addWidget(m_buttons, 0, Qt::AlignVCenter);
+
+    connect(m_item.get(), &DownloadItem::changed, this, &ItemRow::refresh);
+    refresh();
+}
+
+ItemRow::~ItemRow() = default;
+
+QNetworkAccessManager &ItemRow::network() {
+    static QNetworkAccessManager *manager = new QNetworkAccessManager(qApp);
+    return *manager;
+}
+
+QString ItemRow::semitoneLabel(int semitones) {
+    return (semitones > 0 ? QStringLiteral("+") : QString()) + QString::number(semitones) +
+           QStringLiteral(" semitone") + (std::abs(semitones) == 1 ? QString() : QStringLiteral("s"));
+}
+
+QString ItemRow::clipText(const ClipRange &clip) {
+    return (clip.start.isEmpty() ? QStringLiteral("start") : clip.start) + u'\u2013' +
+           (clip.end.isEmpty() ? QStringLiteral("end") : clip.end);
+}
+
+void ItemRow::refresh() {
+    const QString title = m_item->title().isEmpty() ? m_item->url() : m_item->title();
+    if (m_title->fullText() != title)
+        m_title->setFullText(title);
+    refreshThumbnail();
+    rebuildChips();
+    rebuildStatus();
+}
+
+void ItemRow::refreshThumbnail() {
+    const QUrl url = m_item->thumbnailURL();
+    if (m_thumbnail->pixmap().isNull() || url != m_thumbnailShown) {
+        m_thumbnailShown = url;
+        const auto cached = thumbnailCache().constFind(url);
+        if (!url.isEmpty() && cached != thumbnailCache().constEnd()) {
+            m_thumbnail->setPixmap(rounded(*cached, thumbnailSize));
+            return;
+        }
+        m_thumbnail->setPixmap(placeholder(m_item->mode(), thumbnailSize));
+        if (url.isEmpty() || !(url.scheme() == QLatin1String("http") || url.scheme() == QLatin1String("https")))
+            return;
+        QNetworkRequest request(url);
+        request.setAttribute(QNetworkRequest::RedirectPolicyAttribute, QNetworkRequest::NoLessSafeRedirectPolicy);
+        request.setTransferTimeout(20000);
+        QNetworkReply *reply = network().get(request);
+        connect(reply, &QNetworkReply::finished, this, [this, reply, url] {
+            reply->deleteLater();
+            QPixmap picture;
+            // A failed or undecodable answer keeps the placeholder.
+            if (reply->error() != QNetworkReply::NoError || !picture.loadFromData(reply->readAll()))
+                return;
+            thumbnailCache().insert(url, picture);
+            if (m_thumbnailShown == url)
+                m_thumbnail->setPixmap(rounded(picture, thumbnailSize));
+        });
+    }
+}
+
+void ItemRow::rebuildChips() {
+    clear(m_chipsLayout);
+    const DownloadItem &it = *m_item;
+    auto add = [this](const QString &text, const QString &symbol, const QColor &tint, const QString &help = {}) {
+        auto *chip = new StatusChip(text, symbol, tint);
+        chip->setToolTip(help);
+        m_chipsLayout->addWidget(chip);
+    };
+    add(DownloadModes::label(it.mode()), DownloadModes::symbol(it.mode()), Brand::stone());
+    if (it.category())
+        add(*it.category(), QString(), Brand::ember());
+    if (it.clip() && it.clip()->isValid())
+        add(clipText(*it.clip()), QStringLiteral("scissors"), Brand::stone());
+    if (it.detectedBPM())
+        add(QString::asprintf("%.0f BPM", *it.detectedBPM()), QStringLiteral("metronome"), Brand::stone());
+    if (it.detectedKey())
+        add(*it.detectedKey(), QStringLiteral("pianokeys"), Brand::stone());
+    if (it.didSelfHeal())
+        add(QStringLiteral("self-healed"), QStringLiteral("bandage"), Brand::ember(),
+            QStringLiteral("The engine auto-updated itself to complete this download"));
+    m_chipsLayout->addStretch(1);
+}
+
+void ItemRow::rebuildStatus() {
+    const ItemState &state = m_item->state();
+    const bool sameShape = m_statusBuilt && state.kind() == m_shownKind && state.kind() == ItemState::Kind::downloading;
+    if (sameShape) {
+        m_progress->setValue(m_item->progress());
+        m_percent->setText(QString::number(int(m_item->progress() * 100)) + u'%');
+        const bool hasSpeed = !m_item->speedText().isEmpty();
+        m_speed->setVisible(hasSpeed);
+        m_speed->setText(m_item->speedText() + QStringLiteral(" · ETA ") + m_item->etaText());
+        return;
+    }
+    m_statusBuilt = true;
+    m_shownKind = state.kind();
+    clear(m_statusLayout);
+    m_progress = nullptr;
+    m_percent = m_speed = nullptr;
+    auto chip = [this](const QString &text, const QString &symbol, const QColor &tint) {
+        m_statusLayout->addWidget(new StatusChip(text, symbol, tint));
+    };
+    auto spinner = [this](const QString &text) {
+        auto *busy = secondary(QStringLiteral("◌"), Brand::ember(), 12);
+        busy->setObjectName(QStringLiteral("spinner"));
+        m_statusLayout->addWidget(busy);
+        m_statusLayout->addWidget(secondary(text, Brand::stone()));
+    };
+    switch (state.kind()) {
+    case ItemState::Kind::queued:
+        chip(QStringLiteral("Queued"), QStringLiteral("clock"), Brand::stone());
+        break;
+    case ItemState::Kind::probing:
+        spinner(QStringLiteral("Fetching info…"));
+        break;
+    case ItemState::Kind::downloading: {
+        m_progress = new EmberProgressBar;
+        m_progress->setMaximumWidth(progressMaxWidth);
+        m_progress->resetValue(m_item->progress());
+        m_statusLayout->addWidget(m_progress, 1);
+        m_progress->setMinimumWidth(120);
+        m_percent = secondary(QString::number(int(m_item->progress() * 100)) + u'%', Brand::ember());
+        m_percent->setObjectName(QStringLiteral("percent"));
+        m_statusLayout->addWidget(m_percent);
+        m_speed = secondary(m_item->speedText() + QStringLiteral(" · ETA ") + m_item->etaText(), Brand::stone());
+        m_speed->setObjectName(QStringLiteral("speed"));
+        m_speed->setVisible(!m_item->speedText().isEmpty());
+        m_statusLayout->addWidget(m_speed);
+        break;
+    }
+    case ItemState::Kind::processing:
+        spinner(state.text());
+        break;
+    case ItemState::Kind::done:
+        chip(QStringLiteral("Done"), QStringLiteral("checkmark.circle.fill"), Brand::success());
+        if (!m_item->transcriptURL().isEmpty())
+            chip(QStringLiteral("Transcript"), QStringLiteral("text.quote"), Brand::stone());
+        if (!m_item->summaryURL().isEmpty())
+            chip(QStringLiteral("Summary"), QStringLiteral("list.bullet.rectangle"), Brand::stone());
+        break;
+    case ItemState::Kind::failed: {
+        chip(QStringLiteral("Failed"), QStringLiteral("exclamationmark.triangle.fill"), Brand::danger());
+        auto *message = secondary(state.text(), Brand::danger(), 11);
+        message->setObjectName(QStringLiteral("failure"));
+        message->setFont(Brand::systemFont(11));
+        message->setWordWrap(true);
+        message->setMaximumHeight(message->fontMetrics().lineSpacing() * 2 + 2); // at most two lines
+        m_statusLayout->addWidget(message, 1);
+        break;
+    }
+    case ItemState::Kind::cancelled:
+        chip(QStringLiteral("Cancelled"), QStringLiteral("xmark.circle"), Brand::stone());
+        break;
+    }
+    if (state.kind() != ItemState::Kind::failed)
+        m_statusLayout->addStretch(state.kind() == ItemState::Kind::downloading ? 0 : 1);
+    rebuildButtons();
+}
+
+QWidget *ItemRow::iconButton(const QString &symbol, const QString &help, const QColor &tint) {
+    auto *button = new QToolButton;
+    button->setIcon(Symbols::icon(symbol, tint, 18));
+    button->setIconSize(QSize(18, 18));
+    button->setToolTip(help);
+    button->setAccessibleName(help);
+    button->setAutoRaise(true);
+    button->setCursor(Qt::PointingHandCursor);
+    m_buttonsLayout->addWidget(button);
+    return button;
+}
+
+void ItemRow::rebuildButtons() {
+    clear(m_buttonsLayout);
+    const ItemState &state = m_item->state();
+    if (state.isActive()) {
+        auto *cancel = static_cast<QToolButton *>(iconButton(QStringLiteral("xmark.circle.fill"), QStringLiteral("Cancel"), Brand::stone()));
+        connect(cancel, &QToolButton::clicked, this, [this] { Q_EMIT cancelRequested(m_item); });
+    } else if (state.is(ItemState::Kind::failed)) {
+        auto *retry = new QPushButton(QStringLiteral("Retry"));
+        EmberButtonStyle::apply(retry, true);
+        connect(retry, &QPushButton::clicked, this, [this] { Q_EMIT retryRequested(m_item); });
+        m_buttonsLayout->addWidget(retry);
+    } else if (state.is(ItemState::Kind::done) && !m_item->finalFileURL().isEmpty()) {
+        if (m_item->mode() != DownloadMode::audioOnly) {
+            auto *moments = static_cast<QToolButton *>(iconButton(
+                QStringLiteral("sparkles"), QStringLiteral("Smart Moments: unique clips & screenshots, you approve first"),
+                Brand::ember()));
+            connect(moments, &QToolButton::clicked, this, [this] { Q_EMIT momentsRequested(m_item); });
+        }
+        auto *reveal = static_cast<QToolButton *>(
+            iconButton(QStringLiteral("magnifyingglass.circle"), QStringLiteral("Show in Finder"), Brand::stone()));
+        connect(reveal, &QToolButton::clicked, this, [this] { Q_EMIT revealRequested(m_item->finalFileURL()); });
+    } else if (state.is(ItemState::Kind::cancelled)) {
+        auto *remove = static_cast<QToolButton *>(iconButton(QStringLiteral("trash"), QStringLiteral("Remove"), Brand::stone()));
+        connect(remove, &QToolButton::clicked, this, [this] { Q_EMIT removeRequested(m_item); });
+    }
+}
+
+QMenu *ItemRow::buildContextMenu(QWidget *parent) {
+    auto *menu = new QMenu(parent);
+    const DownloadItemPtr item = m_item;
+    if (!item->finalFileURL().isEmpty()) {
+        const QUrl file = item->finalFileURL();
+        menu->addAction(QStringLiteral("Show in Finder"), this, [this, file] { Q_EMIT revealRequested(file); });
+        menu->addAction(QStringLiteral("Open"), this, [file] { QDesktopServices::openUrl(file); });
+        menu->addSeparator();
+        if (item->mode() != DownloadMode::audioOnly)
+            menu->addAction(QStringLiteral("Smart Moments…"), this, [this, item] { Q_EMIT momentsRequested(item); });
+        QMenu *practice = menu->addMenu(QStringLiteral("Practice Versions"));
+        practice->addAction(QStringLiteral("Detect BPM && Key"), this, [this, item] { Q_EMIT detectTempoRequested(item); });
+        practice->addSeparator();
+        for (double rate : {0.5, 0.75, 0.9})
+            practice->addAction(QString::number(int(rate * 100)) + QStringLiteral("% speed"), this,
+                                [this, item, rate] { Q_EMIT practiceRequested(item, rate); });
+        practice->addSeparator();
+        for (int semitones : {-2, -1, 1, 2})
+            practice->addAction(semitoneLabel(semitones), this,
+                                [this, item, semitones] { Q_EMIT pitchRequested(item, semitones); });
+        if (!item->transcriptURL().isEmpty()) {
+            const QUrl transcript = item->transcriptURL();
+            menu->addAction(QStringLiteral("Open Transcript"), this, [transcript] { QDesktopServices::openUrl(transcript); });
+            if (!item->summaryURL().isEmpty()) {
+                const QUrl summary = item->summaryURL();
+                menu->addAction(QStringLiteral("Open Summary"), this, [summary] { QDesktopServices::openUrl(summary); });
+            }
+        } else {
+            menu->addAction(QStringLiteral("Transcribe + Summarize"), this, [this, item] { Q_EMIT transcribeRequested(item); });
+        }
+        menu->addSeparator();
+    }
+    menu->addAction(QStringLiteral("Copy Link"), this, [item] {
+        QClipboard *clipboard = QApplication::clipboard();
+        clipboard->clear();
+        clipboard->setText(item->url());
+    });
+    menu->addAction(QStringLiteral("Remove from List"), this, [this, item] { Q_EMIT removeRequested(item); });
+    return menu;
+}
+
+void ItemRow::contextMenuEvent(QContextMenuEvent *event) {
+    QMenu *menu = buildContextMenu(this);
+    menu->setAttribute(Qt::WA_DeleteOnClose);
+    menu->popup(event->globalPos());
+}

@@ -1,0 +1,262 @@
+#include "Await.h"
+#include "TestEnv.h"
+#include "TestMain.h"
+#include "analysis_music.h"
+
+#include "analysis/PracticeMode.h"
+#include "engine/Tools.h"
+
+#include <QDir>
+#include <QFile>
+#include <QRegularExpression>
+#include <QTest>
+
+#include <algorithm>
+#include <cmath>
+#include <vector>
+
+using PracticeMode::Analysis;
+using PracticeMode::BeatGrid;
+
+namespace {
+
+QString media(const QString &name) { return TestEnv::root() + QStringLiteral("/media/") + name; }
+QUrl mediaUrl(const QString &name) { return QUrl::fromLocalFile(media(name)); }
+
+QString describe(const Analysis &a) {
+    return QStringLiteral("bpm=%1 key=%2")
+        .arg(a.bpm ? QString::number(*a.bpm) : QStringLiteral("none"), a.key.value_or(QStringLiteral("none")));
+}
+
+QStringList leftoverWavs() {
+    return TestEnv::filesContaining(QDir::tempPath(), QStringLiteral("vorlix-analyze-")) +
+           TestEnv::filesContaining(QDir::tempPath(), QStringLiteral("vorlix-beat-"));
+}
+
+// A stand-in ffmpeg: records its arguments, then writes `wav` (base64) to its last argument and
+// exits with `status`.
+QString stubFFmpeg(const QString &name, const QByteArray &wav, int status) {
+    const QString payload = TestEnv::root() + u'/' + name + QStringLiteral(".payload");
+    QFile f(payload);
+    if (f.open(QIODevice::WriteOnly | QIODevice::Truncate))
+        f.write(wav);
+    f.close();
+    return TestEnv::writeStubTool(name, QStringLiteral("printf '%s\\n' \"$@\" > '%1.args'\n"
+                                                       "for last; do :; done\n"
+                                                       "cp '%2' \"$last\"\n"
+                                                       "exit %3\n")
+                                            .arg(TestEnv::toolDir() + u'/' + name, payload)
+                                            .arg(status));
+}
+
+QStringList recordedArguments(const QString &stub) {
+    QFile f(stub + QStringLiteral(".args"));
+    if (!f.open(QIODevice::ReadOnly))
+        return {};
+    return QString::fromUtf8(f.readAll()).split(u'\n', Qt::SkipEmptyParts);
+}
+
+QByteArray readAll(const QString &path) {
+    QFile f(path);
+    return f.open(QIODevice::ReadOnly) ? f.readAll() : QByteArray();
+}
+
+} // namespace
+
+namespace PracticeMode {
+char *toString(const Analysis &a) { return qstrdup(qPrintable(describe(a))); }
+} // namespace PracticeMode
+
+class PracticeModeTest : public QObject {
+    Q_OBJECT
+    QString ffmpeg;
+
+private Q_SLOTS:
+    void initTestCase() {
+        ffmpeg = Tools::ffmpegURL();
+        QVERIFY2(!ffmpeg.isEmpty(), "these tests need ffmpeg");
+        QDir().mkpath(media(QString()));
+
+        AnalysisMusic::Options clicks;
+        for (const int bpm : {90, 150})
+            QVERIFY(AnalysisMusic::clickTrack(media(QStringLiteral("clicks-%1.wav").arg(bpm)), bpm, clicks));
+        // Compressed, stereo, 44.1 kHz, first beat late: the decoder has real work to do.
+        AnalysisMusic::Options compressed;
+        compressed.sampleRate = 44100;
+        compressed.channels = 2;
+        compressed.firstClick = 0.3;
+        QVERIFY(AnalysisMusic::clickTrack(media(QStringLiteral("clicks-120.m4a")), 120, compressed));
+
+        AnalysisMusic::Options chords;
+        chords.seconds = 16;
+        QVERIFY(AnalysisMusic::chordProgression(media(QStringLiteral("a-minor.wav")), 9, true, chords));
+        chords.sampleRate = 44100;
+        QVERIFY(AnalysisMusic::chordProgression(media(QStringLiteral("c-major.m4a")), 0, false, chords));
+        QVERIFY(AnalysisMusic::song(media(QStringLiteral("song.mp3")), 2, true, 100, chords)); // D minor
+
+        AnalysisMusic::Options quiet;
+        quiet.seconds = 10;
+        QVERIFY(AnalysisMusic::silence(media(QStringLiteral("silence.wav")), quiet));
+        AnalysisMusic::Options brief;
+        brief.seconds = 3;
+        QVERIFY(AnalysisMusic::clickTrack(media(QStringLiteral("three-seconds.wav")), 120, brief));
+
+        QFile text(media(QStringLiteral("notes.m4a")));
+        QVERIFY(text.open(QIODevice::WriteOnly));
+        text.write("Not audio at all, only a few words of text with a misleading name.\n");
+        text.close();
+        QFile empty(media(QStringLiteral("empty.wav")));
+        QVERIFY(empty.open(QIODevice::WriteOnly));
+    }
+
+    void cleanup() { QCOMPARE(leftoverWavs(), QStringList()); }
+
+    void tempoAndKey_data() {
+        QTest::addColumn<QString>("file");
+        QTest::addColumn<double>("bpm"); // 0: not judged
+        QTest::addColumn<QString>("key"); // empty: not judged
+        QTest::newRow("90 BPM clicks") << QStringLiteral("clicks-90.wav") << 90.0 << QString();
+        QTest::newRow("120 BPM clicks, AAC") << QStringLiteral("clicks-120.m4a") << 120.0 << QString();
+        QTest::newRow("150 BPM clicks") << QStringLiteral("clicks-150.wav") << 150.0 << QString();
+        QTest::newRow("A minor chords") << QStringLiteral("a-minor.wav") << 0.0 << QStringLiteral("Am");
+        QTest::newRow("C major chords, AAC") << QStringLiteral("c-major.m4a") << 0.0 << QStringLiteral("C");
+        QTest::newRow("D minor song at 100 BPM, MP3") << QStringLiteral("song.mp3") << 100.0 << QStringLiteral("Dm");
+    }
+
+    void tempoAndKey() {
+        QFETCH(QString, file);
+        QFETCH(double, bpm);
+        QFETCH(QString, key);
+        const Analysis found = vtest::await(PracticeMode::analyze(mediaUrl(file)));
+        if (bpm > 0) {
+            QVERIFY2(found.bpm && std::abs(*found.bpm - bpm) <= 1.0, qPrintable(describe(found)));
+            QCOMPARE(*found.bpm, std::round(*found.bpm * 10) / 10);
+        }
+        if (!key.isEmpty())
+            QVERIFY2(found.key == key, qPrintable(describe(found)));
+    }
+
+    void beatGridOfClicks_data() {
+        QTest::addColumn<QString>("file");
+        QTest::addColumn<QList<double>>("tempi"); // any of these
+        QTest::addColumn<double>("firstClick");
+        QTest::newRow("120 BPM, first click at 0.3 s") << QStringLiteral("clicks-120.m4a") << QList<double>{120} << 0.3;
+        QTest::newRow("90 BPM from the start") << QStringLiteral("clicks-90.wav") << QList<double>{90} << 0.0;
+        // So little music settles on the octave below; the grid still lies on the clicks.
+        QTest::newRow("3 s are enough for a grid") << QStringLiteral("three-seconds.wav") << QList<double>{60, 120} << 0.0;
+    }
+
+    void beatGridOfClicks() {
+        QFETCH(QString, file);
+        QFETCH(QList<double>, tempi);
+        QFETCH(double, firstClick);
+        const std::optional<BeatGrid> grid = vtest::await(PracticeMode::beatGrid(mediaUrl(file)));
+        QVERIFY(grid);
+        QVERIFY2(std::any_of(tempi.begin(), tempi.end(), [&](double t) { return std::abs(grid->bpm - t) <= 1.0; }),
+                 qPrintable(QString::number(grid->bpm)));
+        QVERIFY(grid->firstBeat >= 0 && grid->firstBeat < grid->beatLength());
+        // Beats land on clicks. The onset frames are 46 ms long and a tempo a few tenths of a BPM
+        // off drifts over the file, so "on" is within 0.1 s.
+        const double clickPeriod = 60 / tempi.last();
+        const double offset = std::fmod(grid->firstBeat - firstClick + 10 * clickPeriod, clickPeriod);
+        const double distance = std::min(offset, clickPeriod - offset);
+        QVERIFY2(distance < 0.1, qPrintable(QString::number(grid->firstBeat)));
+    }
+
+    void silenceHasNeitherTempoNorKeyNorGrid() {
+        QCOMPARE(vtest::await(PracticeMode::analyze(mediaUrl(QStringLiteral("silence.wav")))), Analysis{});
+        QVERIFY(!vtest::await(PracticeMode::beatGrid(mediaUrl(QStringLiteral("silence.wav")))));
+    }
+
+    void fiveSecondsAreNeededForAnAnalysis() {
+        const Analysis found = vtest::await(PracticeMode::analyze(mediaUrl(QStringLiteral("three-seconds.wav"))));
+        QVERIFY2(found == Analysis{}, qPrintable(describe(found)));
+    }
+
+    void unusableInputsYieldNothing_data() {
+        QTest::addColumn<QUrl>("file");
+        QTest::addColumn<bool>("withFFmpeg");
+        QTest::newRow("no ffmpeg") << mediaUrl(QStringLiteral("clicks-90.wav")) << false;
+        QTest::newRow("missing file") << mediaUrl(QStringLiteral("gone.m4a")) << true;
+        QTest::newRow("text with an audio name") << mediaUrl(QStringLiteral("notes.m4a")) << true;
+        QTest::newRow("zero-length file") << mediaUrl(QStringLiteral("empty.wav")) << true;
+        QTest::newRow("a folder") << QUrl::fromLocalFile(TestEnv::root()) << true;
+        QTest::newRow("not a local file") << QUrl(QStringLiteral("https://example.com/song.mp3")) << true;
+    }
+
+    void unusableInputsYieldNothing() {
+        QFETCH(QUrl, file);
+        QFETCH(bool, withFFmpeg);
+        const QString tool = withFFmpeg ? ffmpeg : QString();
+        QCOMPARE(vtest::await(PracticeMode::analyze(file, tool)), Analysis{});
+        QVERIFY(!vtest::await(PracticeMode::beatGrid(file, tool)));
+    }
+
+    void ffmpegThatCannotStart() {
+        const QString missing = TestEnv::root() + QStringLiteral("/nowhere/ffmpeg");
+        QCOMPARE(vtest::await(PracticeMode::analyze(mediaUrl(QStringLiteral("clicks-90.wav")), missing)), Analysis{});
+        QVERIFY(!vtest::await(PracticeMode::beatGrid(mediaUrl(QStringLiteral("clicks-90.wav")), missing)));
+    }
+
+    // The decoder's command line, and what happens with what it leaves behind.
+    void decoderRuns_data() {
+        QTest::addColumn<QByteArray>("written");
+        QTest::addColumn<int>("status");
+        QTest::addColumn<bool>("expectGrid");
+        const QByteArray real = readAll(media(QStringLiteral("clicks-90.wav")));
+        QTest::newRow("good WAV, exit 0") << real << 0 << true;
+        QTest::newRow("good WAV, then a failure") << real << 1 << false;
+        QTest::newRow("stopped at the time-out") << real << 15 << false;
+        QByteArray lying = real;
+        lying.replace(36, 4, "LIST"); // the first chunk after "fmt " claims nearly 4 GiB
+        lying.replace(40, 4, QByteArray::fromHex("f0ffffff"));
+        QTest::newRow("chunk sizes past the end") << lying << 0 << false;
+        QTest::newRow("empty output") << QByteArray() << 0 << false;
+    }
+
+    void decoderRuns() {
+        QFETCH(QByteArray, written);
+        QFETCH(int, status);
+        QFETCH(bool, expectGrid);
+        const QString stub = stubFFmpeg(QStringLiteral("fake-ffmpeg"), written, status);
+        const QString input = media(QStringLiteral("song.mp3"));
+
+        const std::optional<BeatGrid> grid = vtest::await(PracticeMode::beatGrid(QUrl::fromLocalFile(input), stub));
+        QCOMPARE(grid.has_value(), expectGrid);
+        if (grid)
+            QVERIFY2(std::abs(grid->bpm - 90) <= 1.0, qPrintable(QString::number(grid->bpm)));
+        QStringList args = recordedArguments(stub);
+        QCOMPARE(args.size(), 12);
+        const QRegularExpression beatWav(QStringLiteral("^%1/vorlix-beat-[0-9A-F]{8}(-[0-9A-F]{4}){3}-[0-9A-F]{12}\\.wav$")
+                                             .arg(QRegularExpression::escape(QDir::tempPath())));
+        QVERIFY2(beatWav.match(args.last()).hasMatch(), qPrintable(args.last()));
+        args.removeLast();
+        QCOMPARE(args, (QStringList{QStringLiteral("-y"), QStringLiteral("-i"), input, QStringLiteral("-ac"),
+                                    QStringLiteral("1"), QStringLiteral("-ar"), QStringLiteral("22050"), QStringLiteral("-t"),
+                                    QStringLiteral("90"), QStringLiteral("-f"), QStringLiteral("wav")}));
+
+        const Analysis analysis = vtest::await(PracticeMode::analyze(QUrl::fromLocalFile(input), stub));
+        QCOMPARE(analysis.bpm.has_value(), expectGrid);
+        args = recordedArguments(stub);
+        QCOMPARE(args.size(), 12);
+        QVERIFY2(args.last().contains(QStringLiteral("/vorlix-analyze-")), qPrintable(args.last()));
+        QCOMPARE(args.at(8), QStringLiteral("120"));
+    }
+
+    // No shared state: analyses started together each answer for their own file.
+    void concurrentAnalysesKeepTheirOwnResults() {
+        const QStringList files{QStringLiteral("clicks-90.wav"), QStringLiteral("a-minor.wav"),
+                                QStringLiteral("clicks-150.wav"), QStringLiteral("c-major.m4a")};
+        std::vector<Analysis> alone;
+        for (const QString &f : files)
+            alone.push_back(vtest::await(PracticeMode::analyze(mediaUrl(f))));
+        std::vector<QCoro::Task<Analysis>> together;
+        for (const QString &f : files)
+            together.push_back(PracticeMode::analyze(mediaUrl(f)));
+        for (size_t i = 0; i < together.size(); ++i)
+            QCOMPARE(vtest::await(std::move(together[i])), alone[i]);
+    }
+};
+
+VORLIX_TEST_SUITE(PracticeModeTest)
+#include "PracticeModeTest.moc"

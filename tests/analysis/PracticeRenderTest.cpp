@@ -1,0 +1,251 @@
+#include "Await.h"
+#include "TestEnv.h"
+#include "TestMain.h"
+#include "analysis_music.h"
+
+#include "analysis/PracticeMode.h"
+#include "engine/Tools.h"
+
+#include <QDir>
+#include <QFile>
+#include <QTest>
+
+#include <cmath>
+
+using namespace Qt::StringLiterals;
+
+namespace {
+
+QString folder() { return TestEnv::root() + QStringLiteral("/renders"); }
+QString inFolder(const QString &name) { return folder() + u'/' + name; }
+
+// A stand-in ffmpeg that records its arguments, creates its last argument unless told not to,
+// and exits with `status`.
+QString stubFFmpeg(int status, bool writesOutput) {
+    const QString stub = TestEnv::toolDir() + QStringLiteral("/render-ffmpeg");
+    return TestEnv::writeStubTool(QStringLiteral("render-ffmpeg"),
+                                  QStringLiteral("printf '%s\\n' \"$@\" > '%1.args'\n"
+                                                 "for last; do :; done\n"
+                                                 "%2\n"
+                                                 "exit %3\n")
+                                      .arg(stub, writesOutput ? QStringLiteral("echo rendered > \"$last\"") : QString())
+                                      .arg(status));
+}
+
+QStringList recordedArguments(const QString &stub) {
+    QFile f(stub + QStringLiteral(".args"));
+    if (!f.open(QIODevice::ReadOnly))
+        return {};
+    return QString::fromUtf8(f.readAll()).split(u'\n', Qt::SkipEmptyParts);
+}
+
+QString text(const std::optional<QUrl> &url) { return url ? url->toLocalFile() : QStringLiteral("<none>"); }
+
+} // namespace
+
+class PracticeRenderTest : public QObject {
+    Q_OBJECT
+    QString ffmpeg;
+
+private Q_SLOTS:
+    void initTestCase() {
+        ffmpeg = Tools::ffmpegURL();
+        QVERIFY(!ffmpeg.isEmpty());
+        QDir().mkpath(folder());
+        AnalysisMusic::Options options;
+        options.seconds = 8;
+        options.sampleRate = 44100;
+        options.channels = 2;
+        QVERIFY(AnalysisMusic::chordProgression(inFolder(QStringLiteral("Song.m4a")), 0, false, options));
+        QVERIFY(TestEnv::runTool(ffmpeg, {QStringLiteral("-y"), QStringLiteral("-loglevel"), QStringLiteral("error"),
+                                          QStringLiteral("-f"), QStringLiteral("lavfi"), QStringLiteral("-i"),
+                                          QStringLiteral("testsrc2=d=3:s=160x120"), QStringLiteral("-f"),
+                                          QStringLiteral("lavfi"), QStringLiteral("-i"), QStringLiteral("sine=d=3:r=44100"),
+                                          QStringLiteral("-shortest"), inFolder(QStringLiteral("Clip.mp4"))}));
+    }
+
+    void variantNames_data() {
+        QTest::addColumn<QString>("source");
+        QTest::addColumn<QString>("suffix");
+        QTest::addColumn<QString>("variant");
+        QTest::newRow("audio") << u"/music/Song.m4a"_s << u"75% speed"_s << u"/music/Song (75% speed).m4a"_s;
+        QTest::newRow("video keeps its container") << u"/v/Clip.mp4"_s << u"+2 semitones"_s << u"/v/Clip (+2 semitones).mp4"_s;
+        QTest::newRow("no extension") << u"/music/Song"_s << u"-1 semitones"_s << u"/music/Song (-1 semitones).mp3"_s;
+        QTest::newRow("dots in the name") << u"/m/Live at 9.30 Club.v2.flac"_s << u"50% speed"_s
+                                          << u"/m/Live at 9.30 Club.v2 (50% speed).flac"_s;
+        QTest::newRow("hidden file") << u"/m/.take"_s << u"90% speed"_s << u"/m/.take (90% speed).mp3"_s;
+        QTest::newRow("trailing dot") << u"/m/Demo."_s << u"90% speed"_s << u"/m/Demo. (90% speed).mp3"_s;
+        QTest::newRow("unicode and spaces") << u"/m/Café – Señor’s Song.opus"_s << u"+1 semitones"_s
+                                            << u"/m/Café – Señor’s Song (+1 semitones).opus"_s;
+    }
+
+    void variantNames() {
+        QFETCH(QString, source);
+        QFETCH(QString, suffix);
+        QFETCH(QString, variant);
+        QCOMPARE(PracticeMode::variantURL(QUrl::fromLocalFile(source), suffix), QUrl::fromLocalFile(variant));
+    }
+
+    void speedNamesAndFilters_data() {
+        QTest::addColumn<double>("rate");
+        QTest::addColumn<QString>("suffix");
+        QTest::addColumn<QString>("filter");
+        QTest::newRow("0.5") << 0.5 << u"50% speed"_s << u"atempo=0.5"_s;
+        QTest::newRow("0.75") << 0.75 << u"75% speed"_s << u"atempo=0.75"_s;
+        QTest::newRow("0.9") << 0.9 << u"90% speed"_s << u"atempo=0.9"_s;
+        QTest::newRow("0.333") << 0.333 << u"33% speed"_s << u"atempo=0.333"_s;
+        QTest::newRow("half percent rounds up") << 0.125 << u"13% speed"_s << u"atempo=0.125"_s;
+        QTest::newRow("whole number") << 2.0 << u"200% speed"_s << u"atempo=2.0"_s;
+    }
+
+    void speedNamesAndFilters() {
+        QFETCH(double, rate);
+        QFETCH(QString, suffix);
+        QFETCH(QString, filter);
+        QCOMPARE(PracticeMode::speedSuffix(rate), suffix);
+        QCOMPARE(PracticeMode::speedFilter(rate), filter);
+    }
+
+    void pitchNamesAndFilters_data() {
+        QTest::addColumn<int>("semitones");
+        QTest::addColumn<QString>("suffix");
+        QTest::addColumn<QString>("filter");
+        QTest::newRow("+2") << 2 << u"+2 semitones"_s
+                            << u"asetrate=44100*1.122462048309373,aresample=44100,atempo=0.8908987181403393"_s;
+        QTest::newRow("+1 is still plural") << 1 << u"+1 semitones"_s
+                                            << u"asetrate=44100*1.0594630943592953,aresample=44100,atempo=0.9438743126816934"_s;
+        QTest::newRow("-1") << -1 << u"-1 semitones"_s
+                            << u"asetrate=44100*0.9438743126816935,aresample=44100,atempo=1.0594630943592953"_s;
+        QTest::newRow("an octave") << 12 << u"+12 semitones"_s << u"asetrate=44100*2.0,aresample=44100,atempo=0.5"_s;
+    }
+
+    void pitchNamesAndFilters() {
+        QFETCH(int, semitones);
+        QFETCH(QString, suffix);
+        QFETCH(QString, filter);
+        QCOMPARE(PracticeMode::pitchSuffix(semitones), suffix);
+        QCOMPARE(PracticeMode::pitchShiftFilter(semitones), filter);
+    }
+
+    void decimalText_data() {
+        QTest::addColumn<double>("value");
+        QTest::addColumn<QString>("text");
+        QTest::newRow("whole") << 120.0 << u"120.0"_s;
+        QTest::newRow("binary fraction") << 98.4375 << u"98.4375"_s;
+        QTest::newRow("one decimal") << 117.5 << u"117.5"_s;
+        QTest::newRow("not exactly representable") << 0.1 << u"0.1"_s;
+        QTest::newRow("needs all 17 digits") << 0.30000000000000004 << u"0.30000000000000004"_s;
+        QTest::newRow("negative") << -2.0 << u"-2.0"_s;
+    }
+
+    void decimalText() {
+        QFETCH(double, value);
+        QFETCH(QString, text);
+        QCOMPARE(PracticeMode::decimalText(value), text);
+    }
+
+    // The exact command lines, through a stand-in ffmpeg.
+    void renderCommandLines() {
+        const QString stub = stubFFmpeg(0, true);
+        const QString source = inFolder(QStringLiteral("Song.m4a"));
+        const QUrl file = QUrl::fromLocalFile(source);
+
+        const auto slow = vtest::await(PracticeMode::renderSpeed(file, 0.75, stub));
+        const QString slowPath = inFolder(QStringLiteral("Song (75% speed).m4a"));
+        QCOMPARE(text(slow), slowPath);
+        QCOMPARE(recordedArguments(stub),
+                 (QStringList{QStringLiteral("-y"), QStringLiteral("-i"), source, QStringLiteral("-filter:a"),
+                              QStringLiteral("atempo=0.75"), QStringLiteral("-vn"), slowPath}));
+
+        const auto down = vtest::await(PracticeMode::renderPitchShift(file, -1, stub));
+        const QString downPath = inFolder(QStringLiteral("Song (-1 semitones).m4a"));
+        QCOMPARE(text(down), downPath);
+        QCOMPARE(recordedArguments(stub),
+                 (QStringList{QStringLiteral("-y"), QStringLiteral("-i"), source, QStringLiteral("-filter:a"),
+                              PracticeMode::pitchShiftFilter(-1), QStringLiteral("-vn"), downPath}));
+        QFile::remove(slowPath);
+        QFile::remove(downPath);
+    }
+
+    void failedRendersYieldNothing_data() {
+        QTest::addColumn<bool>("speed"); // else a pitch shift
+        QTest::addColumn<double>("rate");
+        QTest::addColumn<int>("semitones");
+        QTest::addColumn<int>("status");
+        QTest::addColumn<bool>("writesOutput");
+        QTest::addColumn<bool>("toolRuns");
+        QTest::newRow("speed: ffmpeg fails after writing") << true << 0.5 << 0 << 1 << true << true;
+        QTest::newRow("speed: exit 0 without output") << true << 0.5 << 0 << 0 << false << true;
+        QTest::newRow("speed: stopped at the time-out") << true << 0.9 << 0 << 15 << true << true;
+        QTest::newRow("speed: not a number") << true << std::nan("") << 0 << 0 << true << false;
+        QTest::newRow("speed: zero") << true << 0.0 << 0 << 0 << true << false;
+        QTest::newRow("pitch: ffmpeg fails") << false << 0.0 << 2 << 1 << true << true;
+        QTest::newRow("pitch: exit 0 without output") << false << 0.0 << -2 << 0 << false << true;
+        QTest::newRow("pitch: zero semitones does nothing") << false << 0.0 << 0 << 0 << true << false;
+    }
+
+    void failedRendersYieldNothing() {
+        QFETCH(bool, speed);
+        QFETCH(double, rate);
+        QFETCH(int, semitones);
+        QFETCH(int, status);
+        QFETCH(bool, writesOutput);
+        QFETCH(bool, toolRuns);
+        const QString stub = stubFFmpeg(status, writesOutput);
+        QFile::remove(stub + QStringLiteral(".args"));
+        const QUrl file = QUrl::fromLocalFile(inFolder(QStringLiteral("Song.m4a")));
+        const auto out = speed ? vtest::await(PracticeMode::renderSpeed(file, rate, stub))
+                               : vtest::await(PracticeMode::renderPitchShift(file, semitones, stub));
+        QCOMPARE(text(out), QStringLiteral("<none>"));
+        QCOMPARE(QFile::exists(stub + QStringLiteral(".args")), toolRuns);
+        for (const QString &leftover : QDir(folder()).entryList({QStringLiteral("Song (*")}))
+            QFile::remove(inFolder(leftover));
+    }
+
+    void noFFmpegNoRender() {
+        const QUrl file = QUrl::fromLocalFile(inFolder(QStringLiteral("Song.m4a")));
+        QCOMPARE(text(vtest::await(PracticeMode::renderSpeed(file, 0.5, QString()))), QStringLiteral("<none>"));
+        QCOMPARE(text(vtest::await(PracticeMode::renderPitchShift(file, 1, QString()))), QStringLiteral("<none>"));
+        const QString missing = TestEnv::root() + QStringLiteral("/nowhere/ffmpeg");
+        QCOMPARE(text(vtest::await(PracticeMode::renderSpeed(file, 0.5, missing))), QStringLiteral("<none>"));
+    }
+
+    // Real renders: slowing down stretches the file, transposing keeps its length and moves its key.
+    void realRenders() {
+        const QString source = inFolder(QStringLiteral("Song.m4a"));
+        const QUrl file = QUrl::fromLocalFile(source);
+        const double length = AnalysisMusic::duration(source);
+        QVERIFY(length > 7.5);
+
+        // An older variant of the same name is replaced.
+        const QString slowPath = inFolder(QStringLiteral("Song (75% speed).m4a"));
+        QFile stale(slowPath);
+        QVERIFY(stale.open(QIODevice::WriteOnly));
+        stale.write("stale");
+        stale.close();
+
+        const auto slow = vtest::await(PracticeMode::renderSpeed(file, 0.75));
+        QCOMPARE(text(slow), slowPath);
+        QVERIFY2(std::abs(AnalysisMusic::duration(slowPath) / length - 1 / 0.75) < 0.02,
+                 qPrintable(QString::number(AnalysisMusic::duration(slowPath))));
+
+        const auto up = vtest::await(PracticeMode::renderPitchShift(file, 2));
+        const QString upPath = inFolder(QStringLiteral("Song (+2 semitones).m4a"));
+        QCOMPARE(text(up), upPath);
+        QVERIFY2(std::abs(AnalysisMusic::duration(upPath) - length) < 0.1,
+                 qPrintable(QString::number(AnalysisMusic::duration(upPath))));
+        QCOMPARE(vtest::await(PracticeMode::analyze(file)).key, std::optional<QString>(QStringLiteral("C")));
+        QCOMPARE(vtest::await(PracticeMode::analyze(*up)).key, std::optional<QString>(QStringLiteral("D")));
+    }
+
+    void videoSourceGivesAudioOnly() {
+        const auto out = vtest::await(PracticeMode::renderSpeed(QUrl::fromLocalFile(inFolder(QStringLiteral("Clip.mp4"))), 0.5));
+        const QString path = inFolder(QStringLiteral("Clip (50% speed).mp4"));
+        QCOMPARE(text(out), path);
+        QCOMPARE(AnalysisMusic::streamTypes(path), QStringList{QStringLiteral("audio")});
+        QVERIFY(std::abs(AnalysisMusic::duration(path) - 6.0) < 0.1);
+    }
+};
+
+VORLIX_TEST_SUITE(PracticeRenderTest)
+#include "PracticeRenderTest.moc"

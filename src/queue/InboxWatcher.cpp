@@ -54,8 +54,7 @@ void InboxWatcher::start()
     const QString path = m_inboxPath();
     QDir().mkpath(QFileInfo(path).absolutePath());
     if (!QFileInfo::exists(path))
-        if (!writeEmpty(path))
-        m_uncleared = *content;
+        writeEmpty(path);
 
     m_timer = std::make_unique<QTimer>();
     m_timer->setInterval(intervalMs);

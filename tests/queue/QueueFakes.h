@@ -10,6 +10,7 @@
 
 #include "TestEnv.h"
 
+#include <QCoreApplication>
 #include <QCoroSignal>
 #include <QHash>
 #include <QObject>
@@ -172,8 +173,10 @@ struct QueueRig {
     ~QueueRig() {
         // Let every held operation finish so no coroutine frame is left behind.
         engine.holdProbe = engine.holdDownload = false;
-        while (engine.waiting > 0)
+        for (int i = 0; i < 200 && engine.waiting > 0; ++i) {
             engine.release();
+            QCoreApplication::processEvents();
+        }
     }
     DownloadItemPtr find(const QString &url) const {
         for (const auto &item : queue.items())

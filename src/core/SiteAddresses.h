@@ -22,6 +22,20 @@ inline constexpr QLatin1String facebookVideoLinkDomain{"fb.watch"};
 inline constexpr QLatin1String xDomain{"x.com"};
 inline constexpr QLatin1String twitterDomain{"twitter.com"};
 
+// YouTube. The bare domain matches every sub-domain (www., m., music.) inside a link.
+inline const QString youTubeDomain = QString(youtubeSourceDomain);
+inline const QString youTubeShortDomain = QString(youtubeShortLinkDomain);
+inline const QString youTubeMusicDomain = QStringLiteral("music.youtube.com");
+inline const QString youTubeSite = QStringLiteral("https://www.youtube.com");
+inline const QString youTubeMusicSite = QStringLiteral("https://music.youtube.com");
+// The standard watch address up to and including "?v="; a video id completes it.
+inline const QString youTubeWatchPrefix = QStringLiteral("https://www.youtube.com/watch?v=");
+// A channel's handle page: the domain immediately followed by "/@".
+inline const QString youTubeChannelHandleMarker = QStringLiteral("youtube.com/@");
+
+// Spotify's web player, where shared track links point.
+inline const QString spotifyWebPlayerHost = QStringLiteral("open.spotify.com");
+
 // (end of video and music sites)
 
 

@@ -146,6 +146,14 @@ QString ffmpegURL() { return systemFirstURL(ffmpegName, Layout::real()); }
 QString whisperURL() { return systemFirstURL(whisperName, Layout::real()); }
 void installBundledTools() { installBundledTools(Layout::real()); }
 
+void ensureLaunchable(const QString &executable) {
+    // A missing or non-executable program is reported at once, in the platform's own words.
+    if (::access(QFile::encodeName(executable).constData(), X_OK) != 0)
+        throw LaunchError(std::strerror(errno));
+    if (QFileInfo(executable).isDir())
+        throw LaunchError(std::strerror(EACCES));
+}
+
 void terminateProcessGroup(qint64 pid) {
     if (pid <= 0)
         return;
@@ -155,12 +163,7 @@ void terminateProcessGroup(qint64 pid) {
 }
 
 QCoro::Task<RunResult> run(QString executable, QStringList arguments, double timeoutSeconds) {
-    // Report a missing or non-executable program at once with the platform's own words.
-    const QByteArray nativePath = QFile::encodeName(executable);
-    if (::access(nativePath.constData(), X_OK) != 0)
-        throw LaunchError(std::strerror(errno));
-    if (QFileInfo(executable).isDir())
-        throw LaunchError(std::strerror(EACCES));
+    ensureLaunchable(executable);
 
     QProcess process;
     process.setProgram(executable);

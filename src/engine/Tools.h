@@ -61,6 +61,9 @@ void installBundledTools(const Layout &layout);
 // Throws LaunchError when the program cannot be started.
 QCoro::Task<RunResult> run(QString executable, QStringList arguments, double timeoutSeconds);
 
+// Throws LaunchError (with the platform's text) unless `executable` can be run.
+void ensureLaunchable(const QString &executable);
+
 // Ends a running child together with the processes it started (its process group).
 void terminateProcessGroup(qint64 pid);
 

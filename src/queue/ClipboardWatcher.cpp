@@ -20,7 +20,7 @@ ClipboardWatcher::~ClipboardWatcher() = default;
 const QStringList &ClipboardWatcher::mediaHosts()
 {
     static const QStringList hosts{
-        SiteAddresses::youtubeSourceDomain, SiteAddresses::youtubeShortLinkDomain, SiteAddresses::youtubeMusicDomain,
+        SiteAddresses::youtubeSourceDomain, SiteAddresses::youtubeShortLinkDomain, SiteAddresses::youTubeMusicDomain,
         SiteAddresses::vimeoDomain,         SiteAddresses::tiktokDomain,           SiteAddresses::instagramDomain,
         SiteAddresses::facebookDomain,      SiteAddresses::facebookVideoLinkDomain, SiteAddresses::soundcloudDomain,
         SiteAddresses::twitchDomain,        SiteAddresses::dailymotionDomain,      SiteAddresses::xDomain,

@@ -24,9 +24,6 @@
 class AppSettings;
 class HistoryStore;
 class Notifier;
-namespace SpotifyResolver {
-struct Endpoint;
-}
 
 // Owns every item the user asked for, starts at most `maxConcurrent` of them at once (oldest
 // first), feeds the downloader's progress into them at a bounded rate and runs each item's
@@ -60,8 +57,6 @@ public:
         std::function<std::optional<QString>(const QString &transcriptText, const QString &title)> writeSummary;
 
         static Services real();
-        // With Spotify's pages served from elsewhere.
-        static Services real(const SpotifyResolver::Endpoint &spotify);
     };
 
     static constexpr int autoClearDelayMs = 45000;

@@ -4,7 +4,6 @@
 #include "analysis/Summarizer.h"
 #include "analysis/Transcriber.h"
 #include "core/AppSettings.h"
-#include "discovery/SpotifyResolver.h"
 #include "engine/SelfHealer.h"
 
 #include <QFileInfo>
@@ -12,12 +11,6 @@
 // The queue's real collaborators. Each adapter is a plain function returning the callee's task,
 // never a lambda coroutine, so no argument lives only in a closure.
 namespace {
-
-QCoro::Task<std::pair<QString, SpotifyTrack>> resolveTrack(QString trackURL, SpotifyResolver::Endpoint endpoint)
-{
-    const SpotifyResolver::Resolution resolution = co_await SpotifyResolver::resolve(std::move(trackURL), endpoint);
-    co_return std::pair{resolution.searchQuery, resolution.track};
-}
 
 QCoro::Task<std::pair<std::optional<double>, std::optional<QString>>> analyzeFile(QUrl file)
 {
@@ -29,11 +22,6 @@ QCoro::Task<std::pair<std::optional<double>, std::optional<QString>>> analyzeFil
 
 DownloadQueue::Services DownloadQueue::Services::real()
 {
-    return real(SpotifyResolver::Endpoint::real());
-}
-
-DownloadQueue::Services DownloadQueue::Services::real(const SpotifyResolver::Endpoint &spotify)
-{
     Services s;
     s.probe = [](QString url) { return YtDlp::probe(std::move(url)); };
     s.download = [](DownloadItemPtr job, const AppSettings &settings, QString outputDir,
@@ -42,11 +30,6 @@ DownloadQueue::Services DownloadQueue::Services::real(const SpotifyResolver::End
                                std::move(onProgress));
     };
     s.updateEngine = [] { return SelfHealer::shared().updateEngine(); };
-    s.isSpotifyTrackURL = [](const QString &url) { return SpotifyResolver::isSpotifyTrackURL(url); };
-    s.resolveSpotify = [spotify](QString url) { return resolveTrack(std::move(url), spotify); };
-    s.applyTags = [spotify](SpotifyTrack track, QString file) {
-        return SpotifyResolver::applyTags(std::move(track), std::move(file), spotify);
-    };
     s.analyze = [](QUrl file) { return analyzeFile(std::move(file)); };
     s.renderSpeed = [](QUrl file, double rate) { return PracticeMode::renderSpeed(std::move(file), rate); };
     s.renderPitchShift = [](QUrl file, int semitones) {

@@ -458,19 +458,32 @@ private Q_SLOTS:
         r->queue.add(linkB);
         QTRY_COMPARE(r->queue.running(), 0);
         const auto failed = r->find(linkB);
+        QVERIFY(!r->queue.hasAutoClear(failed->id()));
         QTRY_VERIFY_WITH_TIMEOUT(!r->find(linkA), 3000);
         QTest::qWait(300);
         QCOMPARE(r->find(linkB), failed);
 
-        // A done item retried... cannot be; a cancelled one re-added becomes a new item and the
-        // old one's timer still removes only the old one.
+        // An item that is active again when its removal comes due stays.
+        r->queue.scheduleAutoClear(failed);
+        r->engine.probeErrors.clear();
+        r->engine.holdProbe = true;
+        r->queue.retry(failed);
+        QTest::qWait(300);
+        QCOMPARE(r->find(linkB), failed);
+        QVERIFY(!r->queue.hasAutoClear(failed->id()));
+
+        // Clearing takes every finished row and disarms its pending removal.
+        r->engine.holdProbe = false;
+        r->engine.release();
+        QTRY_COMPARE(failed->state(), ItemState::done());
         const QString linkC = QStringLiteral("https://vimeo.com/300");
         r->queue.add(linkC);
-        QTRY_COMPARE(r->find(linkC)->state(), ItemState::done());
-        QVERIFY(r->queue.hasAutoClear(r->find(linkC)->id()));
+        r->queue.cancel(r->find(linkC));
+        QVERIFY(r->queue.hasAutoClear(failed->id()));
         r->queue.clearFinished();
         QVERIFY(r->queue.items().isEmpty());
         QVERIFY(!r->queue.hasAutoClear(failed->id()));
+        QVERIFY(!r->queue.isActiveURL(linkB));
     }
 
     void postProcessingActions() {

@@ -87,7 +87,7 @@ private Q_SLOTS:
         QTest::newRow("order of first occurrence, case-sensitive")
             << QStringLiteral("http://b.example\nhttp://a.example\thttp://B.example http://b.example")
             << QStringList{QStringLiteral("http://b.example"), QStringLiteral("http://a.example"), QStringLiteral("http://B.example")};
-        QTest::newRow("bare scheme") << QStringLiteral("https://.") << QStringList();
+        QTest::newRow("bare scheme keeps what is left") << QStringLiteral("https://.") << QStringList{QStringLiteral("https://")};
     }
     void extractURLs() {
         QFETCH(QString, text);

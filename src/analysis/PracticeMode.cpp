@@ -1,5 +1,7 @@
 #include "analysis/PracticeMode.h"
 
+#include "core/TempFile.h"
+
 #include "engine/Tools.h"
 
 #include <QCoroFuture>
@@ -19,21 +21,6 @@ constexpr double analyzeTimeout = 120;
 constexpr double beatGridTimeout = 300;
 constexpr double renderTimeout = 600;
 constexpr size_t minimumAnalyzeSamples = 110250; // 5 s
-
-// Deletes the decoder's scratch WAV on every way out, including a destroyed coroutine.
-class TemporaryWav {
-public:
-    explicit TemporaryWav(const QString &prefix)
-        : m_path(QDir::tempPath() + u'/' + prefix + QUuid::createUuid().toString(QUuid::WithoutBraces).toUpper() +
-                 QStringLiteral(".wav")) {}
-    ~TemporaryWav() { QFile::remove(m_path); }
-    TemporaryWav(const TemporaryWav &) = delete;
-    TemporaryWav &operator=(const TemporaryWav &) = delete;
-    const QString &path() const { return m_path; }
-
-private:
-    QString m_path;
-};
 
 // Decodes the first `span` seconds of `input` to 22050 Hz mono 16-bit PCM.
 QCoro::Task<bool> decodeToWav(QString ffmpeg, QString input, QString wav, QString span, double timeout) {
@@ -107,7 +94,7 @@ QCoro::Task<std::optional<BeatGrid>> beatGrid(QUrl file) {
 }
 
 QCoro::Task<Analysis> analyze(QUrl file, QString ffmpeg) {
-    const TemporaryWav wav(QStringLiteral("vorlix-analyze-"));
+    const RemoveOnExit wav(temporaryFilePath(QStringLiteral("vorlix-analyze-"), QStringLiteral(".wav")));
     if (ffmpeg.isEmpty())
         co_return Analysis{};
     const QString input = file.toLocalFile();
@@ -121,7 +108,7 @@ QCoro::Task<Analysis> analyze(QUrl file, QString ffmpeg) {
 }
 
 QCoro::Task<std::optional<BeatGrid>> beatGrid(QUrl file, QString ffmpeg) {
-    const TemporaryWav wav(QStringLiteral("vorlix-beat-"));
+    const RemoveOnExit wav(temporaryFilePath(QStringLiteral("vorlix-beat-"), QStringLiteral(".wav")));
     if (ffmpeg.isEmpty())
         co_return std::nullopt;
     const QString input = file.toLocalFile();

@@ -1,5 +1,7 @@
 #include "analysis/Summarizer.h"
 
+#include "core/TextTrim.h"
+
 #include "analysis/Transcriber.h"
 #include "core/Utf8.h"
 
@@ -37,15 +39,6 @@ qsizetype characterCount(QStringView text) {
     return count;
 }
 
-QStringView trimSpacesAndTabs(QStringView text) {
-    qsizetype begin = 0;
-    qsizetype end = text.size();
-    while (begin < end && (text[begin] == u' ' || text[begin] == u'\t'))
-        ++begin;
-    while (end > begin && (text[end - 1] == u' ' || text[end - 1] == u'\t'))
-        --end;
-    return text.sliced(begin, end - begin);
-}
 
 void keepIfLongEnough(QStringList &sentences, QStringView piece) {
     const QStringView trimmed = trimSpacesAndTabs(piece);

@@ -1,5 +1,7 @@
 #include "analysis/Transcriber.h"
 
+#include "core/TempFile.h"
+
 #include "core/AppSettings.h"
 #include "core/SiteAddresses.h"
 #include "engine/Tools.h"
@@ -24,19 +26,7 @@ constexpr double kConversionTimeout = 600;
 constexpr double kRecognitionTimeout = 3600;
 constexpr int kErrorTailLength = 200;
 
-QString freshUuid() { return QUuid::createUuid().toString(QUuid::WithoutBraces).toUpper(); }
 
-// Deletes a temporary file on every way out of a scope; a failure to delete is ignored.
-class RemoveOnExit {
-public:
-    explicit RemoveOnExit(QString path) : m_path(std::move(path)) {}
-    ~RemoveOnExit() { QFile::remove(m_path); }
-    RemoveOnExit(const RemoveOnExit &) = delete;
-    RemoveOnExit &operator=(const RemoveOnExit &) = delete;
-
-private:
-    QString m_path;
-};
 
 struct DeleteLater {
     void operator()(QObject *object) const {
@@ -167,7 +157,7 @@ QCoro::Task<> Transcriber::ensureModelNamed(QString name) {
 QCoro::Task<bool> Transcriber::download(QUrl source, QString destination) {
     // Received bytes go to a hidden file beside the model and are moved into place only after a
     // complete 200 answer, so an interrupted download never looks like a model.
-    const QString partial = QFileInfo(destination).absolutePath() + QStringLiteral("/.vorlix-") + freshUuid();
+    const QString partial = QFileInfo(destination).absolutePath() + QStringLiteral("/.vorlix-") + upperUuid();
     RemoveOnExit cleanup(partial);
     QFile out(partial);
     if (!out.open(QIODevice::WriteOnly | QIODevice::Truncate))
@@ -220,7 +210,7 @@ QCoro::Task<QString> Transcriber::transcribe(QString file) {
     co_await ensureModelNamed(modelName);
     const QString model = modelPath(modelName);
 
-    const QString wav = QDir::tempPath() + QStringLiteral("/vorlix-whisper-") + freshUuid() + QStringLiteral(".wav");
+    const QString wav = QDir::tempPath() + QStringLiteral("/vorlix-whisper-") + upperUuid() + QStringLiteral(".wav");
     RemoveOnExit cleanup(wav);
 
     const QString ffmpeg = m_setup.ffmpegURL ? m_setup.ffmpegURL() : QString();

@@ -1,8 +1,8 @@
 #include "core/ClipRange.h"
 
-namespace {
-bool isBlank(QChar c) { return c == u' ' || c == u'\t'; }
+#include "core/TextTrim.h"
 
+namespace {
 // An optional sign then ASCII digits only; no value on overflow.
 std::optional<std::int64_t> parseInteger(QStringView piece) {
     qsizetype i = 0;
@@ -33,15 +33,9 @@ std::optional<std::int64_t> parseInteger(QStringView piece) {
 } // namespace
 
 std::optional<std::int64_t> ClipRange::seconds(const QString &text) {
-    qsizetype from = 0, to = text.size();
-    while (from < to && isBlank(text[from]))
-        ++from;
-    while (to > from && isBlank(text[to - 1]))
-        --to;
-    if (from == to)
+    const QStringView trimmed = trimSpacesAndTabs(text);
+    if (trimmed.isEmpty())
         return std::nullopt;
-
-    const QStringView trimmed = QStringView(text).mid(from, to - from);
     const auto pieces = trimmed.split(u':', Qt::SkipEmptyParts);
     if (pieces.isEmpty() || pieces.size() > 3)
         return std::nullopt;

@@ -1,5 +1,7 @@
 #include "engine/YtDlp.h"
 
+#include "core/TextTrim.h"
+
 #include "core/AppSettings.h"
 
 #include <QDir>
@@ -55,19 +57,6 @@ Progress stage(const QString &phase) { return Progress{std::nullopt, QString(), 
 
 } // namespace
 
-namespace detail {
-QString trimSpacesAndTabs(QStringView text) {
-    qsizetype begin = 0;
-    qsizetype end = text.size();
-    while (begin < end && (text[begin] == u' ' || text[begin] == u'\t'))
-        ++begin;
-    while (end > begin && (text[end - 1] == u' ' || text[end - 1] == u'\t'))
-        --end;
-    return text.mid(begin, end - begin).toString();
-}
-} // namespace detail
-
-using detail::trimSpacesAndTabs;
 
 std::optional<double> parseDecimal(const QString &text) {
     static const QRegularExpression decimal(QStringLiteral(R"(\A[+-]?(?:\d+\.?\d*|\.\d+)(?:[eE][+-]?\d+)?\z)"));
@@ -146,13 +135,13 @@ std::optional<Progress> parseProgressLine(const QString &line) {
         if (raw.size() < 4)
             return std::nullopt;
         Progress p;
-        QString percent = trimSpacesAndTabs(raw[1]);
+        QString percent = trimSpacesAndTabs(raw[1]).toString();
         percent.remove(u'%');
         // A percentage a little over 100 happens when the size was estimated; the bar stays in range.
         if (const auto value = parseDecimal(percent))
             p.fraction = std::clamp(*value / 100.0, 0.0, 1.0);
-        p.speed = trimSpacesAndTabs(raw[2]);
-        p.eta = trimSpacesAndTabs(raw[3]);
+        p.speed = trimSpacesAndTabs(raw[2]).toString();
+        p.eta = trimSpacesAndTabs(raw[3]).toString();
         return p;
     }
     if (line.startsWith(QLatin1String("[Merger]")))

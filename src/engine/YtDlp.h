@@ -136,8 +136,4 @@ inline const QString loginNeededMessage = QStringLiteral(
 // A decimal number filling the whole text ("45.3", "100", "-2e3"); no "N/A", "inf" or "".
 std::optional<double> parseDecimal(const QString &text);
 
-namespace detail {
-QString trimSpacesAndTabs(QStringView text);
-}
-
 } // namespace YtDlp

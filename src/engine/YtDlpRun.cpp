@@ -2,6 +2,8 @@
 #include "engine/ProcessStart.h"
 
 #include "core/AppSettings.h"
+#include "core/TempFile.h"
+#include "core/TextTrim.h"
 #include "core/Utf8.h"
 
 #include <QDir>
@@ -35,17 +37,6 @@ void ChildProcess::terminate() const {
 
 namespace {
 
-// Removes a file when the scope ends, however it ends.
-class RemoveOnExit {
-public:
-    explicit RemoveOnExit(QString path) : m_path(std::move(path)) {}
-    ~RemoveOnExit() { QFile::remove(m_path); }
-    RemoveOnExit(const RemoveOnExit &) = delete;
-    RemoveOnExit &operator=(const RemoveOnExit &) = delete;
-
-private:
-    QString m_path;
-};
 
 // The last non-empty line of the path file, if it names an existing file.
 std::optional<QString> finishedFile(const QString &pathFile) {
@@ -84,7 +75,7 @@ QCoro::Task<StreamResult> runStreaming(QString tool, QStringList args, RegisterF
             const QByteArrayView bytes(buffer.constData() + from, newline - from);
             from = newline + 1;
             if (const auto line = decodeUtf8Strict(bytes); line && onLine)
-                onLine(detail::trimSpacesAndTabs(*line));
+                onLine(trimSpacesAndTabs(*line).toString());
         }
         buffer.remove(0, from);
     });

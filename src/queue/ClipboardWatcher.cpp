@@ -2,6 +2,7 @@
 
 #include "core/AppSettings.h"
 #include "core/SiteAddresses.h"
+#include "core/TextTrim.h"
 #include "queue/ClipboardSource.h"
 #include "queue/DownloadQueue.h"
 
@@ -76,13 +77,8 @@ void ClipboardWatcher::check()
     static const QRegularExpression lineBreaks(QStringLiteral("[\\n\\v\\f\\r\\x{0085}\\x{2028}\\x{2029}]"));
     // Only the first line counts; a huge clipboard is cut at the first break without splitting it all.
     const auto firstBreak = trimmed.indexOf(lineBreaks);
-    QString piece = firstBreak < 0 ? trimmed : trimmed.left(firstBreak);
-    qsizetype begin = 0, end = piece.size();
-    while (begin < end && (piece[begin] == u' ' || piece[begin] == u'\t'))
-        ++begin;
-    while (end > begin && (piece[end - 1] == u' ' || piece[end - 1] == u'\t'))
-        --end;
-    piece = piece.mid(begin, end - begin);
+    const QString piece =
+        trimSpacesAndTabs(firstBreak < 0 ? QStringView(trimmed) : QStringView(trimmed).left(firstBreak)).toString();
     if (!isMediaURL(piece))
         return;
     m_queue.add(piece);

@@ -1,6 +1,7 @@
 #include "queue/InboxWatcher.h"
 
 #include "core/AppSettings.h"
+#include "core/TextTrim.h"
 #include "core/Utf8.h"
 #include "queue/DownloadQueue.h"
 
@@ -84,12 +85,7 @@ void InboxWatcher::drain()
     for (const QString &line : lines) {
         // Only spaces and tabs are trimmed; a CR from a CRLF file is dropped by the queue's
         // normalization.
-        qsizetype begin = 0, end = line.size();
-        while (begin < end && (line[begin] == u' ' || line[begin] == u'\t'))
-            ++begin;
-        while (end > begin && (line[end - 1] == u' ' || line[end - 1] == u'\t'))
-            --end;
-        const QString piece = line.mid(begin, end - begin);
+        const QString piece = trimSpacesAndTabs(line).toString();
         if (piece.toLower().startsWith(QLatin1String("http")))
             links.append(piece);
     }

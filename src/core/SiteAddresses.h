@@ -36,6 +36,10 @@ inline const QString youTubeChannelHandleMarker = QStringLiteral("youtube.com/@"
 // Spotify's web player, where shared track links point.
 inline const QString spotifyWebPlayerHost = QStringLiteral("open.spotify.com");
 
+// Accepted by the clipboard filter although source detection files them under "other".
+inline constexpr QLatin1String dailymotionDomain{"dailymotion.com"};
+inline constexpr QLatin1String bandcampDomain{"bandcamp.com"};
+
 // (end of video and music sites)
 
 

@@ -1,0 +1,31 @@
+#include "app/SystemClipboard.h"
+
+#include "core/AppSettings.h"
+#include "queue/ClipboardWatcher.h"
+#include "queue/DownloadQueue.h"
+
+#include <QClipboard>
+#include <QGuiApplication>
+#include <QMimeData>
+
+SystemClipboard::SystemClipboard(QObject *parent) : QObject(parent)
+{
+    connect(QGuiApplication::clipboard(), &QClipboard::dataChanged, this, [this] { ++m_changes; });
+}
+
+std::optional<QString> SystemClipboard::text() const
+{
+    const QMimeData *data = QGuiApplication::clipboard()->mimeData(QClipboard::Clipboard);
+    if (!data || !data->hasText())
+        return std::nullopt;
+    return data->text();
+}
+
+// The shared watcher lives with the GUI because only the GUI has a clipboard.
+ClipboardWatcher &ClipboardWatcher::shared()
+{
+    static SystemClipboard *clipboard = new SystemClipboard(QGuiApplication::instance());
+    static ClipboardWatcher *watcher =
+        new ClipboardWatcher(*clipboard, AppSettings::shared(), DownloadQueue::shared());
+    return *watcher;
+}

@@ -1,0 +1,44 @@
+#include "queue/DownloadQueue.h"
+
+#include "analysis/PracticeMode.h"
+#include "analysis/Summarizer.h"
+#include "analysis/Transcriber.h"
+#include "core/AppSettings.h"
+#include "engine/SelfHealer.h"
+
+#include <QFileInfo>
+
+// The queue's real collaborators. Each adapter is a plain function returning the callee's task,
+// never a lambda coroutine, so no argument lives only in a closure.
+namespace {
+
+QCoro::Task<std::pair<std::optional<double>, std::optional<QString>>> analyzeFile(QUrl file)
+{
+    const PracticeMode::Analysis analysis = co_await PracticeMode::analyze(std::move(file));
+    co_return std::pair{analysis.bpm, analysis.key};
+}
+
+} // namespace
+
+DownloadQueue::Services DownloadQueue::Services::real()
+{
+    Services s;
+    s.probe = [](QString url) { return YtDlp::probe(std::move(url)); };
+    s.download = [](DownloadItemPtr job, const AppSettings &settings, QString outputDir,
+                    YtDlp::RegisterFn registerChild, YtDlp::ProgressFn onProgress) {
+        return YtDlp::download(std::move(job), settings, std::move(outputDir), std::move(registerChild),
+                               std::move(onProgress));
+    };
+    s.updateEngine = [] { return SelfHealer::shared().updateEngine(); };
+    s.analyze = [](QUrl file) { return analyzeFile(std::move(file)); };
+    s.renderSpeed = [](QUrl file, double rate) { return PracticeMode::renderSpeed(std::move(file), rate); };
+    s.renderPitchShift = [](QUrl file, int semitones) {
+        return PracticeMode::renderPitchShift(std::move(file), semitones);
+    };
+    s.speechModelPresent = [] { return QFileInfo::exists(Transcriber::shared().modelURL()); };
+    s.transcribe = [](QString file) { return Transcriber::shared().transcribe(std::move(file)); };
+    s.writeSummary = [](const QString &transcriptText, const QString &title) {
+        return Summarizer::writeSummary(transcriptText, title);
+    };
+    return s;
+}

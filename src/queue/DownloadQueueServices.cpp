@@ -4,6 +4,7 @@
 #include "analysis/Summarizer.h"
 #include "analysis/Transcriber.h"
 #include "core/AppSettings.h"
+#include "discovery/SpotifyResolver.h"
 #include "engine/SelfHealer.h"
 
 #include <QFileInfo>
@@ -18,6 +19,12 @@ QCoro::Task<std::pair<std::optional<double>, std::optional<QString>>> analyzeFil
     co_return std::pair{analysis.bpm, analysis.key};
 }
 
+QCoro::Task<std::pair<QString, SpotifyTrack>> resolveTrack(QString trackURL)
+{
+    const SpotifyResolver::Resolution resolution = co_await SpotifyResolver::resolve(std::move(trackURL));
+    co_return std::pair{resolution.searchQuery, resolution.track};
+}
+
 } // namespace
 
 DownloadQueue::Services DownloadQueue::Services::real()
@@ -28,6 +35,11 @@ DownloadQueue::Services DownloadQueue::Services::real()
                     YtDlp::RegisterFn registerChild, YtDlp::ProgressFn onProgress) {
         return YtDlp::download(std::move(job), settings, std::move(outputDir), std::move(registerChild),
                                std::move(onProgress));
+    };
+    s.isSpotifyTrackURL = [](const QString &url) { return SpotifyResolver::isSpotifyTrackURL(url); };
+    s.resolveSpotify = [](QString url) { return resolveTrack(std::move(url)); };
+    s.applyTags = [](SpotifyTrack track, QString file) {
+        return SpotifyResolver::applyTags(std::move(track), std::move(file));
     };
     s.updateEngine = [] { return SelfHealer::shared().updateEngine(); };
     s.analyze = [](QUrl file) { return analyzeFile(std::move(file)); };

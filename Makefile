@@ -2,6 +2,7 @@
 # Both install what a fresh Debian 12 machine lacks first (scripts/setup.sh is idempotent).
 BUILD ?= build
 CMAKE_FLAGS ?=
+CTEST_FLAGS ?=
 
 .PHONY: setup configure build run test sanitize clean
 
@@ -15,13 +16,14 @@ build: configure
 	cmake --build $(BUILD)
 
 run: build
-	@if [ -x $(BUILD)/bin/vorlix ]; then $(BUILD)/bin/vorlix; else echo "Built. The program entry is not part of this build yet."; fi
+	$(BUILD)/bin/vorlix
 
 test: build
-	cd $(BUILD) && ctest --output-on-failure
+	cd $(BUILD) && ctest --output-on-failure $(CTEST_FLAGS)
 
+# Sanitized debug code runs several times slower: give test functions and suites more time.
 sanitize:
-	$(MAKE) test BUILD=build-asan CMAKE_FLAGS="-DVORLIX_SANITIZE=ON -DCMAKE_BUILD_TYPE=Debug"
+	QTEST_FUNCTION_TIMEOUT=1800000 $(MAKE) test BUILD=build-asan CMAKE_FLAGS="-DVORLIX_SANITIZE=ON -DCMAKE_BUILD_TYPE=Debug" CTEST_FLAGS="--timeout 3600"
 
 clean:
 	rm -rf build build-asan

@@ -1,5 +1,6 @@
 #include "discovery/ImageSearch.h"
 
+#include "core/TextTrim.h"
 #include "core/AppSettings.h"
 #include "discovery/Http.h"
 
@@ -22,15 +23,6 @@ namespace {
 
 const QByteArray userAgent = QByteArrayLiteral("Vorlix/1.0 (macOS media tool)");
 
-QString trimSpacesAndTabs(const QString &text) {
-    qsizetype start = 0;
-    qsizetype end = text.size();
-    while (start < end && (text[start] == u' ' || text[start] == u'\t'))
-        ++start;
-    while (end > start && (text[end - 1] == u' ' || text[end - 1] == u'\t'))
-        --end;
-    return text.mid(start, end - start);
-}
 
 QString stringMember(const QJsonObject &object, QLatin1String key) {
     const QJsonValue v = object.value(key);
@@ -181,7 +173,7 @@ QString sanitize(const QString &name) {
             --keep; // never cut a character in half
         out.truncate(keep);
     }
-    out = trimSpacesAndTabs(out);
+    out = trimSpacesAndTabs(out).toString();
     return out.isEmpty() ? QStringLiteral("image") : out;
 }
 
@@ -212,7 +204,7 @@ QString creditText(const Result &result) {
 }
 
 QCoro::Task<QList<Result>> search(QString query, int page, int pageSize, Endpoint endpoint) {
-    const QString q = trimSpacesAndTabs(query);
+    const QString q = trimSpacesAndTabs(query).toString();
     if (q.isEmpty())
         co_return QList<Result>{};
 

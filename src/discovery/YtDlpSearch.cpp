@@ -1,5 +1,6 @@
 #include "discovery/YtDlpSearch.h"
 
+#include "core/TextTrim.h"
 #include "core/SiteAddresses.h"
 #include "engine/Tools.h"
 #include "engine/YtDlp.h"
@@ -16,15 +17,6 @@ namespace {
 const QString searchMarker = QStringLiteral("VORLIXSR");
 const QString notAvailable = QStringLiteral("NA");
 
-QString trimSpacesAndTabs(const QString &text) {
-    qsizetype start = 0;
-    qsizetype end = text.size();
-    while (start < end && (text[start] == u' ' || text[start] == u'\t'))
-        ++start;
-    while (end > start && (text[end - 1] == u' ' || text[end - 1] == u'\t'))
-        --end;
-    return text.mid(start, end - start);
-}
 
 // The C library's rounding (half to even on exact ties), which Qt's own formatting does not share.
 QString printfDouble(const char *format, double value) {
@@ -126,7 +118,7 @@ QString views(const QString &text) {
 }
 
 QCoro::Task<> searchStream(QString query, SearchMode mode, int count, SearchResultFn onResult) {
-    const QString q = trimSpacesAndTabs(query);
+    const QString q = trimSpacesAndTabs(query).toString();
     if (q.isEmpty())
         co_return;
 

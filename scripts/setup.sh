@@ -15,7 +15,7 @@ packages=(
   # fonts used by the interface
   fonts-jetbrains-mono
   # tests: media generation, packaging validation, notifications bus
-  sox espeak-ng desktop-file-utils appstream dbus xvfb xauth imagemagick
+  sox espeak-ng desktop-file-utils appstream dbus xvfb xauth imagemagick xdotool
   # whisper-cli source comes from the npm registry
   nodejs npm
 )

@@ -1,5 +1,7 @@
 #include "app/Bootstrap.h"
 
+#include "app/VorlixApp.h"
+
 #include "analysis/MomentsEngine.h"
 #include "analysis/PracticeMode.h"
 #include "analysis/Summarizer.h"
@@ -14,7 +16,6 @@
 #include <QCoreApplication>
 #include <QEventLoop>
 #include <QFile>
-#include <QMainWindow>
 #include <QUrl>
 
 #include <QCoroTask>
@@ -128,12 +129,8 @@ int runDiagnostic(int argc, char **argv, const QString &command, const QString &
 
 int runApplication(int argc, char **argv) {
     QApplication app(argc, argv);
-    QApplication::setApplicationName(QStringLiteral("Vorlix"));
-    QMainWindow window;
-    window.setWindowTitle(QStringLiteral("Vorlix"));
-    window.resize(980, 640);
-    window.show();
-    return app.exec();
+    VorlixApp vorlix(app);
+    return vorlix.exec();
 }
 
 } // namespace

@@ -1,0 +1,141 @@
+#include "app/VorlixApp.h"
+
+#include "core/AppSettings.h"
+#include "queue/DownloadQueue.h"
+#include "ui/Brand.h"
+#include "ui/PinchMark.h"
+#include "ui/SettingsView.h"
+
+#include <QAction>
+#include <QApplication>
+#include <QDesktopServices>
+#include <QDialog>
+#include <QMainWindow>
+#include <QMenu>
+#include <QMenuBar>
+#include <QMessageBox>
+#include <QSystemTrayIcon>
+#include <QUrl>
+#include <QVBoxLayout>
+
+VorlixApp::VorlixApp(QApplication &app) : m_app(app), m_delegate(app) {
+    QApplication::setApplicationName(QStringLiteral("Vorlix"));
+    QApplication::setApplicationVersion(QStringLiteral(VORLIX_VERSION));
+    QGuiApplication::setDesktopFileName(QStringLiteral("app.vorlix.vorlix"));
+    QApplication::setQuitOnLastWindowClosed(AppDelegate::applicationShouldTerminateAfterLastWindowClosed());
+
+    m_delegate.applicationDidFinishLaunching();
+    QApplication::setWindowIcon(PinchMark::icon(Brand::bone(), true));
+
+    m_window = makeMainWindow(new QWidget);
+    buildMenuBar();
+    buildTray();
+    connect(&app, &QCoreApplication::aboutToQuit, this, &VorlixApp::stopDownloadsOnQuit);
+    m_window->show();
+}
+
+VorlixApp::~VorlixApp() {
+    if (m_tray)
+        m_tray->hide();
+    delete m_settings.data();
+}
+
+int VorlixApp::exec() { return m_app.exec(); }
+
+std::unique_ptr<QMainWindow> VorlixApp::makeMainWindow(QWidget *content) {
+    auto window = std::make_unique<QMainWindow>();
+    window->setObjectName(mainWindowName);
+    window->setWindowTitle(QStringLiteral("Vorlix"));
+    window->setMinimumSize(minimumSize);
+    window->resize(defaultSize);
+    window->setCentralWidget(content);
+    return window;
+}
+
+void VorlixApp::showMainWindow() {
+    for (QWidget *widget : QApplication::topLevelWidgets()) {
+        if (!widget->isWindow() || !widget->objectName().contains(mainWindowName))
+            continue;
+        if (widget->isMinimized())
+            widget->showNormal();
+        else
+            widget->show();
+        widget->raise();
+        widget->activateWindow();
+        return;
+    }
+}
+
+QAction *VorlixApp::addCheckForUpdates(QMenu *menu, AppUpdater &updater) {
+    QAction *action = menu->addAction(QStringLiteral("Check for Updates\u2026"), &updater, &AppUpdater::checkForUpdates);
+    action->setEnabled(updater.canCheckForUpdates());
+    connect(&updater, &AppUpdater::canCheckForUpdatesChanged, action,
+            [action, &updater] { action->setEnabled(updater.canCheckForUpdates()); });
+    return action;
+}
+
+void VorlixApp::openSettings() {
+    if (!m_settings) {
+        auto *dialog = new QDialog(nullptr, Qt::Window);
+        dialog->setObjectName(QStringLiteral("settings"));
+        dialog->setWindowTitle(QStringLiteral("Settings"));
+        auto *layout = new QVBoxLayout(dialog);
+        layout->setContentsMargins(0, 0, 0, 0);
+        layout->addWidget(new SettingsView(dialog));
+        dialog->resize(SettingsView::formSize);
+        m_settings = dialog;
+    }
+    m_settings->show();
+    m_settings->raise();
+    m_settings->activateWindow();
+}
+
+void VorlixApp::buildMenuBar() {
+    QMenu *menu = m_window->menuBar()->addMenu(QStringLiteral("Vorlix"));
+    menu->addAction(QStringLiteral("About Vorlix"), m_window.get(), [this] {
+        QMessageBox::about(m_window.get(), QStringLiteral("About Vorlix"),
+                           QStringLiteral("Vorlix ") + QStringLiteral(VORLIX_VERSION));
+    });
+    addCheckForUpdates(menu, m_updater);
+    menu->addSeparator();
+    QAction *settings = menu->addAction(QStringLiteral("Settings\u2026"), this, &VorlixApp::openSettings);
+    settings->setShortcut(QKeySequence(Qt::CTRL | Qt::Key_Comma));
+    menu->addSeparator();
+    QAction *close = menu->addAction(QStringLiteral("Close Window"), m_window.get(), &QWidget::close);
+    close->setShortcut(QKeySequence(Qt::CTRL | Qt::Key_W));
+    QAction *quit = menu->addAction(QStringLiteral("Quit Vorlix"), this, [] { QCoreApplication::quit(); });
+    quit->setShortcut(QKeySequence(Qt::CTRL | Qt::Key_Q));
+}
+
+void VorlixApp::buildTray() {
+    TrayMenu::Actions actions;
+    actions.openWindow = &VorlixApp::showMainWindow;
+    actions.openDownloadFolder = [] {
+        QDesktopServices::openUrl(QUrl::fromLocalFile(AppSettings::shared().downloadFolder()));
+    };
+    actions.quit = [] { QCoreApplication::quit(); };
+    m_trayMenu = std::make_unique<TrayMenu>(DownloadQueue::shared(), m_clipboard, std::move(actions));
+
+    // Without a tray the window is the way in; Qt adds the icon if a tray shows up later.
+    m_tray = std::make_unique<QSystemTrayIcon>(m_trayMenu->icon());
+    m_tray->setToolTip(QStringLiteral("Vorlix"));
+    m_tray->setContextMenu(m_trayMenu->menu());
+    connect(m_trayMenu.get(), &TrayMenu::iconChanged, m_tray.get(), [this] { m_tray->setIcon(m_trayMenu->icon()); });
+    connect(m_tray.get(), &QSystemTrayIcon::activated, this, [](QSystemTrayIcon::ActivationReason reason) {
+        if (reason == QSystemTrayIcon::Trigger)
+            showMainWindow();
+    });
+    m_tray->show();
+}
+
+void VorlixApp::stopDownloadsOnQuit() {
+    // The downloader runs in its own process group; without this it would outlive us.
+    DownloadQueue &queue = DownloadQueue::shared();
+    const QList<DownloadItemPtr> items = queue.items();
+    for (const DownloadItemPtr &item : items) {
+        const ItemState &state = item->state();
+        if (state.is(ItemState::Kind::probing) || state.is(ItemState::Kind::downloading) ||
+            state.is(ItemState::Kind::processing))
+            queue.cancel(item);
+    }
+}

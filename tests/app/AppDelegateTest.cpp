@@ -1,0 +1,137 @@
+#include "TestEnv.h"
+#include "TestMain.h"
+
+#include "app/AppDelegate.h"
+
+#include <QDir>
+#include <QFile>
+#include <QTest>
+
+namespace {
+
+QByteArray readAll(const QString &path) {
+    QFile f(path);
+    return f.open(QIODevice::ReadOnly) ? f.readAll() : QByteArray("<missing>");
+}
+
+QStringList logLines(const QString &dir) {
+    const QString text = QString::fromUtf8(readAll(dir + QStringLiteral("/launch.log")));
+    QStringList lines = text.split(u'\n');
+    if (!lines.isEmpty() && lines.last().isEmpty())
+        lines.removeLast();
+    return lines;
+}
+
+} // namespace
+
+class AppDelegateTest : public QObject {
+    Q_OBJECT
+    int m_run = 0;
+
+    // A support folder of its own for each test.
+    QString freshDir() {
+        const QString dir = TestEnv::root() + QStringLiteral("/delegate-") + QString::number(++m_run);
+        QDir().mkpath(dir);
+        return dir;
+    }
+
+    // Runs the launch with steps that note how many log lines existed when each ran.
+    QStringList launch(const QString &dir, const QString &executable, const QDateTime &at) {
+        QStringList ran;
+        auto note = [&ran, dir](const char *name) {
+            return [&ran, dir, name] { ran << QString::fromLatin1(name) + u':' + QString::number(logLines(dir).size()); };
+        };
+        AppDelegate::Steps steps{note("dark"), note("tools"), note("healer"), note("clipboard"), note("inbox"),
+                                 note("permission")};
+        AppDelegate delegate(dir, executable, steps, [at] { return at; });
+        delegate.applicationDidFinishLaunching();
+        return ran;
+    }
+
+private Q_SLOTS:
+    void firstAndSecondStart() {
+        const QString dir = freshDir();
+        const QDateTime first(QDate(2026, 11, 16), QTime(13, 10, 10), Qt::UTC);
+        const QStringList ran = launch(dir, QStringLiteral("/usr/bin/vorlix"), first);
+        QCOMPARE(ran, (QStringList{QStringLiteral("dark:1"), QStringLiteral("tools:1"), QStringLiteral("healer:2"),
+                                   QStringLiteral("clipboard:2"), QStringLiteral("inbox:2"),
+                                   QStringLiteral("permission:3")}));
+        const QStringList expected{QStringLiteral("2026-11-16 13:10:10 +0000 didFinishLaunching start (translocated=false)"),
+                                   QStringLiteral("2026-11-16 13:10:10 +0000 tools installed"),
+                                   QStringLiteral("2026-11-16 13:10:10 +0000 watchers started"),
+                                   QStringLiteral("2026-11-16 13:10:10 +0000 didFinishLaunching end")};
+        QCOMPARE(logLines(dir), expected);
+
+        // A clock in another zone still logs UTC; the earlier lines stay.
+        launch(dir, QStringLiteral("/usr/bin/vorlix"), QDateTime(QDate(2026, 11, 17), QTime(9, 5, 1), Qt::OffsetFromUTC, 7200));
+        const QStringList lines = logLines(dir);
+        QCOMPARE(lines.size(), 8);
+        QCOMPARE(lines.mid(0, 4), expected);
+        QCOMPARE(lines[4], QStringLiteral("2026-11-17 07:05:01 +0000 didFinishLaunching start (translocated=false)"));
+        QCOMPARE(lines[7], QStringLiteral("2026-11-17 07:05:01 +0000 didFinishLaunching end"));
+        QVERIFY(readAll(dir + QStringLiteral("/launch.log")).endsWith('\n'));
+    }
+
+    void translocation_data() {
+        QTest::addColumn<QString>("executable");
+        QTest::addColumn<bool>("translocated");
+        QTest::newRow("translocated") << QStringLiteral("/private/var/folders/x/AppTranslocation/1A2B/d/Vorlix.app/Contents/MacOS/Vorlix") << true;
+        QTest::newRow("installed") << QStringLiteral("/opt/vorlix/bin/vorlix") << false;
+        QTest::newRow("name only, no slashes") << QStringLiteral("/opt/AppTranslocationCopy/bin/vorlix") << false;
+    }
+    void translocation() {
+        QFETCH(QString, executable);
+        QFETCH(bool, translocated);
+        const QString dir = freshDir();
+        const QStringList ran = launch(dir, executable, QDateTime::currentDateTimeUtc());
+        const QStringList lines = logLines(dir);
+        QCOMPARE(lines.size(), 4);
+        QVERIFY2(lines[0].endsWith(translocated ? QStringLiteral("(translocated=true)") : QStringLiteral("(translocated=false)")),
+                 qPrintable(lines[0]));
+        QCOMPARE(ran.join(u' ').contains(QLatin1String("permission")), !translocated);
+    }
+
+    void helpFileIsReplacedWhole() {
+        const QString dir = freshDir();
+        const QString path = dir + QStringLiteral("/iPhone Shortcut Setup.txt");
+        {
+            QFile old(path);
+            QVERIFY(old.open(QIODevice::WriteOnly));
+            old.write(QByteArray(5000, 'x'));
+        }
+        launch(dir, QStringLiteral("/usr/bin/vorlix"), QDateTime::currentDateTimeUtc());
+        const QByteArray expected =
+            "Vorlix \xE2\x80\x94 iPhone Hand-off Setup (one time, ~2 minutes)\n\n"
+            "On your iPhone, open the Shortcuts app and create a new Shortcut:\n\n"
+            "1. Tap + to create a new Shortcut, name it \"Send to Vorlix\".\n"
+            "2. Add action: \"Get File\" (Documents app) \xE2\x80\x94 set it to the file\n"
+            "   iCloud Drive \xE2\x96\xB8 Vorlix \xE2\x96\xB8 inbox.txt  (turn OFF \"Show Document Picker\").\n"
+            "3. Add action: \"Combine Text\" \xE2\x80\x94 first input: the File from step 2,\n"
+            "   second input: the Shortcut Input (the shared URL). Separator: New Line.\n"
+            "4. Add action: \"Save File\" \xE2\x80\x94 save the combined text back to\n"
+            "   iCloud Drive \xE2\x96\xB8 Vorlix \xE2\x96\xB8 inbox.txt with \"Overwrite\" ON.\n"
+            "5. In the Shortcut's settings (\xE2\x93\x98), enable \"Show in Share Sheet\"\n"
+            "   and set accepted types to URLs.\n\n"
+            "Now share any link on your iPhone \xE2\x86\x92 \"Send to Vorlix\" \xE2\x86\x92 your Mac\n"
+            "downloads it automatically (Vorlix must be running; it lives in the\n"
+            "menu bar even when the window is closed).";
+        QCOMPARE(readAll(path), expected);
+        QCOMPARE(expected.count('\n'), 16);
+        QCOMPARE(QDir(dir).entryList(QDir::Files | QDir::Hidden).size(), 2); // the log and the help file
+    }
+
+    void unwritableFolderIsIgnored() {
+        // A support "folder" below a plain file can never be created.
+        const QString blocker = freshDir() + QStringLiteral("/file");
+        QFile f(blocker);
+        QVERIFY(f.open(QIODevice::WriteOnly));
+        f.close();
+        const QStringList ran = launch(blocker + QStringLiteral("/Vorlix"), QStringLiteral("/usr/bin/vorlix"),
+                                       QDateTime::currentDateTimeUtc());
+        QCOMPARE(ran.size(), 6);
+        QVERIFY(!QFile::exists(blocker + QStringLiteral("/Vorlix/launch.log")));
+    }
+};
+
+VORLIX_TEST_SUITE(AppDelegateTest)
+#include "AppDelegateTest.moc"

@@ -1,0 +1,163 @@
+#include "FixtureSite.h"
+#include "TestEnv.h"
+#include "TestMain.h"
+#include "engine_media.h"
+
+#include "app/AppDelegate.h"
+
+#include <QCoreApplication>
+#include <QDateTime>
+#include <QDir>
+#include <QDirIterator>
+#include <QElapsedTimer>
+#include <QFile>
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QProcess>
+#include <QRegularExpression>
+#include <QStandardPaths>
+#include <QTest>
+
+#include <memory>
+
+namespace {
+
+// A process that is ended (and reaped) when the test leaves, however it leaves.
+struct Child {
+    std::unique_ptr<QProcess> process = std::make_unique<QProcess>();
+    ~Child() {
+        if (process->state() == QProcess::NotRunning)
+            return;
+        process->terminate();
+        if (!process->waitForFinished(5000)) {
+            process->kill();
+            process->waitForFinished(5000);
+        }
+    }
+};
+
+QByteArray readAll(const QString &path) {
+    QFile f(path);
+    return f.open(QIODevice::ReadOnly) ? f.readAll() : QByteArray();
+}
+
+} // namespace
+
+// The real program under a private X server: a link typed into the link bar downloads into
+// ~/Downloads/Vorlix and lands in the history; the launch leaves its log and help file.
+class StartupEndToEndTest : public QObject {
+    Q_OBJECT
+    QString m_display;
+
+    QString xdotool(const QStringList &args, int timeoutMs = 10000) {
+        QProcess p;
+        QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
+        env.insert(QStringLiteral("DISPLAY"), m_display);
+        p.setProcessEnvironment(env);
+        p.start(QStringLiteral("xdotool"), args);
+        if (!p.waitForFinished(timeoutMs))
+            p.kill();
+        return QString::fromUtf8(p.readAllStandardOutput()).trimmed();
+    }
+    QString visibleMainWindow() {
+        const QStringList args{QStringLiteral("search"), QStringLiteral("--onlyvisible"), QStringLiteral("--name"),
+                               QStringLiteral("^Vorlix$")};
+        return xdotool(args).section(u'\n', 0, 0);
+    }
+
+private Q_SLOTS:
+    void linkBarDownloadsIntoLibraryAndHistory() {
+#if !__has_include("ui/ContentView.h")
+        QSKIP("this build has no link bar yet");
+#endif
+        if (QStandardPaths::findExecutable(QStringLiteral("Xvfb")).isEmpty() ||
+            QStandardPaths::findExecutable(QStringLiteral("xdotool")).isEmpty())
+            QSKIP("needs Xvfb and xdotool (scripts/setup.sh installs them)");
+
+        FixtureSite site;
+        QVERIFY(site.isRunning());
+        QVERIFY(EngineMedia::makeClip(site.root() + QStringLiteral("/clip.mp4"), 2));
+        const QString link = site.url(QStringLiteral("/clip.mp4"));
+
+        Child xvfb;
+        xvfb.process->start(QStringLiteral("Xvfb"), {QStringLiteral("-displayfd"), QStringLiteral("1"), QStringLiteral("-screen"),
+                                                   QStringLiteral("0"), QStringLiteral("1280x800x24"),
+                                                   QStringLiteral("-nolisten"), QStringLiteral("tcp")});
+        QVERIFY(xvfb.process->waitForReadyRead(15000));
+        m_display = u':' + QString::fromLatin1(xvfb.process->readLine().trimmed());
+
+        const QString root = TestEnv::root() + QStringLiteral("/e2e");
+        const QString home = root + QStringLiteral("/home"), data = root + QStringLiteral("/data");
+        QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
+        const QList<std::pair<QString, QString>> dirs{
+            {QStringLiteral("HOME"), home},           {QStringLiteral("XDG_CONFIG_HOME"), root + QStringLiteral("/config")},
+            {QStringLiteral("XDG_DATA_HOME"), data},  {QStringLiteral("XDG_CACHE_HOME"), root + QStringLiteral("/cache")},
+            {QStringLiteral("XDG_RUNTIME_DIR"), root + QStringLiteral("/run")}, {QStringLiteral("TMPDIR"), root + QStringLiteral("/tmp")}};
+        for (const auto &[name, dir] : dirs) {
+            QVERIFY(QDir().mkpath(dir));
+            env.insert(name, dir);
+        }
+        // The engine was "just updated": the daily self-update would go to the internet.
+        {
+            QVERIFY(QDir().mkpath(root + QStringLiteral("/config/Vorlix")));
+            QFile conf(root + QStringLiteral("/config/Vorlix/Vorlix.conf"));
+            QVERIFY(conf.open(QIODevice::WriteOnly));
+            conf.write("[General]\nlastEngineUpdateCheck=" + QByteArray::number(QDateTime::currentSecsSinceEpoch()) + '\n');
+        }
+        QFile::setPermissions(root + QStringLiteral("/run"), QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
+        env.insert(QStringLiteral("DISPLAY"), m_display);
+        env.insert(QStringLiteral("QT_QPA_PLATFORM"), QStringLiteral("xcb"));
+        env.remove(QStringLiteral("WAYLAND_DISPLAY"));
+        env.remove(QStringLiteral("DBUS_SESSION_BUS_ADDRESS")); // no desktop notifications from a test
+
+        Child vorlix;
+        vorlix.process->setProcessEnvironment(env);
+        vorlix.process->setProcessChannelMode(QProcess::ForwardedErrorChannel);
+        vorlix.process->start(QCoreApplication::applicationDirPath() + QStringLiteral("/../bin/vorlix"), QStringList());
+        QVERIFY(vorlix.process->waitForStarted(10000));
+
+        QString window;
+        QTRY_VERIFY_WITH_TIMEOUT(!(window = visibleMainWindow()).isEmpty(), 20000);
+        xdotool({QStringLiteral("windowfocus"), QStringLiteral("--sync"), window});
+        // The link bar has the focus from the start.
+        xdotool({QStringLiteral("type"), QStringLiteral("--delay"), QStringLiteral("10"), link});
+        xdotool({QStringLiteral("key"), QStringLiteral("Return")});
+
+        const QString library = home + QStringLiteral("/Downloads/Vorlix");
+        const qint64 expectedSize = QFileInfo(site.root() + QStringLiteral("/clip.mp4")).size();
+        QString saved;
+        const auto findSaved = [&] {
+            QDirIterator it(library, {QStringLiteral("*.mp4")}, QDir::Files, QDirIterator::Subdirectories);
+            saved = it.hasNext() ? it.next() : QString();
+            return !saved.isEmpty() && QFileInfo(saved).size() == expectedSize;
+        };
+        const auto inHistory = [&] {
+            const QJsonArray entries = QJsonDocument::fromJson(readAll(data + QStringLiteral("/Vorlix/history.json"))).array();
+            for (const QJsonValue &entry : entries)
+                if (entry.toObject().value(QStringLiteral("url")).toString() == link)
+                    return true;
+            return false;
+        };
+        QTRY_VERIFY_WITH_TIMEOUT(findSaved() && inHistory(), 120000);
+
+        const QStringList log = QString::fromUtf8(readAll(data + QStringLiteral("/Vorlix/launch.log"))).split(u'\n', Qt::SkipEmptyParts);
+        const QStringList messages{QStringLiteral("didFinishLaunching start (translocated=false)"), QStringLiteral("tools installed"),
+                                   QStringLiteral("watchers started"), QStringLiteral("didFinishLaunching end")};
+        QCOMPARE(log.size(), messages.size());
+        static const QRegularExpression stamp(QStringLiteral("^\\d{4}-\\d\\d-\\d\\d \\d\\d:\\d\\d:\\d\\d \\+0000 (.*)$"));
+        for (qsizetype i = 0; i < log.size(); ++i)
+            QCOMPARE(stamp.match(log[i]).captured(1), messages[i]);
+        QCOMPARE(readAll(data + QStringLiteral("/Vorlix/iPhone Shortcut Setup.txt")), AppDelegate::shortcutInstructions());
+
+        // Closing the window leaves the application running.
+        xdotool({QStringLiteral("windowfocus"), QStringLiteral("--sync"), window});
+        xdotool({QStringLiteral("key"), QStringLiteral("ctrl+w")});
+        QTRY_VERIFY_WITH_TIMEOUT(visibleMainWindow().isEmpty(), 10000);
+        QTest::qWait(500);
+        QCOMPARE(vorlix.process->state(), QProcess::Running);
+    }
+};
+
+VORLIX_TEST_SUITE(StartupEndToEndTest)
+#include "StartupEndToEndTest.moc"

@@ -119,6 +119,16 @@ private Q_SLOTS:
 
         QString window;
         QTRY_VERIFY_WITH_TIMEOUT(!(window = visibleMainWindow()).isEmpty(), 20000);
+        // The launch is complete once the window shows.
+        const QStringList log = QString::fromUtf8(readAll(data + QStringLiteral("/Vorlix/launch.log"))).split(u'\n', Qt::SkipEmptyParts);
+        const QStringList messages{QStringLiteral("didFinishLaunching start (translocated=false)"), QStringLiteral("tools installed"),
+                                   QStringLiteral("watchers started"), QStringLiteral("didFinishLaunching end")};
+        QCOMPARE(log.size(), messages.size());
+        static const QRegularExpression stamp(QStringLiteral("^\\d{4}-\\d\\d-\\d\\d \\d\\d:\\d\\d:\\d\\d \\+0000 (.*)$"));
+        for (qsizetype i = 0; i < log.size(); ++i)
+            QCOMPARE(stamp.match(log[i]).captured(1), messages[i]);
+        QCOMPARE(readAll(data + QStringLiteral("/Vorlix/iPhone Shortcut Setup.txt")), AppDelegate::shortcutInstructions());
+
         xdotool({QStringLiteral("windowfocus"), QStringLiteral("--sync"), window});
         // The link bar has the focus from the start.
         xdotool({QStringLiteral("type"), QStringLiteral("--delay"), QStringLiteral("10"), link});
@@ -140,15 +150,6 @@ private Q_SLOTS:
             return false;
         };
         QTRY_VERIFY_WITH_TIMEOUT(findSaved() && inHistory(), 120000);
-
-        const QStringList log = QString::fromUtf8(readAll(data + QStringLiteral("/Vorlix/launch.log"))).split(u'\n', Qt::SkipEmptyParts);
-        const QStringList messages{QStringLiteral("didFinishLaunching start (translocated=false)"), QStringLiteral("tools installed"),
-                                   QStringLiteral("watchers started"), QStringLiteral("didFinishLaunching end")};
-        QCOMPARE(log.size(), messages.size());
-        static const QRegularExpression stamp(QStringLiteral("^\\d{4}-\\d\\d-\\d\\d \\d\\d:\\d\\d:\\d\\d \\+0000 (.*)$"));
-        for (qsizetype i = 0; i < log.size(); ++i)
-            QCOMPARE(stamp.match(log[i]).captured(1), messages[i]);
-        QCOMPARE(readAll(data + QStringLiteral("/Vorlix/iPhone Shortcut Setup.txt")), AppDelegate::shortcutInstructions());
 
         // Closing the window leaves the application running.
         xdotool({QStringLiteral("windowfocus"), QStringLiteral("--sync"), window});

@@ -228,6 +228,8 @@ QWidget *ContentView::buildHeader() {
                                  QStringLiteral("Download"));
     m_download->setObjectName(QStringLiteral("download"));
     EmberButtonStyle::apply(m_download);
+    // Room for the icon beside the label, whatever the size hint made of them.
+    m_download->setMinimumWidth(QFontMetrics(m_download->font()).horizontalAdvance(m_download->text()) + 68);
     connect(m_download, &QPushButton::clicked, this, &ContentView::addFromField);
     barRow->addWidget(m_download);
 
@@ -269,8 +271,9 @@ QWidget *ContentView::buildTabBar() {
             m_queueCount->setObjectName(QStringLiteral("queueCount"));
             m_queueCount->setAlignment(Qt::AlignCenter);
             m_queueCount->setMinimumWidth(20);
+            m_queueCount->setFixedHeight(17);
             m_queueCount->setStyleSheet(QStringLiteral("background: #FF4A1F; border-radius: 8px; padding: 1px 6px;"));
-            row->addWidget(m_queueCount);
+            row->addWidget(m_queueCount, 0, Qt::AlignVCenter);
         }
     }
     row->addStretch(1);

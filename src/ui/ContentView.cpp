@@ -141,7 +141,13 @@ ContentView::ContentView(DownloadQueue &queue, AppSettings &settings, SelfHealer
     layout->addWidget(m_pages, 1);
     layout->addWidget(buildStatusBar());
 
-    connect(&m_queue, &DownloadQueue::itemsChanged, this, &ContentView::queueChanged);
+    connect(&m_queue, &DownloadQueue::itemsChanged, this, [this] {
+        // Coalesced: a pasted list changes the queue hundreds of times in one go.
+        if (m_queueChangePending)
+            return;
+        m_queueChangePending = true;
+        QMetaObject::invokeMethod(this, &ContentView::queueChanged, Qt::QueuedConnection);
+    });
     connect(&m_queue, &DownloadQueue::lastMessageChanged, this, &ContentView::refreshLastMessage);
     connect(&m_settings, &AppSettings::changed, this, &ContentView::settingsChanged);
     connect(&m_healer, &SelfHealer::engineVersionChanged, this, &ContentView::refreshEngine);
@@ -382,6 +388,7 @@ int ContentView::queuedCount() const {
 }
 
 void ContentView::queueChanged() {
+    m_queueChangePending = false;
     const QList<DownloadItemPtr> &items = m_queue.items();
     m_queuePage->setCurrentWidget(items.isEmpty() ? m_emptyState : static_cast<QWidget *>(m_queueList));
     // Items change state without the list changing: watch each one for the counts.

@@ -74,6 +74,7 @@ private:
     ClipboardSource &m_clipboard;
     Tab m_tab = Tab::queue;
     QSet<QUuid> m_watched;
+    bool m_queueChangePending = false;
 
     QLineEdit *m_linkBar = nullptr;
     QToolButton *m_modeMenu = nullptr;

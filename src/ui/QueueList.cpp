@@ -19,14 +19,19 @@ QueueList::QueueList(DownloadQueue &queue, QWidget *parent) : QAbstractScrollAre
     viewport()->setPalette(p);
     viewport()->setAutoFillBackground(true);
     connect(&m_queue, &DownloadQueue::itemsChanged, this, &QueueList::reload);
-    reload();
+    m_items = m_queue.items();
+    layoutRows();
 }
 
 QueueList::~QueueList() = default;
 
 void QueueList::reload() {
     m_items = m_queue.items();
-    layoutRows();
+    // A pasted list adds hundreds of items in one go: lay the rows out once, after the burst.
+    if (m_layoutPending)
+        return;
+    m_layoutPending = true;
+    QMetaObject::invokeMethod(this, [this] { layoutRows(); }, Qt::QueuedConnection);
 }
 
 ItemRow *QueueList::rowFor(const DownloadItemPtr &item) const {
@@ -53,6 +58,7 @@ ItemRow *QueueList::makeRow(const DownloadItemPtr &item) {
 }
 
 void QueueList::layoutRows() {
+    m_layoutPending = false;
     const int height = viewport()->height();
     const int total = int(m_items.size()) * rowHeight;
     QScrollBar *bar = verticalScrollBar();

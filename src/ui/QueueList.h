@@ -23,7 +23,8 @@ public:
     const QList<ItemRow *> &rows() const { return m_rows; }
     // The row showing `item`, when it is on screen.
     ItemRow *rowFor(const DownloadItemPtr &item) const;
-    // Re-reads the queue's items (also done on every itemsChanged).
+    // Re-reads the queue's items (on every itemsChanged); the rows follow on the next turn
+    // of the event loop.
     void reload();
 
 protected:
@@ -39,4 +40,5 @@ private:
     DownloadQueue &m_queue;
     QList<DownloadItemPtr> m_items;
     QList<ItemRow *> m_rows;
+    bool m_layoutPending = false;
 };

@@ -164,7 +164,7 @@ private Q_SLOTS:
         // One probing (active), two queued.
         QCOMPARE(h.view->activeCount(), 1);
         QCOMPARE(h.view->queuedCount(), 2);
-        QVERIFY(count->isVisible());
+        QTRY_VERIFY(count->isVisible()); // the window catches up with a burst of changes at once
         QCOMPARE(count->text(), QStringLiteral("3"));
         QVERIFY(h.view->queueList()->isVisible());
         auto *clear = h.child<QPushButton>(QStringLiteral("clearFinished"));
@@ -175,7 +175,7 @@ private Q_SLOTS:
         QVERIFY(clear->isEnabled());
         QTest::mouseClick(clear, Qt::LeftButton);
         QVERIFY(h.queue->items().isEmpty());
-        QVERIFY(h.child<QWidget>(QStringLiteral("emptyState"))->isVisible());
+        QTRY_VERIFY(h.child<QWidget>(QStringLiteral("emptyState"))->isVisible());
     }
 
     void smartModeCheckboxDrivesTheWatcher() {
@@ -324,7 +324,7 @@ private Q_SLOTS:
             h.queue->add(QStringLiteral("https://a.example/v/") + QString::number(i));
         h.view->show();
         QueueList *list = h.view->queueList();
-        QTRY_VERIFY(list->viewport()->height() > 0);
+        QTRY_VERIFY(list->rowFor(h.queue->items().first()));
         const int screenful = list->viewport()->height() / QueueList::rowHeight + 2;
         auto shown = [list] {
             int n = 0;
@@ -334,7 +334,6 @@ private Q_SLOTS:
         };
         QVERIFY(shown() <= screenful);
         QVERIFY(list->rows().size() < 20);
-        QCOMPARE(list->rows().first()->item(), h.queue->items().first());
         list->verticalScrollBar()->setValue(list->verticalScrollBar()->maximum());
         QVERIFY(list->rowFor(h.queue->items().last()));
         QVERIFY(!list->rowFor(h.queue->items().first()));

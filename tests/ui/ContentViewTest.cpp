@@ -1,4 +1,6 @@
+#include "FixtureSite.h"
 #include "TestEnv.h"
+#include "engine_media.h"
 #include "TestMain.h"
 
 #include "core/AppSettings.h"
@@ -19,6 +21,8 @@
 #include <QApplication>
 #include <QCheckBox>
 #include <QComboBox>
+#include <QFile>
+#include <QFileInfo>
 #include <QCoroSignal>
 #include <QLabel>
 #include <QLineEdit>
@@ -71,21 +75,25 @@ struct Harness {
     std::unique_ptr<ClipboardWatcher> watcher;
     std::unique_ptr<ContentView> view;
 
-    explicit Harness(int maxConcurrent = 1) {
+    explicit Harness(int maxConcurrent = 1, bool realEngine = false) {
         settings.setMaxConcurrent(maxConcurrent);
         settings.setDownloadFolderPath(dir + QStringLiteral("/Downloads"));
-        DownloadQueue::Services services;
-        services.probe = [this](QString url) { return heldProbe(&gate, std::move(url)); };
-        services.isSpotifyTrackURL = [](const QString &) { return false; };
-        services.analyze = [](QUrl) -> QCoro::Task<std::pair<std::optional<double>, std::optional<QString>>> {
-            co_return std::pair<std::optional<double>, std::optional<QString>>{};
-        };
+        DownloadQueue::Services services = realEngine ? DownloadQueue::Services::real() : DownloadQueue::Services();
+        if (!realEngine)
+            fakeServices(services);
         queue = std::make_unique<DownloadQueue>(settings, history, notifier, services);
         healer = std::make_unique<SelfHealer>(settings, [] { return QStringLiteral("/nonexistent/yt-dlp"); },
                                               [] { return 0.0; });
         watcher = std::make_unique<ClipboardWatcher>(clipboard, settings, *queue);
         view = std::make_unique<ContentView>(*queue, settings, *healer, *watcher, clipboard);
         view->resize(860, 560);
+    }
+    void fakeServices(DownloadQueue::Services &services) {
+        services.probe = [this](QString url) { return heldProbe(&gate, std::move(url)); };
+        services.isSpotifyTrackURL = [](const QString &) { return false; };
+        services.analyze = [](QUrl) -> QCoro::Task<std::pair<std::optional<double>, std::optional<QString>>> {
+            co_return std::pair<std::optional<double>, std::optional<QString>>{};
+        };
     }
     ~Harness() {
         view.reset();
@@ -343,6 +351,31 @@ private Q_SLOTS:
         const DownloadItemPtr last = h.queue->items().last();
         h.queue->cancel(last);
         QVERIFY(list->rowFor(last)->findChildren<QToolButton *>().first()->toolTip() == QStringLiteral("Remove"));
+    }
+
+    // The real engine against the local site, into a folder that cannot exist: the row says why.
+    void unwritableDownloadFolderFailsTheItem() {
+        FixtureSite site;
+        QVERIFY(site.isRunning());
+        QVERIFY(EngineMedia::makeClip(site.root() + QStringLiteral("/clip.mp4"), 1));
+        Harness h(1, true);
+        const QString blocker = h.dir + QStringLiteral("/blocker");
+        QFile file(blocker);
+        QVERIFY(file.open(QIODevice::WriteOnly));
+        file.close();
+        h.settings.setDownloadFolderPath(blocker + QStringLiteral("/Vorlix"));
+        h.view->show();
+        h.view->linkBar()->setText(site.url(QStringLiteral("/clip.mp4")));
+        h.view->addFromField();
+        const DownloadItemPtr item = h.queue->items().first();
+        QTRY_VERIFY_WITH_TIMEOUT(item->state().isTerminal(), 90000);
+        QVERIFY(item->state().is(ItemState::Kind::failed));
+        QVERIFY(!item->state().text().isEmpty());
+        QVERIFY(QFileInfo(blocker).isFile());
+        QTRY_VERIFY(h.view->queueList()->rowFor(item));
+        auto *failure = h.view->queueList()->rowFor(item)->findChild<QLabel *>(QStringLiteral("failure"));
+        QVERIFY(failure);
+        QCOMPARE(failure->text(), item->state().text());
     }
 
     void detectTempoAndKeyReportsWhatItFound() {

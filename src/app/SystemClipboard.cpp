@@ -21,11 +21,16 @@ std::optional<QString> SystemClipboard::text() const
     return data->text();
 }
 
+SystemClipboard &SystemClipboard::shared()
+{
+    static SystemClipboard *clipboard = new SystemClipboard(QGuiApplication::instance());
+    return *clipboard;
+}
+
 // The shared watcher lives with the GUI because only the GUI has a clipboard.
 ClipboardWatcher &ClipboardWatcher::shared()
 {
-    static SystemClipboard *clipboard = new SystemClipboard(QGuiApplication::instance());
     static ClipboardWatcher *watcher =
-        new ClipboardWatcher(*clipboard, AppSettings::shared(), DownloadQueue::shared());
+        new ClipboardWatcher(SystemClipboard::shared(), AppSettings::shared(), DownloadQueue::shared());
     return *watcher;
 }

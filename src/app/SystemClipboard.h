@@ -10,6 +10,8 @@ class SystemClipboard : public QObject, public ClipboardSource {
     Q_OBJECT
 public:
     explicit SystemClipboard(QObject *parent = nullptr);
+    // The one the application's watcher and screens read.
+    static SystemClipboard &shared();
     qint64 changeCount() const override { return m_changes; }
     std::optional<QString> text() const override;
 

@@ -71,6 +71,14 @@ void DownloadQueue::setLastMessage(const QString &message)
     Q_EMIT lastMessageChanged();
 }
 
+void DownloadQueue::clearLastMessage()
+{
+    if (!m_lastMessage)
+        return;
+    m_lastMessage.reset();
+    Q_EMIT lastMessageChanged();
+}
+
 void DownloadQueue::setMomentsRequest(DownloadItemPtr item)
 {
     if (m_momentsRequest == item)
@@ -579,6 +587,37 @@ void DownloadQueue::renderPitch(const DownloadItemPtr &item, int semitones)
         return;
     item->setState(ItemState::processing(pitchStatus(semitones)));
     runRender(item, std::nullopt, semitones);
+}
+
+void DownloadQueue::detectTempoAndKey(const DownloadItemPtr &item)
+{
+    if (!item || item->finalFileURL().isEmpty())
+        return;
+    item->setState(ItemState::processing(QStringLiteral("Analyzing BPM & key")));
+    runTempoAndKey(item);
+}
+
+QString DownloadQueue::tempoAndKeyMessage(std::optional<double> bpm, const std::optional<QString> &key)
+{
+    return (bpm ? QString::asprintf("%.0f BPM", *bpm) : QStringLiteral("no BPM")) + QStringLiteral(" · ") +
+           key.value_or(QStringLiteral("no key"));
+}
+
+QCoro::Task<> DownloadQueue::runTempoAndKey(DownloadItemPtr item)
+{
+    QPointer<DownloadQueue> self(this);
+    std::pair<std::optional<double>, std::optional<QString>> analysis;
+    try {
+        analysis = co_await m_services.analyze(item->finalFileURL());
+    } catch (...) {
+        // Analysis reports failure as no result.
+    }
+    if (!self)
+        co_return;
+    item->setDetectedBPM(analysis.first);
+    item->setDetectedKey(analysis.second);
+    item->setState(ItemState::done());
+    setLastMessage(tempoAndKeyMessage(analysis.first, analysis.second));
 }
 
 QCoro::Task<> DownloadQueue::runRender(DownloadItemPtr item, std::optional<double> rate, int semitones)

@@ -75,6 +75,7 @@ public:
     const QList<DownloadItemPtr> &items() const { return m_items; }
     const std::optional<QString> &lastMessage() const { return m_lastMessage; }
     void setLastMessage(const QString &message);
+    void clearLastMessage();
     const DownloadItemPtr &momentsRequest() const { return m_momentsRequest; }
     // The Moments screen clears the request once it has taken the item.
     void setMomentsRequest(DownloadItemPtr item);
@@ -102,6 +103,9 @@ public:
     void transcribe(const DownloadItemPtr &item);
     void renderPractice(const DownloadItemPtr &item, double rate);
     void renderPitch(const DownloadItemPtr &item, int semitones);
+    // "Detect BPM & Key": analyses the finished file and reports "120 BPM · A minor".
+    void detectTempoAndKey(const DownloadItemPtr &item);
+    static QString tempoAndKeyMessage(std::optional<double> bpm, const std::optional<QString> &key);
 
     // One downloader run for `job`, with progress and the child process credited to `item`.
     QCoro::Task<QString> runDownload(DownloadItemPtr job, DownloadItemPtr item, QString outputDir);
@@ -119,6 +123,7 @@ private:
     QCoro::Task<> runItem(DownloadItemPtr item);
     QCoro::Task<> process(DownloadItemPtr item);
     QCoro::Task<> runTranscription(DownloadItemPtr item);
+    QCoro::Task<> runTempoAndKey(DownloadItemPtr item);
     QCoro::Task<> runRender(DownloadItemPtr item, std::optional<double> rate, int semitones);
     bool isCancelled(const DownloadItem &item) const;
     void fail(const DownloadItemPtr &item, const QString &message);

@@ -112,11 +112,23 @@ ItemRow::ItemRow(DownloadItemPtr item, QWidget *parent)
     m_buttonsLayout->setSpacing(4);
     row->addWidget(m_buttons, 0, Qt::AlignVCenter);
 
-    connect(m_item.get(), &DownloadItem::changed, this, &ItemRow::refresh);
+    m_itemConnection = connect(m_item.get(), &DownloadItem::changed, this, &ItemRow::refresh);
     refresh();
 }
 
 ItemRow::~ItemRow() = default;
+
+void ItemRow::setItem(DownloadItemPtr item) {
+    if (!item || item == m_item)
+        return;
+    disconnect(m_itemConnection);
+    m_item = std::move(item);
+    m_itemConnection = connect(m_item.get(), &DownloadItem::changed, this, &ItemRow::refresh);
+    m_statusBuilt = false;
+    m_thumbnailShown = QUrl();
+    m_thumbnail->clear();
+    refresh();
+}
 
 QNetworkAccessManager &ItemRow::network() {
     static QNetworkAccessManager *manager = new QNetworkAccessManager(qApp);

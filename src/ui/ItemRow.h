@@ -25,6 +25,8 @@ public:
     ~ItemRow() override;
 
     const DownloadItemPtr &item() const { return m_item; }
+    // Shows another item in this row; the queue list recycles rows as it scrolls.
+    void setItem(DownloadItemPtr item);
 
     // The context menu for the item as it is now (the caller owns it).
     QMenu *buildContextMenu(QWidget *parent = nullptr);
@@ -74,4 +76,5 @@ private:
     ItemState::Kind m_shownKind;
     bool m_statusBuilt = false;
     QUrl m_thumbnailShown;
+    QMetaObject::Connection m_itemConnection;
 };

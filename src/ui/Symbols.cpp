@@ -11,9 +11,8 @@ const QHash<QString, QString> &table() {
     static const QHash<QString, QString> map{
         {QStringLiteral("arrow.down.circle"), QStringLiteral("folder-download-symbolic")},
         {QStringLiteral("arrow.down.circle.fill"), QStringLiteral("folder-download-symbolic")},
-        {QStringLiteral("arrow.down.to.line"), QStringLiteral("go-down-symbolic")},
+        {QStringLiteral("arrow.down.to.line"), QStringLiteral("go-bottom-symbolic")},
         {QStringLiteral("square.stack.3d.down.right"), QStringLiteral("edit-select-all-symbolic")},
-        {QStringLiteral("slider.horizontal.3"), QStringLiteral("emblem-system-symbolic")},
         {QStringLiteral("folder"), QStringLiteral("folder-symbolic")},
         {QStringLiteral("doc.on.clipboard"), QStringLiteral("edit-paste-symbolic")},
         {QStringLiteral("sparkles"), QStringLiteral("starred-symbolic")},
@@ -113,6 +112,15 @@ QPixmap drawn(const QString &symbol, const QColor &tint, int size) {
         p.drawPolygon(QPolygonF({QPointF(8, 1.8), QPointF(14.8, 14), QPointF(1.2, 14)}));
         p.drawLine(QPointF(8, 6), QPointF(8, 9.5));
         p.drawPoint(QPointF(8, 12));
+    } else if (symbol == QLatin1String("slider.horizontal.3")) {
+        // Three rails, each with its knob at a different place; themes have no such icon.
+        const qreal knobs[] = {10.5, 5, 8.5};
+        for (int i = 0; i < 3; ++i) {
+            const qreal y = 3.5 + i * 4.5;
+            p.drawLine(QPointF(1.5, y), QPointF(14.5, y));
+            p.setBrush(tint);
+            p.drawEllipse(QPointF(knobs[i], y), 1.8, 1.8);
+        }
     } else if (symbol == QLatin1String("folder")) {
         QPainterPath path;
         path.moveTo(1.5, 4);

@@ -35,34 +35,6 @@ class EmberStyleTest : public QObject {
 private Q_SLOTS:
     void initTestCase() { Brand::applyDarkAppearance(*qApp); }
 
-    void paletteHexValues_data() {
-        QTest::addColumn<QColor>("color");
-        QTest::addColumn<QString>("hex");
-        QTest::newRow("ember") << Brand::ember() << QStringLiteral("#ff4a1f");
-        QTest::newRow("emberDeep") << Brand::emberDeep() << QStringLiteral("#f03b0d");
-        QTest::newRow("emberLight") << Brand::emberLight() << QStringLiteral("#ff7a45");
-        QTest::newRow("ink") << Brand::ink() << QStringLiteral("#16130f");
-        QTest::newRow("surface") << Brand::surface() << QStringLiteral("#1d1a16");
-        QTest::newRow("hairline") << Brand::hairline() << QStringLiteral("#2b2620");
-        QTest::newRow("stone") << Brand::stone() << QStringLiteral("#8a8178");
-        QTest::newRow("stoneDark") << Brand::stoneDark() << QStringLiteral("#5c554c");
-        QTest::newRow("bone") << Brand::bone() << QStringLiteral("#faf8f5");
-    }
-    void paletteHexValues() {
-        QFETCH(QColor, color);
-        QFETCH(QString, hex);
-        QCOMPARE(color.name(), hex);
-        QCOMPARE(color.alpha(), 255);
-    }
-
-    void darkPaletteIsBuiltFromTheBrand() {
-        const QPalette p = Brand::darkPalette();
-        QCOMPARE(p.color(QPalette::Window), Brand::ink());
-        QCOMPARE(p.color(QPalette::Highlight), Brand::ember());
-        QVERIFY(p.color(QPalette::WindowText).lightness() > 200);
-        QVERIFY(p.color(QPalette::Disabled, QPalette::Text).lightness() < p.color(QPalette::Text).lightness());
-    }
-
     void fontsAreRequestedByFamily() {
         QCOMPARE(Brand::monoFont(10).family(), QStringLiteral("JetBrains Mono"));
         QCOMPARE(Brand::displayFont(14, QFont::Bold).family(), QStringLiteral("Schibsted Grotesk"));

@@ -10,7 +10,14 @@
 #include "ui/Brand.h"
 #include "ui/EmberButtonStyle.h"
 #include "ui/EmberProgressBar.h"
-#include "ui/ItemRow.h"
+#include "queue/ClipboardSource.h"
+#include "queue/ClipboardWatcher.h"
+#include "queue/DownloadQueue.h"
+#include "queue/HistoryStore.h"
+#include "queue/Notifier.h"
+#include "ui/BatchSheet.h"
+#include "ui/ContentView.h"
+#include "ui/OptionsSheet.h"
 #include "ui/PinchMark.h"
 #include "ui/SettingsView.h"
 #include "ui/StatusChip.h"
@@ -23,6 +30,8 @@
 #include <QPushButton>
 #include <QTest>
 #include <QVBoxLayout>
+#include <QLineEdit>
+#include <QCoroTimer>
 
 namespace {
 bool save(QWidget &w, const QString &folder, const QString &name) {
@@ -93,6 +102,77 @@ QWidget *sampler() {
     return page;
 }
 
+struct QuietNotifier : Notifier {
+    void post(const QString &, const QString &) override {}
+};
+
+struct NoClipboard : ClipboardSource {
+    qint64 changeCount() const override { return 0; }
+    std::optional<QString> text() const override { return QStringLiteral("https://vimeo.com/123 and https://youtu.be/xyz"); }
+};
+
+QCoro::Task<ProbeResult> neverAnswers(QString) {
+    co_await QCoro::sleepFor(std::chrono::hours(1));
+    co_return ProbeResult{};
+}
+
+// The main window: empty, then with rows in the states a user sees most, then its two sheets.
+bool mainWindowShots(AppSettings &settings, SelfHealer &healer, const QString &folder) {
+    HistoryStore history(TestEnv::root() + QStringLiteral("/shot-history.json"));
+    QuietNotifier notifier;
+    NoClipboard clipboard;
+    DownloadQueue::Services services;
+    services.probe = neverAnswers;
+    services.isSpotifyTrackURL = [](const QString &) { return false; };
+    settings.setMaxConcurrent(1);
+    settings.setSmartMode(true);
+    DownloadQueue queue(settings, history, notifier, services);
+    ClipboardWatcher watcher(clipboard, settings, queue);
+    ContentView view(queue, settings, healer, watcher, clipboard);
+    view.resize(860, 560);
+    bool ok = save(view, folder, QStringLiteral("main-empty.png"));
+
+    queue.add(QStringLiteral("https://www.tiktok.com/@x/video/1"));
+    queue.add(QStringLiteral("https://vimeo.com/123"), DownloadMode::videoOnly);
+    queue.add(QStringLiteral("https://soundcloud.com/a/b"), DownloadMode::audioOnly, ClipRange{QStringLiteral("1:20"), QString()});
+    queue.add(QStringLiteral("https://www.youtube.com/watch?v=abc"));
+    const QList<DownloadItemPtr> items = queue.items(); // newest first
+    const DownloadItemPtr &downloading = items[0];
+    downloading->setTitle(QStringLiteral("How to Play Wonderwall — Easy Guitar Lesson"));
+    downloading->setCategory(QStringLiteral("Tutorials"));
+    downloading->setState(ItemState::downloading());
+    downloading->setProgress(0.62);
+    downloading->setSpeedText(QStringLiteral("2.1MiB/s"));
+    downloading->setEtaText(QStringLiteral("00:12"));
+    const DownloadItemPtr &done = items[1];
+    done->setTitle(QStringLiteral("Night Drive (Extended Mix)"));
+    done->setFinalFileURL(QUrl::fromLocalFile(QStringLiteral("/tmp/Night Drive.mp3")));
+    done->setDetectedBPM(124.0);
+    done->setDetectedKey(QStringLiteral("F# minor"));
+    done->setDidSelfHeal(true);
+    done->setState(ItemState::done());
+    const DownloadItemPtr &failed = items[2];
+    failed->setTitle(QStringLiteral("Studio tour"));
+    failed->setState(ItemState::failed(QStringLiteral("This video is private. Turn on “Use Chrome login” in Settings.")));
+    queue.setLastMessage(QStringLiteral("Saved · Night Drive (Extended Mix)"));
+    ok &= save(view, folder, QStringLiteral("main-queue.png"));
+
+    view.showBatch();
+    auto *batch = view.findChild<BatchSheet *>();
+    batch->pasteFromClipboard();
+    ok &= save(*batch, folder, QStringLiteral("batch-sheet.png"));
+    batch->reject();
+    view.linkBar()->setText(QStringLiteral("https://www.youtube.com/watch?v=abc"));
+    view.showOptions();
+    auto *options = view.findChild<OptionsSheet *>();
+    options->findChild<QLineEdit *>(QStringLiteral("clipStart"))->setText(QStringLiteral("1:2:3:4"));
+    ok &= save(*options, folder, QStringLiteral("options-sheet.png"));
+    options->reject();
+    for (const DownloadItemPtr &item : queue.items())
+        queue.cancel(item);
+    return ok;
+}
+
 int screenshots(int argc, char **argv) {
     const QString folder = argc > 2 ? QString::fromLocal8Bit(argv[2]) : QStringLiteral("screenshots");
     QDir().mkpath(folder);
@@ -104,40 +184,6 @@ int screenshots(int argc, char **argv) {
     bool ok = true;
     std::unique_ptr<QWidget> page(sampler());
     ok &= save(*page, folder, QStringLiteral("ember-style.png"));
-
-    // Queue rows in the states a user sees most.
-    QWidget rows;
-    rows.resize(760, 420);
-    auto *list = new QVBoxLayout(&rows);
-    list->setContentsMargins(0, 8, 0, 8);
-    auto downloading = DownloadItem::make(QStringLiteral("https://www.youtube.com/watch?v=abc"), DownloadMode::bestVideoAudio);
-    downloading->setTitle(QStringLiteral("How to Play Wonderwall — Easy Guitar Lesson"));
-    downloading->setCategory(QStringLiteral("Tutorials"));
-    downloading->setState(ItemState::downloading());
-    downloading->setProgress(0.62);
-    downloading->setSpeedText(QStringLiteral("2.1MiB/s"));
-    downloading->setEtaText(QStringLiteral("00:12"));
-    auto done = DownloadItem::make(QStringLiteral("https://soundcloud.com/a/b"), DownloadMode::audioOnly,
-                                   ClipRange{QStringLiteral("1:20"), QString()});
-    done->setTitle(QStringLiteral("Night Drive (Extended Mix)"));
-    done->setFinalFileURL(QUrl::fromLocalFile(QStringLiteral("/tmp/Night Drive.mp3")));
-    done->setDetectedBPM(124.0);
-    done->setDetectedKey(QStringLiteral("F# minor"));
-    done->setDidSelfHeal(true);
-    done->setState(ItemState::done());
-    auto failed = DownloadItem::make(QStringLiteral("https://vimeo.com/123"), DownloadMode::videoOnly);
-    failed->setTitle(QStringLiteral("Studio tour"));
-    failed->setState(ItemState::failed(QStringLiteral("This video is private. Turn on “Use Chrome login” in Settings.")));
-    auto queued = DownloadItem::make(QStringLiteral("https://www.tiktok.com/@x/video/1"), DownloadMode::bestVideoAudio);
-    for (const auto &item : {downloading, done, failed, queued}) {
-        list->addWidget(new ItemRow(item));
-        auto *line = new QFrame;
-        line->setFixedHeight(1);
-        line->setStyleSheet(QStringLiteral("background: %1;").arg(Brand::hairline().name()));
-        list->addWidget(line);
-    }
-    list->addStretch(1);
-    ok &= save(rows, folder, QStringLiteral("queue-rows.png"));
 
     AppSettings settings(TestEnv::root() + QStringLiteral("/shot.conf"));
     settings.setDownloadFolderPath(QDir::homePath() + QStringLiteral("/Downloads/Vorlix"));
@@ -152,6 +198,7 @@ int screenshots(int argc, char **argv) {
     setup.whisperURL = [] { return QString(); };
     setup.ffmpegURL = [] { return QString(); };
     Transcriber transcriber(setup);
+    ok &= mainWindowShots(settings, healer, folder);
     SettingsView view(settings, healer, transcriber);
     ok &= save(view, folder, QStringLiteral("settings.png"));
     view.resize(SettingsView::formSize.width(), 1180); // the whole form at once

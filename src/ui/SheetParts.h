@@ -1,0 +1,22 @@
+#pragma once
+
+#include "core/DownloadMode.h"
+
+#include <QString>
+
+class QComboBox;
+class QHBoxLayout;
+class QLabel;
+
+// Pieces the sheets and the main window share, so they read alike.
+namespace SheetParts {
+// A sheet's headline with its symbol in front.
+QHBoxLayout *titleRow(const QString &title, const QString &symbol);
+// Secondary explanatory text that wraps.
+QLabel *note(const QString &text);
+// A small monospaced capital label ("MODE").
+QLabel *capsLabel(const QString &text);
+// The three modes with their labels and symbols; item data is the mode's raw value.
+QComboBox *modePicker(DownloadMode selected);
+void selectMode(QComboBox *picker, DownloadMode mode);
+} // namespace SheetParts

@@ -1,0 +1,395 @@
+#include "FixtureSite.h"
+#include "TestEnv.h"
+#include "engine_media.h"
+#include "TestMain.h"
+
+#include "core/AppSettings.h"
+#include "engine/SelfHealer.h"
+#include "queue/ClipboardSource.h"
+#include "queue/ClipboardWatcher.h"
+#include "queue/DownloadQueue.h"
+#include "queue/HistoryStore.h"
+#include "queue/Notifier.h"
+#include "ui/BatchSheet.h"
+#include "ui/Brand.h"
+#include "ui/ContentView.h"
+#include "ui/ElidedLabel.h"
+#include "ui/ItemRow.h"
+#include "ui/OptionsSheet.h"
+#include "ui/QueueList.h"
+
+#include <QApplication>
+#include <QCheckBox>
+#include <QComboBox>
+#include <QFile>
+#include <QFileInfo>
+#include <QCoroSignal>
+#include <QLabel>
+#include <QLineEdit>
+#include <QMimeData>
+#include <QPlainTextEdit>
+#include <QPushButton>
+#include <QScrollBar>
+#include <QSignalSpy>
+#include <QTest>
+#include <QToolButton>
+#include <QMenu>
+
+namespace {
+
+struct SilentNotifier : Notifier {
+    void post(const QString &, const QString &) override {}
+};
+
+struct FakeClipboard : ClipboardSource {
+    std::optional<QString> current;
+    qint64 changes = 0;
+    qint64 changeCount() const override { return changes; }
+    std::optional<QString> text() const override { return current; }
+};
+
+// Probes wait until the test lets them go, so items stay where the test put them.
+class Gate : public QObject {
+    Q_OBJECT
+public:
+    void open() { Q_EMIT opened(); }
+Q_SIGNALS:
+    void opened();
+};
+
+QCoro::Task<ProbeResult> heldProbe(Gate *gate, QString url) {
+    co_await qCoro(gate, &Gate::opened);
+    throw YtDlpError::probeFailed(QStringLiteral("unreachable: ") + url);
+}
+
+// The window over a real queue whose probes are held and whose analysis finds nothing.
+struct Harness {
+    QString dir = TestEnv::root() + QStringLiteral("/") + QUuid::createUuid().toString(QUuid::WithoutBraces);
+    AppSettings settings{dir + QStringLiteral("/settings.ini")};
+    HistoryStore history{dir + QStringLiteral("/history.json")};
+    SilentNotifier notifier;
+    Gate gate;
+    FakeClipboard clipboard;
+    std::unique_ptr<DownloadQueue> queue;
+    std::unique_ptr<SelfHealer> healer;
+    std::unique_ptr<ClipboardWatcher> watcher;
+    std::unique_ptr<ContentView> view;
+
+    explicit Harness(int maxConcurrent = 1, bool realEngine = false) {
+        settings.setMaxConcurrent(maxConcurrent);
+        settings.setDownloadFolderPath(dir + QStringLiteral("/Downloads"));
+        DownloadQueue::Services services = realEngine ? DownloadQueue::Services::real() : DownloadQueue::Services();
+        if (!realEngine)
+            fakeServices(services);
+        queue = std::make_unique<DownloadQueue>(settings, history, notifier, services);
+        healer = std::make_unique<SelfHealer>(settings, [] { return QStringLiteral("/nonexistent/yt-dlp"); },
+                                              [] { return 0.0; });
+        watcher = std::make_unique<ClipboardWatcher>(clipboard, settings, *queue);
+        view = std::make_unique<ContentView>(*queue, settings, *healer, *watcher, clipboard);
+        view->resize(860, 560);
+    }
+    void fakeServices(DownloadQueue::Services &services) {
+        services.probe = [this](QString url) { return heldProbe(&gate, std::move(url)); };
+        services.isSpotifyTrackURL = [](const QString &) { return false; };
+        services.analyze = [](QUrl) -> QCoro::Task<std::pair<std::optional<double>, std::optional<QString>>> {
+            co_return std::pair<std::optional<double>, std::optional<QString>>{};
+        };
+    }
+    ~Harness() {
+        view.reset();
+        gate.open();
+        queue.reset();
+    }
+    template <typename T> T *child(const QString &name) const { return view->findChild<T *>(name); }
+    QLabel *label(const QString &name) const { return child<QLabel>(name); }
+    QStringList urls() const {
+        QStringList out;
+        for (const DownloadItemPtr &item : queue->items())
+            out << item->url();
+        return out;
+    }
+};
+
+void press(QWidget *widget, Qt::Key key) { QTest::keyClick(widget, key); }
+
+} // namespace
+
+class ContentViewTest : public QObject {
+    Q_OBJECT
+private Q_SLOTS:
+    void initTestCase() { Brand::applyDarkAppearance(*qApp); }
+
+    void linkBarQueuesEveryLinkOnReturn_data() {
+        QTest::addColumn<QString>("typed");
+        QTest::addColumn<QStringList>("queued");
+        QTest::addColumn<QString>("message");
+        QTest::addColumn<QString>("fieldAfter");
+        QTest::newRow("two links") << QStringLiteral("https://a.example/v/1 https://b.example/v/2")
+                                   << QStringList{QStringLiteral("https://b.example/v/2"), QStringLiteral("https://a.example/v/1")}
+                                   << QStringLiteral("Queued 2 links") << QString();
+        QTest::newRow("one link clears the message")
+            << QStringLiteral("see https://a.example/v/1.") << QStringList{QStringLiteral("https://a.example/v/1")}
+            << QString() << QString();
+        QTest::newRow("no link keeps the text") << QStringLiteral("just some words") << QStringList{}
+                                                << QStringLiteral("earlier") << QStringLiteral("just some words");
+    }
+    void linkBarQueuesEveryLinkOnReturn() {
+        QFETCH(QString, typed);
+        QFETCH(QStringList, queued);
+        QFETCH(QString, message);
+        QFETCH(QString, fieldAfter);
+        Harness h;
+        h.queue->setLastMessage(QStringLiteral("earlier"));
+        h.view->linkBar()->setText(typed);
+        press(h.view->linkBar(), Qt::Key_Return);
+        QCOMPARE(h.urls(), queued);
+        QCOMPARE(h.queue->lastMessage().value_or(QString()), message);
+        QCOMPARE(h.view->linkBar()->text(), fieldAfter);
+        QCOMPARE(h.child<ElidedLabel>(QStringLiteral("lastMessage"))->fullText(), message);
+    }
+
+    void downloadButtonNeedsText() {
+        Harness h;
+        auto *download = h.child<QPushButton>(QStringLiteral("download"));
+        QVERIFY(!download->isEnabled());
+        h.view->linkBar()->setText(QStringLiteral(" \t "));
+        QVERIFY(!download->isEnabled());
+        h.view->linkBar()->setText(QStringLiteral("https://a.example/v/1"));
+        QVERIFY(download->isEnabled());
+        QTest::mouseClick(download, Qt::LeftButton);
+        QCOMPARE(h.urls(), QStringList{QStringLiteral("https://a.example/v/1")});
+    }
+
+    void queueTabCountsWaitingAndActiveItems() {
+        Harness h(1);
+        h.view->show();
+        QLabel *count = h.label(QStringLiteral("queueCount"));
+        QVERIFY(!count->isVisible());
+        QVERIFY(h.child<QWidget>(QStringLiteral("emptyState"))->isVisible());
+        h.queue->add(QStringLiteral("https://a.example/v/1"));
+        h.queue->add(QStringLiteral("https://a.example/v/2"));
+        h.queue->add(QStringLiteral("https://a.example/v/3"));
+        // One probing (active), two queued.
+        QCOMPARE(h.view->activeCount(), 1);
+        QCOMPARE(h.view->queuedCount(), 2);
+        QTRY_VERIFY(count->isVisible()); // the window catches up with a burst of changes at once
+        QCOMPARE(count->text(), QStringLiteral("3"));
+        QVERIFY(h.view->queueList()->isVisible());
+        auto *clear = h.child<QPushButton>(QStringLiteral("clearFinished"));
+        QVERIFY(!clear->isEnabled());
+        for (const DownloadItemPtr &item : h.queue->items())
+            h.queue->cancel(item);
+        QTRY_VERIFY(!count->isVisible());
+        QVERIFY(clear->isEnabled());
+        QTest::mouseClick(clear, Qt::LeftButton);
+        QVERIFY(h.queue->items().isEmpty());
+        QTRY_VERIFY(h.child<QWidget>(QStringLiteral("emptyState"))->isVisible());
+    }
+
+    void smartModeCheckboxDrivesTheWatcher() {
+        Harness h;
+        h.settings.setSmartMode(true);
+        h.watcher->start();
+        h.view->show();
+        auto *box = h.child<QCheckBox>(QStringLiteral("smartMode"));
+        QVERIFY(box->isChecked());
+        QVERIFY(h.child<QWidget>(QStringLiteral("smartIndicator"))->isVisible());
+        box->click();
+        QVERIFY(!h.settings.smartMode());
+        QVERIFY(!h.watcher->isRunning());
+        QVERIFY(!h.child<QWidget>(QStringLiteral("smartIndicator"))->isVisible());
+        box->click();
+        QVERIFY(h.watcher->isRunning());
+        // A change made elsewhere (the settings window) reaches the checkbox too.
+        h.settings.setSmartMode(false);
+        QVERIFY(!box->isChecked());
+        QVERIFY(!h.watcher->isRunning());
+    }
+
+    void modeMenuWritesTheDefaultMode() {
+        Harness h;
+        auto *menu = h.child<QToolButton>(QStringLiteral("modeMenu"));
+        QCOMPARE(menu->text(), DownloadModes::label(DownloadMode::bestVideoAudio));
+        menu->menu()->actions().at(2)->trigger();
+        QCOMPARE(h.settings.defaultModeRaw(), DownloadModes::rawValue(DownloadMode::audioOnly));
+        QCOMPARE(menu->text(), DownloadModes::label(DownloadMode::audioOnly));
+        h.view->linkBar()->setText(QStringLiteral("https://a.example/v/1"));
+        h.view->addFromField();
+        QCOMPARE(h.queue->items().first()->mode(), DownloadMode::audioOnly);
+    }
+
+    void engineLineShowsTheVersion() {
+        Harness h;
+        QCOMPARE(h.label(QStringLiteral("engine"))->text(), QStringLiteral("ENGINE …"));
+    }
+
+    void batchSheetCountsAndQueuesLinks() {
+        Harness h;
+        h.view->show();
+        h.view->activateWindow();
+        QVERIFY(QTest::qWaitForWindowActive(h.view.get()));
+        QTest::keyClick(h.view->linkBar(), Qt::Key_B, Qt::ControlModifier);
+        auto *sheet = h.view->findChild<BatchSheet *>();
+        QVERIFY(sheet);
+        QVERIFY(sheet->isModal());
+        auto *count = sheet->findChild<QLabel *>(QStringLiteral("linkCount"));
+        auto *download = sheet->findChild<QPushButton *>(QStringLiteral("download"));
+        QCOMPARE(count->text(), QStringLiteral("No links found yet"));
+        QVERIFY(!download->isEnabled());
+
+        h.clipboard.current = QStringLiteral("lesson: https://a.example/v/1");
+        sheet->pasteFromClipboard();
+        QCOMPARE(count->text(), QStringLiteral("1 link found"));
+        QCOMPARE(download->text(), QStringLiteral("Download 1"));
+        h.clipboard.current = QStringLiteral("and <https://b.example/v/2>");
+        sheet->pasteFromClipboard();
+        QCOMPARE(sheet->text(), QStringLiteral("lesson: https://a.example/v/1\nand <https://b.example/v/2>"));
+        QCOMPARE(count->text(), QStringLiteral("2 links found"));
+        h.clipboard.current.reset();
+        sheet->pasteFromClipboard(); // no text on the clipboard: nothing happens
+        QCOMPARE(count->text(), QStringLiteral("2 links found"));
+
+        auto *mode = sheet->findChild<QComboBox *>(QStringLiteral("modePicker"));
+        mode->setCurrentIndex(1);
+        QTest::mouseClick(download, Qt::LeftButton);
+        QCOMPARE(h.urls(), (QStringList{QStringLiteral("https://b.example/v/2"), QStringLiteral("https://a.example/v/1")}));
+        QCOMPARE(h.queue->items().first()->mode(), DownloadMode::videoOnly);
+        QCOMPARE(h.queue->lastMessage().value_or(QString()), QStringLiteral("Queued 2 links"));
+        QTRY_VERIFY(!h.view->findChild<BatchSheet *>());
+    }
+
+    void optionsSheetValidatesTimesAndHandsOverTheChoice() {
+        Harness h;
+        h.view->show();
+        h.view->linkBar()->setText(QStringLiteral("https://a.example/v/1"));
+        h.view->showOptions();
+        auto *sheet = h.view->findChild<OptionsSheet *>();
+        QVERIFY(sheet);
+        QCOMPARE(sheet->findChild<QLineEdit *>(QStringLiteral("link"))->text(), QStringLiteral("https://a.example/v/1"));
+        auto *from = sheet->findChild<QLineEdit *>(QStringLiteral("clipStart"));
+        auto *download = sheet->findChild<QPushButton *>(QStringLiteral("download"));
+        auto *warning = sheet->findChild<QLabel *>(QStringLiteral("timeWarning"));
+        QVERIFY(sheet->timesValid());
+        QVERIFY(!sheet->clip());
+        QVERIFY(!warning->isVisible());
+
+        from->setText(QStringLiteral("1:2:3:4"));
+        QVERIFY(!sheet->timesValid());
+        QVERIFY(warning->isVisible());
+        QVERIFY(!download->isEnabled());
+        from->setText(QStringLiteral("1:20"));
+        QVERIFY(download->isEnabled());
+        QCOMPARE(sheet->clip(), (ClipRange{QStringLiteral("1:20"), QString()}));
+
+        auto *moments = sheet->findChild<QCheckBox *>();
+        moments->setChecked(true);
+        sheet->setMode(DownloadMode::audioOnly);
+        QVERIFY(!moments->isVisible());
+        sheet->setMode(DownloadMode::videoOnly);
+        QVERIFY(moments->isVisible());
+        QTest::mouseClick(download, Qt::LeftButton);
+        QCOMPARE(h.queue->items().size(), 1);
+        const DownloadItemPtr item = h.queue->items().first();
+        QCOMPARE(item->mode(), DownloadMode::videoOnly);
+        QCOMPARE(item->clip(), (ClipRange{QStringLiteral("1:20"), QString()}));
+        QVERIFY(item->wantsMoments());
+        QCOMPARE(h.view->linkBar()->text(), QString());
+    }
+
+    void optionsSheetWithBlankLinkCannotDownload() {
+        bool called = false;
+        OptionsSheet sheet(QStringLiteral("  "), DownloadMode::bestVideoAudio,
+                           [&](const QString &, DownloadMode, std::optional<ClipRange>, bool) { called = true; });
+        sheet.submit();
+        QVERIFY(!called);
+        QVERIFY(!sheet.findChild<QPushButton *>(QStringLiteral("download"))->isEnabled());
+    }
+
+    void droppedLinksAreQueued() {
+        Harness h;
+        h.view->show();
+        auto drop = [&](QMimeData *data) {
+            QDropEvent event(QPointF(20, 20), Qt::CopyAction, data, Qt::LeftButton, Qt::NoModifier);
+            // Straight to the window's handler: outside a real drag the application filters drops.
+            static_cast<QObject *>(h.view.get())->event(&event);
+            QVERIFY(event.isAccepted());
+            delete data;
+        };
+        auto *urls = new QMimeData;
+        urls->setUrls({QUrl(QStringLiteral("https://a.example/v/1")), QUrl::fromLocalFile(QStringLiteral("/tmp/x.mp4"))});
+        urls->setText(QStringLiteral("https://a.example/v/1"));
+        drop(urls);
+        auto *text = new QMimeData;
+        text->setText(QStringLiteral("https://b.example/v/2"));
+        drop(text);
+        QCOMPARE(h.urls(), (QStringList{QStringLiteral("https://b.example/v/2"), QStringLiteral("https://a.example/v/1")}));
+    }
+
+    // A thousand rows cost a screenful of widgets, and scrolling shows the right items.
+    void queueListRecyclesRows() {
+        Harness h(1);
+        for (int i = 0; i < 1000; ++i)
+            h.queue->add(QStringLiteral("https://a.example/v/") + QString::number(i));
+        h.view->show();
+        QueueList *list = h.view->queueList();
+        QTRY_VERIFY(list->rowFor(h.queue->items().first()));
+        const int screenful = list->viewport()->height() / QueueList::rowHeight + 2;
+        auto shown = [list] {
+            int n = 0;
+            for (ItemRow *row : list->rows())
+                n += row->isVisible();
+            return n;
+        };
+        QVERIFY(shown() <= screenful);
+        QVERIFY(list->rows().size() < 20);
+        list->verticalScrollBar()->setValue(list->verticalScrollBar()->maximum());
+        QVERIFY(list->rowFor(h.queue->items().last()));
+        QVERIFY(!list->rowFor(h.queue->items().first()));
+        QVERIFY(shown() <= screenful);
+        QVERIFY(list->rows().size() < 20);
+        // A recycled row follows its new item's changes.
+        const DownloadItemPtr last = h.queue->items().last();
+        h.queue->cancel(last);
+        QVERIFY(list->rowFor(last)->findChildren<QToolButton *>().first()->toolTip() == QStringLiteral("Remove"));
+    }
+
+    // The real engine against the local site, into a folder that cannot exist: the row says why.
+    void unwritableDownloadFolderFailsTheItem() {
+        FixtureSite site;
+        QVERIFY(site.isRunning());
+        QVERIFY(EngineMedia::makeClip(site.root() + QStringLiteral("/clip.mp4"), 1));
+        Harness h(1, true);
+        const QString blocker = h.dir + QStringLiteral("/blocker");
+        QFile file(blocker);
+        QVERIFY(file.open(QIODevice::WriteOnly));
+        file.close();
+        h.settings.setDownloadFolderPath(blocker + QStringLiteral("/Vorlix"));
+        h.view->show();
+        h.view->linkBar()->setText(site.url(QStringLiteral("/clip.mp4")));
+        h.view->addFromField();
+        const DownloadItemPtr item = h.queue->items().first();
+        QTRY_VERIFY_WITH_TIMEOUT(item->state().isTerminal(), 90000);
+        QVERIFY(item->state().is(ItemState::Kind::failed));
+        QVERIFY(!item->state().text().isEmpty());
+        QVERIFY(QFileInfo(blocker).isFile());
+        QTRY_VERIFY(h.view->queueList()->rowFor(item));
+        auto *failure = h.view->queueList()->rowFor(item)->findChild<QLabel *>(QStringLiteral("failure"));
+        QVERIFY(failure);
+        QCOMPARE(failure->text(), item->state().text());
+    }
+
+    void detectTempoAndKeyReportsWhatItFound() {
+        Harness h;
+        auto item = DownloadItem::make(QStringLiteral("https://a.example/v/1"), DownloadMode::audioOnly);
+        item->setFinalFileURL(QUrl::fromLocalFile(h.dir + QStringLiteral("/song.mp3")));
+        item->setState(ItemState::done());
+        h.queue->detectTempoAndKey(item);
+        QTRY_VERIFY(item->state().is(ItemState::Kind::done));
+        QVERIFY(!item->detectedBPM() && !item->detectedKey());
+        QCOMPARE(h.queue->lastMessage().value_or(QString()), QStringLiteral("no BPM · no key"));
+        QCOMPARE(DownloadQueue::tempoAndKeyMessage(119.6, QStringLiteral("A minor")), QStringLiteral("120 BPM · A minor"));
+    }
+};
+
+VORLIX_TEST_SUITE(ContentViewTest)
+#include "ContentViewTest.moc"

@@ -3,6 +3,7 @@
 #include "core/AppSettings.h"
 #include "queue/DownloadQueue.h"
 #include "ui/Brand.h"
+#include "ui/ContentView.h"
 #include "ui/PinchMark.h"
 #include "ui/SettingsView.h"
 
@@ -27,7 +28,7 @@ VorlixApp::VorlixApp(QApplication &app) : m_app(app), m_delegate(app) {
     m_delegate.applicationDidFinishLaunching();
     QApplication::setWindowIcon(PinchMark::icon(Brand::bone(), true));
 
-    m_window = makeMainWindow(new QWidget);
+    m_window = makeMainWindow(new ContentView);
     buildMenuBar();
     buildTray();
     connect(&app, &QCoreApplication::aboutToQuit, this, &VorlixApp::stopDownloadsOnQuit);

@@ -5,7 +5,10 @@
 
 #include <QDir>
 #include <QFile>
+#include <QTemporaryDir>
 #include <QTest>
+
+#include <memory>
 
 namespace {
 
@@ -26,13 +29,12 @@ QStringList logLines(const QString &dir) {
 
 class AppDelegateTest : public QObject {
     Q_OBJECT
-    int m_run = 0;
+    std::unique_ptr<QTemporaryDir> m_dir;
 
-    // A support folder of its own for each test.
+    // A support folder of its own for each test, gone afterwards (other suites look for strays).
     QString freshDir() {
-        const QString dir = TestEnv::root() + QStringLiteral("/delegate-") + QString::number(++m_run);
-        QDir().mkpath(dir);
-        return dir;
+        m_dir = std::make_unique<QTemporaryDir>(TestEnv::root() + QStringLiteral("/delegate-XXXXXX"));
+        return m_dir->path();
     }
 
     // Runs the launch with steps that note how many log lines existed when each ran.

@@ -2,6 +2,7 @@
 #include "analysis_music.h"
 #include "TestEnv.h"
 #include "TestMain.h"
+#include "PrivateHome.h"
 
 #include "app/Bootstrap.h"
 
@@ -281,7 +282,9 @@ private Q_SLOTS:
     }
     void otherArgumentsStartTheApplication() {
         QFETCH(QStringList, arguments);
+        PrivateHome home;
         QProcess p;
+        p.setProcessEnvironment(home.environment());
         p.start(vorlix(), arguments);
         QVERIFY(p.waitForStarted(10000));
         // The application keeps running until it is asked to quit; a command would have ended.

@@ -42,10 +42,10 @@ now_ms() { echo $(($(date +%s%N) / 1000000)); }
 # One start: prints "<ms to visible window> <idle RSS in kB>".
 measure() { # program, window name
   start=$(now_ms)
-  "$1" >/dev/null 2>&1 &
+  "$1" >/dev/null 2>"$work/stderr" &
   pid=$!
   until xdotool search --onlyvisible --name "^$2\$" >/dev/null 2>&1; do
-    kill -0 "$pid" 2>/dev/null || { echo "startup.sh: $1 exited" >&2; exit 1; }
+    kill -0 "$pid" 2>/dev/null || { echo "startup.sh: $1 exited:" >&2; cat "$work/stderr" >&2; exit 1; }
     sleep 0.005
   done
   visible=$(($(now_ms) - start))

@@ -1,5 +1,6 @@
 #include "app/Bootstrap.h"
 
+#include "app/InstanceGuard.h"
 #include "app/VorlixApp.h"
 
 #include "analysis/MomentsEngine.h"
@@ -129,7 +130,11 @@ int runDiagnostic(int argc, char **argv, const QString &command, const QString &
 
 int runApplication(int argc, char **argv) {
     QApplication app(argc, argv);
+    InstanceGuard guard;
+    if (!guard.claim())
+        return 0;
     VorlixApp vorlix(app);
+    QObject::connect(&guard, &InstanceGuard::activateRequested, &vorlix, &VorlixApp::showMainWindow);
     return vorlix.exec();
 }
 

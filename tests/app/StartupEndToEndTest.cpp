@@ -69,8 +69,9 @@ class StartupEndToEndTest : public QObject {
 private Q_SLOTS:
     void linkBarDownloadsIntoLibraryAndHistory() {
         if (QStandardPaths::findExecutable(QStringLiteral("Xvfb")).isEmpty() ||
-            QStandardPaths::findExecutable(QStringLiteral("xdotool")).isEmpty())
-            QSKIP("needs Xvfb and xdotool (scripts/setup.sh installs them)");
+            QStandardPaths::findExecutable(QStringLiteral("xdotool")).isEmpty() ||
+            QStandardPaths::findExecutable(QStringLiteral("dbus-daemon")).isEmpty())
+            QSKIP("needs Xvfb, xdotool and dbus-daemon (scripts/setup.sh installs them)");
 
         FixtureSite site;
         QVERIFY(site.isRunning());
@@ -84,8 +85,14 @@ private Q_SLOTS:
         QVERIFY(xvfb.process->waitForReadyRead(15000));
         m_display = u':' + QString::fromLatin1(xvfb.process->readLine().trimmed());
 
+        // A bus of its own: the second start below finds the first one there.
+        Child bus;
+        bus.process->start(QStringLiteral("dbus-daemon"), {QStringLiteral("--session"), QStringLiteral("--nofork"),
+                                                         QStringLiteral("--print-address=1")});
+        QVERIFY(bus.process->waitForReadyRead(15000));
         PrivateHome home;
         QProcessEnvironment env = home.environment();
+        env.insert(QStringLiteral("DBUS_SESSION_BUS_ADDRESS"), QString::fromLatin1(bus.process->readLine().trimmed()));
         env.insert(QStringLiteral("DISPLAY"), m_display);
         env.insert(QStringLiteral("QT_QPA_PLATFORM"), QStringLiteral("xcb"));
 
@@ -135,6 +142,15 @@ private Q_SLOTS:
         QTRY_VERIFY_WITH_TIMEOUT(visibleMainWindow().isEmpty(), 10000);
         QTest::qWait(500);
         QCOMPARE(vorlix.process->state(), QProcess::Running);
+
+        // Starting the program again brings the running one's window back and ends at once.
+        QProcess again;
+        again.setProcessEnvironment(env);
+        again.start(vorlix.process->program(), QStringList());
+        QVERIFY(again.waitForFinished(15000));
+        QCOMPARE(again.exitCode(), 0);
+        QTRY_VERIFY_WITH_TIMEOUT(!visibleMainWindow().isEmpty(), 10000);
+        QCOMPARE(QString::fromUtf8(readAll(home.data() + QStringLiteral("/Vorlix/launch.log"))).count(u'\n'), 4);
     }
 };
 

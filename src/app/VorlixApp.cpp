@@ -17,7 +17,24 @@
 #include <QMessageBox>
 #include <QSystemTrayIcon>
 #include <QUrl>
+#include <QSocketNotifier>
 #include <QVBoxLayout>
+
+#include <csignal>
+#include <sys/socket.h>
+#include <unistd.h>
+
+namespace {
+
+// Signal handlers may only write to a descriptor; the event loop reads the other end.
+int signalSocket[2] = {-1, -1};
+
+void onTerminationSignal(int) {
+    const char byte = 1;
+    [[maybe_unused]] const ssize_t written = ::write(signalSocket[1], &byte, 1);
+}
+
+} // namespace
 
 VorlixApp::VorlixApp(QApplication &app) : m_app(app), m_delegate(app) {
     QApplication::setApplicationName(QStringLiteral("Vorlix"));
@@ -32,6 +49,7 @@ VorlixApp::VorlixApp(QApplication &app) : m_app(app), m_delegate(app) {
     buildMenuBar();
     buildTray();
     connect(&app, &QCoreApplication::aboutToQuit, this, &VorlixApp::stopDownloadsOnQuit);
+    quitOnTerminationSignals();
     m_window->show();
 }
 
@@ -139,4 +157,22 @@ void VorlixApp::stopDownloadsOnQuit() {
             state.is(ItemState::Kind::processing))
             queue.cancel(item);
     }
+}
+
+void VorlixApp::quitOnTerminationSignals() {
+    // Logging out sends SIGTERM: quit the ordinary way so running downloads are stopped too.
+    if (::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, signalSocket) != 0)
+        return;
+    auto *notifier = new QSocketNotifier(signalSocket[0], QSocketNotifier::Read, this);
+    connect(notifier, &QSocketNotifier::activated, this, [] {
+        char byte = 0;
+        [[maybe_unused]] const ssize_t got = ::read(signalSocket[0], &byte, 1);
+        QCoreApplication::quit();
+    });
+    struct sigaction action = {};
+    action.sa_handler = onTerminationSignal;
+    sigemptyset(&action.sa_mask);
+    action.sa_flags = SA_RESTART;
+    for (int signal : {SIGTERM, SIGINT, SIGHUP})
+        sigaction(signal, &action, nullptr);
 }

@@ -49,6 +49,7 @@ private:
     void buildMenuBar();
     void buildTray();
     void stopDownloadsOnQuit();
+    void quitOnTerminationSignals();
 
     QApplication &m_app;
     AppDelegate m_delegate;

@@ -151,6 +151,18 @@ private Q_SLOTS:
         QCOMPARE(again.exitCode(), 0);
         QTRY_VERIFY_WITH_TIMEOUT(!visibleMainWindow().isEmpty(), 10000);
         QCOMPARE(QString::fromUtf8(readAll(home.data() + QStringLiteral("/Vorlix/launch.log"))).count(u'\n'), 4);
+
+        // Ending the program (as a logout does) ends a download in progress with it.
+        const QString slow = site.url(QStringLiteral("/clip.mp4?rate=5000&n=slow"));
+        xdotool({QStringLiteral("windowfocus"), QStringLiteral("--sync"), visibleMainWindow()});
+        xdotool({QStringLiteral("type"), QStringLiteral("--delay"), QStringLiteral("10"), slow});
+        xdotool({QStringLiteral("key"), QStringLiteral("Return")});
+        const QStringList downloader{QStringLiteral("yt-dlp")};
+        QTRY_VERIFY_WITH_TIMEOUT(!EngineMedia::liveProcessesMentioning(QStringLiteral("n=slow"), downloader).isEmpty(), 30000);
+        vorlix.process->terminate();
+        QVERIFY(vorlix.process->waitForFinished(10000));
+        QCOMPARE(vorlix.process->exitStatus(), QProcess::NormalExit);
+        QTRY_VERIFY_WITH_TIMEOUT(EngineMedia::liveProcessesMentioning(QStringLiteral("n=slow"), downloader).isEmpty(), 10000);
     }
 };
 

@@ -11,11 +11,14 @@
 #include <QApplication>
 #include <QDesktopServices>
 #include <QDialog>
+#include <QElapsedTimer>
+#include <QEventLoop>
 #include <QMainWindow>
 #include <QMenu>
 #include <QMenuBar>
 #include <QMessageBox>
 #include <QSystemTrayIcon>
+#include <QTimer>
 #include <QUrl>
 #include <QSocketNotifier>
 #include <QVBoxLayout>
@@ -157,6 +160,19 @@ void VorlixApp::stopDownloadsOnQuit() {
             state.is(ItemState::Kind::processing))
             queue.cancel(item);
     }
+    // Give the cancelled pipelines a moment to see their downloader end and clean up after it.
+    if (queue.running() == 0)
+        return;
+    QElapsedTimer waited;
+    waited.start();
+    QEventLoop loop;
+    QTimer poll;
+    connect(&poll, &QTimer::timeout, &loop, [&] {
+        if (queue.running() == 0 || waited.elapsed() > quitGraceMs)
+            loop.quit();
+    });
+    poll.start(20);
+    loop.exec();
 }
 
 void VorlixApp::quitOnTerminationSignals() {

@@ -27,6 +27,8 @@ public:
     static inline const QString mainWindowName = QStringLiteral("main");
     static constexpr QSize defaultSize{860, 560};
     static constexpr QSize minimumSize{760, 500};
+    // How long quitting waits for cancelled downloads to wind down.
+    static constexpr int quitGraceMs = 3000;
 
     // Runs the launch sequence, then shows the main window.
     explicit VorlixApp(QApplication &app);

@@ -162,6 +162,7 @@ private Q_SLOTS:
         vorlix.process->terminate();
         QVERIFY(vorlix.process->waitForFinished(10000));
         QCOMPARE(vorlix.process->exitStatus(), QProcess::NormalExit);
+        QCOMPARE(vorlix.process->exitCode(), 0);
         QTRY_VERIFY_WITH_TIMEOUT(EngineMedia::liveProcessesMentioning(QStringLiteral("n=slow"), downloader).isEmpty(), 10000);
     }
 };

@@ -10,7 +10,6 @@
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
-#include <QRandomGenerator>
 #include <QRegularExpression>
 #include <QSignalSpy>
 #include <QTest>
@@ -71,62 +70,6 @@ HistoryEntry entry(const QString &title, std::optional<QString> path = std::null
 
 const QByteArray oneEntry = R"([{"id":"0B4F2B4E-1C1A-4C8E-9E0B-5B8C3A9D7E11","url":"u","title":"t","source":"s",)"
                             R"("category":"c","mode":"m","date":1,"archived":false}])";
-
-// What a file means to Qt's own JSON parser plus the entry rules: the yardstick for the fast reader.
-std::optional<QList<HistoryEntry>> referenceDecode(const QByteArray &json) {
-    QJsonParseError error;
-    const QJsonDocument doc = QJsonDocument::fromJson(json, &error);
-    if (error.error != QJsonParseError::NoError || !doc.isArray())
-        return std::nullopt;
-    QList<HistoryEntry> list;
-    for (const QJsonValue &v : doc.array()) {
-        const QJsonObject o = v.toObject();
-        const auto text = [&o](const char *key) { return o.value(QLatin1String(key)); };
-        for (const char *key : {"id", "url", "title", "source", "category", "mode"})
-            if (!text(key).isString())
-                return std::nullopt;
-        const QJsonValue path = text("filePath");
-        const auto id = HistoryEntry::parseId(text("id").toString());
-        if (!v.isObject() || !text("date").isDouble() || !text("archived").isBool() || !id
-            || !(path.isUndefined() || path.isNull() || path.isString()))
-            return std::nullopt;
-        HistoryEntry e;
-        e.setId(*id);
-        e.setUrl(text("url").toString());
-        e.setTitle(text("title").toString());
-        e.setSource(text("source").toString());
-        e.setCategory(text("category").toString());
-        e.setMode(text("mode").toString());
-        e.setDate(HistoryEntry::fromReferenceSeconds(text("date").toDouble()));
-        if (path.isString())
-            e.setFilePath(path.toString());
-        e.setArchived(text("archived").toBool());
-        list.append(e);
-    }
-    return list;
-}
-
-// Qt's parser lets through what JSON forbids: unknown escapes, raw control characters in strings
-// and "1.e5". The history reader, like any strict reader, refuses such a file.
-bool onlyQtWouldAccept(const QByteArray &json) {
-    bool inString = false;
-    for (qsizetype i = 0; i < json.size(); ++i) {
-        const char c = json[i];
-        if (!inString) {
-            inString = c == '"';
-            if (c == '.' && (i + 1 >= json.size() || json[i + 1] < '0' || json[i + 1] > '9'))
-                return true;
-        } else if (c == '"') {
-            inString = false;
-        } else if (c == '\\') {
-            if (i + 1 >= json.size() || !QByteArrayView("\"\\/bfnrtu").contains(json[++i]))
-                return true;
-        } else if (static_cast<unsigned char>(c) < 0x20) {
-            return true;
-        }
-    }
-    return false;
-}
 
 } // namespace
 
@@ -203,45 +146,16 @@ private Q_SLOTS:
         QTEST(decoded ? int(decoded->size()) : -1, "count");
     }
 
-    // Random damage to a valid file: the fast reader accepts exactly what Qt's parser plus the
-    // entry rules accept, and reads the same entries from it.
-    void damagedFilesAgreeWithQtsParser() {
-        QList<HistoryEntry> list{entry(QStringLiteral("Plain")), entry(QStringLiteral("Esc \"q\" \\ \n ü 🎸"), QStringLiteral("/m/a b.mp3")),
-                                 entry(QString(), QStringLiteral("/m/ü.mp4"))};
-        list[1].setArchived(true);
-        const QByteArray valid = HistoryJson::encode(list);
-        QCOMPARE(HistoryJson::decode(valid), std::optional(list));
-        const quint32 seed = QRandomGenerator::global()->generate();
-        QRandomGenerator random(seed);
-        const QByteArray alphabet("\"\\{}[],: 0123456789.eE-+truefalsn\xc3\xa9\xff\x01\t\n");
-        int accepted = 0;
-        for (int round = 0; round < 4000; ++round) {
-            QByteArray damaged = valid;
-            for (int i = 0, edits = 1 + int(random.bounded(3)); i < edits && !damaged.isEmpty(); ++i) {
-                const auto at = qsizetype(random.bounded(quint32(damaged.size())));
-                const char c = alphabet.at(qsizetype(random.bounded(quint32(alphabet.size()))));
-                switch (random.bounded(4)) {
-                case 0: damaged[at] = c; break;
-                case 1: damaged.remove(at, 1); break;
-                case 2: damaged.insert(at, c); break;
-                default: damaged.truncate(at); break;
-                }
-            }
-            const auto fast = HistoryJson::decode(damaged);
-            QVERIFY2(fast == (onlyQtWouldAccept(damaged) ? std::nullopt : referenceDecode(damaged)),
-                     qPrintable(QStringLiteral("seed %1, round %2: %3").arg(seed).arg(round).arg(QString::fromUtf8(damaged.toPercentEncoding(" {}[]:,\"")))));
-            accepted += fast.has_value();
-        }
-        QVERIFY(accepted > 0); // harmless damage (a digit of a date) is met on both sides
-    }
-
     void encodingRoundTripsAnyText() {
         QString controls;
         for (char16_t c = 0; c < 0x20; ++c)
             controls += QChar(c);
         auto e = entry(controls, QStringLiteral("\\\"\\\\\" \\u0041 / \\/"));
         e.setUrl(units({0x7F, 0xFFFE, 0xFFFF}) + QString::fromUcs4(U"\U0001F3B8\U0010FFFF", 2));
-        QCOMPARE(referenceDecode(HistoryJson::encode({e})), std::optional(QList<HistoryEntry>{e}));
+        const QJsonObject asQtReadsIt = QJsonDocument::fromJson(HistoryJson::encode({e})).array().at(0).toObject();
+        QCOMPARE(asQtReadsIt.value(QStringLiteral("title")).toString(), e.title());
+        QCOMPARE(asQtReadsIt.value(QStringLiteral("filePath")).toString(), e.filePath().value());
+        QCOMPARE(asQtReadsIt.value(QStringLiteral("url")).toString(), e.url());
         e.setCategory(units({u'a', 0xD800, u' ', 0xDFFF, u'c', 0xDC00, 0xD800})); // Qt's parser would replace these
         QCOMPARE(HistoryJson::decode(HistoryJson::encode({e})), std::optional(QList<HistoryEntry>{e}));
     }

@@ -58,12 +58,9 @@ public:
     QStringList downloadedURLs;
     QStringList outputDirs;
     QList<YtDlp::ProgressFn> progressSinks;
-    QList<double> progressAtUpdate;
-    DownloadItemPtr watched; // whose progress is sampled when the engine updates
     QHash<QString, std::pair<QString, SpotifyTrack>> spotify;
     std::pair<std::optional<double>, std::optional<QString>> analysis;
     QString transcribeError;
-    QString transcriptPath;
     std::optional<QUrl> renderResult;
 
     void release() { Q_EMIT released(); }
@@ -118,8 +115,6 @@ private:
     }
     QCoro::Task<bool> update() {
         ++updateCalls;
-        if (watched)
-            progressAtUpdate << watched->progress();
         co_return true;
     }
     QCoro::Task<std::pair<QString, SpotifyTrack>> resolve(QString url) {
@@ -135,7 +130,7 @@ private:
     QCoro::Task<QString> transcribe(QString file) {
         if (!transcribeError.isEmpty())
             throw std::runtime_error(transcribeError.toStdString());
-        co_return transcriptPath.isEmpty() ? file + QStringLiteral(".srt") : transcriptPath;
+        co_return file + QStringLiteral(".srt");
     }
     QCoro::Task<std::optional<QUrl>> render() { co_return renderResult; }
 };

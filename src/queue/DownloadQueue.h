@@ -24,6 +24,9 @@
 class AppSettings;
 class HistoryStore;
 class Notifier;
+namespace SpotifyResolver {
+struct Endpoint;
+}
 
 // Owns every item the user asked for, starts at most `maxConcurrent` of them at once (oldest
 // first), feeds the downloader's progress into them at a bounded rate and runs each item's
@@ -57,6 +60,8 @@ public:
         std::function<std::optional<QString>(const QString &transcriptText, const QString &title)> writeSummary;
 
         static Services real();
+        // The same, asking Spotify's oEmbed service at `spotify` (a local stand-in in tests).
+        static Services real(const SpotifyResolver::Endpoint &spotify);
     };
 
     static constexpr int autoClearDelayMs = 45000;

@@ -19,15 +19,21 @@ QCoro::Task<std::pair<std::optional<double>, std::optional<QString>>> analyzeFil
     co_return std::pair{analysis.bpm, analysis.key};
 }
 
-QCoro::Task<std::pair<QString, SpotifyTrack>> resolveTrack(QString trackURL)
+QCoro::Task<std::pair<QString, SpotifyTrack>> resolveTrack(QString trackURL, SpotifyResolver::Endpoint endpoint)
 {
-    const SpotifyResolver::Resolution resolution = co_await SpotifyResolver::resolve(std::move(trackURL));
+    const SpotifyResolver::Resolution resolution =
+        co_await SpotifyResolver::resolve(std::move(trackURL), std::move(endpoint));
     co_return std::pair{resolution.searchQuery, resolution.track};
 }
 
 } // namespace
 
 DownloadQueue::Services DownloadQueue::Services::real()
+{
+    return real(SpotifyResolver::Endpoint::real());
+}
+
+DownloadQueue::Services DownloadQueue::Services::real(const SpotifyResolver::Endpoint &spotify)
 {
     Services s;
     s.probe = [](QString url) { return YtDlp::probe(std::move(url)); };
@@ -37,9 +43,9 @@ DownloadQueue::Services DownloadQueue::Services::real()
                                std::move(onProgress));
     };
     s.isSpotifyTrackURL = [](const QString &url) { return SpotifyResolver::isSpotifyTrackURL(url); };
-    s.resolveSpotify = [](QString url) { return resolveTrack(std::move(url)); };
-    s.applyTags = [](SpotifyTrack track, QString file) {
-        return SpotifyResolver::applyTags(std::move(track), std::move(file));
+    s.resolveSpotify = [spotify](QString url) { return resolveTrack(std::move(url), spotify); };
+    s.applyTags = [spotify](SpotifyTrack track, QString file) {
+        return SpotifyResolver::applyTags(std::move(track), std::move(file), spotify);
     };
     s.updateEngine = [] { return SelfHealer::shared().updateEngine(); };
     s.analyze = [](QUrl file) { return analyzeFile(std::move(file)); };

@@ -12,10 +12,6 @@
 #include <QFileInfo>
 #include <QTest>
 
-#include <algorithm>
-
-#include <unistd.h>
-
 using namespace queuetest;
 
 namespace {
@@ -31,23 +27,28 @@ struct FakeClipboard : ClipboardSource {
     }
 };
 
-// Oldest first, the order links were handed over.
-QStringList queuedInOrder(const QueueRig &rig)
-{
-    QStringList urls = rig.urls();
-    std::reverse(urls.begin(), urls.end());
-    return urls;
+// Probes held, one at a time: queued links stay visible and active.
+std::unique_ptr<QueueRig> heldRig() {
+    auto r = std::make_unique<QueueRig>();
+    r->engine.holdProbe = true;
+    r->settings.setMaxConcurrent(1);
+    r->settings.setSmartMode(true);
+    r->settings.setWatchiCloudInbox(true);
+    return r;
 }
 
-bool writeFile(const QString &path, const QByteArray &bytes)
-{
+QString inboxPath(const QString &name = QStringLiteral("inbox.txt")) {
+    static int n = 0;
+    return QStringLiteral("%1/inbox-%2/Vorlix/%3").arg(TestEnv::root()).arg(++n).arg(name);
+}
+
+bool writeFile(const QString &path, const QByteArray &bytes) {
     QDir().mkpath(QFileInfo(path).absolutePath());
     QFile f(path);
     return f.open(QIODevice::WriteOnly) && f.write(bytes) == bytes.size();
 }
 
-QByteArray readFile(const QString &path)
-{
+QByteArray readFile(const QString &path) {
     QFile f(path);
     return f.open(QIODevice::ReadOnly) ? f.readAll() : QByteArray("<unreadable>");
 }
@@ -56,34 +57,20 @@ QByteArray readFile(const QString &path)
 
 class LinkIntakeTest : public QObject {
     Q_OBJECT
-    int m_rigs = 0;
-    std::unique_ptr<QueueRig> rig() {
-        auto r = std::make_unique<QueueRig>(QStringLiteral("intake-") + QString::number(++m_rigs));
-        // Hold probes so the queued links stay visible and active.
-        r->engine.holdProbe = true;
-        r->settings.setMaxConcurrent(1);
-        return r;
-    }
-
 private Q_SLOTS:
     void extractURLs_data() {
         QTest::addColumn<QString>("text");
         QTest::addColumn<QStringList>("expected");
         const QString a = QStringLiteral("https://www.youtube.com/watch?v=abc");
         QTest::newRow("none") << QStringLiteral("no links here, just words. www.example.com") << QStringList();
-        QTest::newRow("empty") << QString() << QStringList();
-        QTest::newRow("punctuation then repeat")
-            << QStringLiteral("see (%1), then again %1.").arg(a) << QStringList{a};
-        QTest::newRow("all trailing marks") << QStringLiteral("x https://a.example/p.,;:)]}!? y")
-                                            << QStringList{QStringLiteral("https://a.example/p")};
+        QTest::newRow("punctuation then repeat") << QStringLiteral("see (%1), then again %1.").arg(a) << QStringList{a};
+        QTest::newRow("all trailing marks") << QStringLiteral("x https://a.example/p.,;:)]}!? y") << QStringList{QStringLiteral("https://a.example/p")};
         QTest::newRow("paren inside link is cut too")
             << QStringLiteral("https://en.example.org/wiki/Foo_(bar)") << QStringList{QStringLiteral("https://en.example.org/wiki/Foo_(bar")};
-        QTest::newRow("angle brackets") << QStringLiteral("<https://vimeo.com/123>")
-                                        << QStringList{QStringLiteral("https://vimeo.com/123")};
+        QTest::newRow("angle brackets") << QStringLiteral("<https://vimeo.com/123>") << QStringList{QStringLiteral("https://vimeo.com/123")};
         QTest::newRow("quotes") << QStringLiteral("href=\"https://a.example/x\" and 'http://b.example/y'")
                                 << QStringList{QStringLiteral("https://a.example/x"), QStringLiteral("http://b.example/y")};
-        QTest::newRow("upper-case scheme is not a link") << QStringLiteral("HTTPS://A.EXAMPLE/ and Https://b.example/")
-                                                         << QStringList();
+        QTest::newRow("upper-case scheme is not a link") << QStringLiteral("HTTPS://A.EXAMPLE/ and Https://b.example/") << QStringList();
         QTest::newRow("order of first occurrence, case-sensitive")
             << QStringLiteral("http://b.example\nhttp://a.example\thttp://B.example http://b.example")
             << QStringList{QStringLiteral("http://b.example"), QStringLiteral("http://a.example"), QStringLiteral("http://B.example")};
@@ -91,187 +78,145 @@ private Q_SLOTS:
     }
     void extractURLs() {
         QFETCH(QString, text);
-        QFETCH(QStringList, expected);
-        QCOMPARE(BatchView::extractURLs(text), expected);
+        QTEST(BatchView::extractURLs(text), "expected");
     }
 
     void isMediaURL_data() {
-        QTest::addColumn<QString>("text");
+        QTest::addColumn<QStringList>("texts");
         QTest::addColumn<bool>("accepted");
-        QTest::newRow("youtube") << QStringLiteral("https://www.youtube.com/watch?v=x") << true;
-        QTest::newRow("short link") << QStringLiteral("https://youtu.be/x") << true;
-        QTest::newRow("music") << QStringLiteral("https://music.youtube.com/watch?v=x") << true;
-        QTest::newRow("vimeo") << QStringLiteral("https://vimeo.com/1") << true;
-        QTest::newRow("tiktok sub-domain") << QStringLiteral("https://vm.tiktok.com/x") << true;
-        QTest::newRow("instagram") << QStringLiteral("https://www.instagram.com/reel/x") << true;
-        QTest::newRow("facebook") << QStringLiteral("https://facebook.com/watch?v=1") << true;
-        QTest::newRow("fb.watch") << QStringLiteral("https://fb.watch/x") << true;
-        QTest::newRow("soundcloud") << QStringLiteral("https://soundcloud.com/a/b") << true;
-        QTest::newRow("twitch") << QStringLiteral("https://www.twitch.tv/v") << true;
-        QTest::newRow("dailymotion") << QStringLiteral("https://www.dailymotion.com/video/x") << true;
-        QTest::newRow("x") << QStringLiteral("https://x.com/a/status/1") << true;
-        QTest::newRow("twitter") << QStringLiteral("https://twitter.com/a/status/1") << true;
-        QTest::newRow("spotify web player") << QStringLiteral("https://open.spotify.com/track/1") << true;
-        QTest::newRow("bandcamp artist") << QStringLiteral("https://artist.bandcamp.com/track/y") << true;
-        QTest::newRow("upper-case host and scheme") << QStringLiteral("HTTPS://WWW.YOUTUBE.COM/watch?v=x") << true;
-        QTest::newRow("surrounding white space") << QStringLiteral("  https://youtu.be/x \n") << true;
-        QTest::newRow("bare spotify domain") << QStringLiteral("https://spotify.com/track/1") << false;
-        QTest::newRow("look-alike host") << QStringLiteral("https://notyoutube.com/watch") << false;
-        QTest::newRow("host as a path") << QStringLiteral("https://evil.example/youtube.com") << false;
-        QTest::newRow("unsupported") << QStringLiteral("https://example.com/video") << false;
-        QTest::newRow("space inside") << QStringLiteral("https://youtu.be/x y") << false;
-        QTest::newRow("other scheme") << QStringLiteral("ftp://youtube.com/x") << false;
-        QTest::newRow("no host") << QStringLiteral("https:///watch") << false;
-        QTest::newRow("empty") << QString() << false;
+        QTest::newRow("supported hosts") << QStringList{QStringLiteral("https://www.youtube.com/watch?v=x"), QStringLiteral("https://youtu.be/x"),
+                                                        QStringLiteral("https://vm.tiktok.com/x"), QStringLiteral("https://fb.watch/x"),
+                                                        QStringLiteral("https://open.spotify.com/track/1"), QStringLiteral("https://artist.bandcamp.com/y"),
+                                                        QStringLiteral("HTTPS://WWW.YOUTUBE.COM/watch?v=x"), QStringLiteral("  https://youtu.be/x \n")}
+                                         << true;
+        QTest::newRow("anything else") << QStringList{QStringLiteral("https://spotify.com/track/1"), QStringLiteral("https://notyoutube.com/watch"),
+                                                      QStringLiteral("https://evil.example/youtube.com"), QStringLiteral("https://example.com/video"),
+                                                      QStringLiteral("https://youtu.be/x y"), QStringLiteral("ftp://youtube.com/x"),
+                                                      QStringLiteral("https:///watch"), QString()}
+                                       << false;
     }
     void isMediaURL() {
-        QFETCH(QString, text);
+        QFETCH(QStringList, texts);
         QFETCH(bool, accepted);
-        QCOMPARE(ClipboardWatcher::isMediaURL(text), accepted);
-        QCOMPARE(ClipboardWatcher::mediaHosts().size(), 15);
+        for (const QString &text : texts)
+            QVERIFY2(ClipboardWatcher::isMediaURL(text) == accepted, qPrintable(text));
     }
 
     void clipboardQueuesOnlyNewSupportedFirstLines() {
-        auto r = rig();
-        r->settings.setSmartMode(true);
+        auto r = heldRig();
         FakeClipboard clip;
         clip.content = QStringLiteral("https://youtu.be/before");
         ClipboardWatcher watcher(clip, r->settings, r->queue);
         watcher.check();
         QVERIFY2(r->queue.items().isEmpty(), "what was copied before the watcher existed is never queued");
+        for (const auto &text : {std::optional(QStringLiteral("  https://youtu.be/one\n")), std::optional(QStringLiteral("just a note")),
+                                 std::optional<QString>(), // an image, say
+                                 std::optional(QStringLiteral("https://vimeo.com/2\r\nhttps://vimeo.com/3")),
+                                 std::optional(QStringLiteral("https://example.com/not-a-media-site")),
+                                 std::optional(QStringLiteral("\u2028 https://soundcloud.com/a/b\u2029https://vimeo.com/4"))}) {
+            clip.copy(text);
+            watcher.check();
+            watcher.check(); // no change: nothing new
+        }
+        QCOMPARE(r->urls(), (QStringList{QStringLiteral("https://youtu.be/one"), QStringLiteral("https://vimeo.com/2"),
+                                         QStringLiteral("https://soundcloud.com/a/b")}));
+        QCOMPARE(r->message(), QStringLiteral("Smart Mode \u00B7 queued link"));
+    }
 
-        clip.copy(QStringLiteral("  https://youtu.be/one\n"));
+    void clipboardHugeTextAndRepeats() {
+        auto r = heldRig();
+        r->engine.holdProbe = false;
+        FakeClipboard clip;
+        ClipboardWatcher watcher(clip, r->settings, r->queue);
+        const QString link = QStringLiteral("https://youtu.be/huge");
+        clip.copy(link + u' ' + QString(10 * 1024 * 1024, u'x'));
         watcher.check();
-        watcher.check(); // no change: nothing new
-        clip.copy(QStringLiteral("just a note"));
+        QVERIFY(r->queue.items().isEmpty());
+        clip.copy(link + u'\n' + QString(10 * 1024 * 1024, u'y'));
         watcher.check();
-        clip.copy(std::nullopt); // an image, say
+        QCOMPARE(r->urls(), QStringList{link});
+        QCOMPARE(r->queue.items().first()->state(), ItemState::done());
+        clip.copy(link); // copied again once the first has ended
         watcher.check();
-        clip.copy(QStringLiteral("https://vimeo.com/2\r\nhttps://vimeo.com/3"));
-        watcher.check();
-        clip.copy(QStringLiteral("https://example.com/not-a-media-site"));
-        watcher.check();
-        clip.copy(QStringLiteral("\u2028 https://soundcloud.com/a/b\u2029https://vimeo.com/4"));
-        watcher.check();
-        QCOMPARE(queuedInOrder(*r), (QStringList{QStringLiteral("https://youtu.be/one"), QStringLiteral("https://vimeo.com/2"),
-                                                 QStringLiteral("https://soundcloud.com/a/b")}));
-        QCOMPARE(r->queue.lastMessage().value_or(QString()), QStringLiteral("Smart Mode \u00B7 queued link"));
+        QCOMPARE(r->urls(), (QStringList{link, link}));
     }
 
     void clipboardRespectsSmartModeAndRestartBaseline() {
-        auto r = rig();
+        auto r = heldRig();
         FakeClipboard clip;
         ClipboardWatcher watcher(clip, r->settings, r->queue);
         watcher.start();
-        QVERIFY(watcher.isRunning());
         r->settings.setSmartMode(false);
         clip.copy(QStringLiteral("https://youtu.be/while-off"));
         watcher.check();
         QVERIFY(r->queue.items().isEmpty());
-
-        // Switching on from the window restarts the watcher: the old copy counts as seen.
+        // Switching on restarts the watcher: the copy made meanwhile counts as seen.
         r->settings.setSmartMode(true);
         watcher.start();
         watcher.check();
         QVERIFY(r->queue.items().isEmpty());
-
-        // The timer itself polls.
         clip.copy(QStringLiteral("https://youtu.be/by-timer"));
         QTRY_COMPARE_WITH_TIMEOUT(r->urls(), QStringList{QStringLiteral("https://youtu.be/by-timer")}, 3000);
         watcher.stop();
         QVERIFY(!watcher.isRunning());
     }
 
-    void clipboardCopiedTwiceQueuesAgainAfterItEnds() {
-        auto r = rig();
-        r->settings.setSmartMode(true);
-        r->engine.holdProbe = false;
-        r->engine.probeErrors.insert(QStringLiteral("https://youtu.be/again"), QStringLiteral("Video unavailable"));
-        FakeClipboard clip;
-        ClipboardWatcher watcher(clip, r->settings, r->queue);
-        clip.copy(QStringLiteral("https://youtu.be/again"));
-        watcher.check();
-        clip.copy(QStringLiteral("https://youtu.be/again"));
-        watcher.check();
-        QCOMPARE(r->queue.items().size(), 2);
-    }
-
-    void clipboardWithHugeText() {
-        auto r = rig();
-        r->settings.setSmartMode(true);
-        FakeClipboard clip;
-        ClipboardWatcher watcher(clip, r->settings, r->queue);
-        QString huge = QStringLiteral("https://youtu.be/huge ");
-        huge += QString(10 * 1024 * 1024, u'x');
-        clip.copy(huge);
-        watcher.check();
-        QVERIFY(r->queue.items().isEmpty());
-        clip.copy(QStringLiteral("https://youtu.be/huge\n") + QString(10 * 1024 * 1024, u'y'));
-        watcher.check();
-        QCOMPARE(r->urls(), QStringList{QStringLiteral("https://youtu.be/huge")});
-    }
-
     void inboxQueuesLinksInFileOrderAndEmptiesIt() {
-        auto r = rig();
-        r->settings.setWatchiCloudInbox(true);
-        const QString path = TestEnv::root() + QStringLiteral("/inbox-a/Vorlix/inbox.txt");
+        auto r = heldRig();
+        const QString path = inboxPath();
         InboxWatcher inbox(r->settings, r->queue, [path] { return path; });
         inbox.start();
-        QVERIFY(QFileInfo::exists(path));
         QCOMPARE(readFile(path), QByteArray());
-
-        QVERIFY(writeFile(path, "https://vimeo.com/1\n\n  note: for later \nHTTPS://vimeo.com/2\t\n\thttp://example.com/3\n"));
+        QVERIFY(writeFile(path, "https://vimeo.com/1\n\n  note: for later \nHTTPS://vimeo.com/2\t\r\n\thttp://example.com/3\n"));
         inbox.drain();
-        QCOMPARE(queuedInOrder(*r), (QStringList{QStringLiteral("https://vimeo.com/1"), QStringLiteral("HTTPS://vimeo.com/2"),
-                                                 QStringLiteral("http://example.com/3")}));
+        QCOMPARE(r->urls(), (QStringList{QStringLiteral("https://vimeo.com/1"), QStringLiteral("HTTPS://vimeo.com/2"),
+                                         QStringLiteral("http://example.com/3")}));
         QCOMPARE(readFile(path), QByteArray());
-        QCOMPARE(r->queue.lastMessage().value_or(QString()), QStringLiteral("iPhone \u00B7 queued 3 links"));
-
+        QCOMPARE(r->message(), QStringLiteral("iPhone \u00B7 queued 3 links"));
         QVERIFY(writeFile(path, "https://vimeo.com/9\n"));
-        inbox.drain();
-        QCOMPARE(r->queue.lastMessage().value_or(QString()), QStringLiteral("iPhone \u00B7 queued 1 link"));
+        QTRY_COMPARE_WITH_TIMEOUT(r->message(), QStringLiteral("iPhone \u00B7 queued 1 link"), 7000); // the timer's poll
     }
 
     void inboxLeavesNotesAndBadFilesAlone_data() {
         QTest::addColumn<QByteArray>("content");
-        QTest::newRow("only a note") << QByteArray("remember to buy milk\n");
-        QTest::newRow("blank lines") << QByteArray("\n \n\t\n");
-        QTest::newRow("binary garbage") << QByteArray("https://vimeo.com/1\n\xff\xfe\x00\x80garbage", 24);
+        QTest::addColumn<bool>("watching");
+        QTest::newRow("only a note") << QByteArray("remember to buy milk\n") << true;
+        QTest::newRow("blank lines") << QByteArray("\n \n\t\n") << true;
+        QTest::newRow("binary garbage") << QByteArray("https://vimeo.com/1\n\xff\xfe\x00\x80garbage", 24) << true;
+        QTest::newRow("larger than an inbox") << QByteArray("https://vimeo.com/1\n").repeated(300000) << true;
+        QTest::newRow("watching off") << QByteArray("https://vimeo.com/1\n") << false;
     }
     void inboxLeavesNotesAndBadFilesAlone() {
         QFETCH(QByteArray, content);
-        auto r = rig();
-        r->settings.setWatchiCloudInbox(true);
-        const QString path = TestEnv::root() + QStringLiteral("/inbox-b/Vorlix/inbox.txt");
+        QFETCH(bool, watching);
+        auto r = heldRig();
+        r->settings.setWatchiCloudInbox(watching);
+        const QString path = inboxPath();
         QVERIFY(writeFile(path, content));
         InboxWatcher inbox(r->settings, r->queue, [path] { return path; });
         inbox.drain();
         QVERIFY(r->queue.items().isEmpty());
-        QCOMPARE(readFile(path), content);
+        QVERIFY(readFile(path) == content);
         QVERIFY(!r->queue.lastMessage());
     }
 
-    void inboxOffOrUnwritable() {
-        auto r = rig();
-        const QString dir = TestEnv::root() + QStringLiteral("/inbox-c/Vorlix");
-        const QString path = dir + QStringLiteral("/inbox.txt");
+    // The file cannot be replaced (its temporary sibling's name is too long for the file system,
+    // which stops root as well): the links are taken once, never again on every poll.
+    void inboxThatCannotBeEmptied() {
+        auto r = heldRig();
+        r->engine.holdProbe = false; // each link ends at once, so only the inbox stops a repeat
+        const QString path = inboxPath(QString(250, u'i') + QStringLiteral(".txt"));
         QVERIFY(writeFile(path, "https://vimeo.com/7\n"));
         InboxWatcher inbox(r->settings, r->queue, [path] { return path; });
-        r->settings.setWatchiCloudInbox(false);
-        inbox.drain();
-        QVERIFY(r->queue.items().isEmpty());
-
-        // A folder we may not write: the links are still taken once, never on every tick.
-        if (geteuid() == 0)
-            QSKIP("permissions do not bind root");
-        r->settings.setWatchiCloudInbox(true);
-        QFile::setPermissions(dir, QFileDevice::ReadOwner | QFileDevice::ExeOwner);
-        QFile::setPermissions(path, QFileDevice::ReadOwner);
         inbox.drain();
         inbox.drain();
-        QFile::setPermissions(dir, QFileDevice::ReadOwner | QFileDevice::WriteOwner | QFileDevice::ExeOwner);
+        QCOMPARE(readFile(path), QByteArray("https://vimeo.com/7\n"));
         QCOMPARE(r->urls(), QStringList{QStringLiteral("https://vimeo.com/7")});
-        QCOMPARE(r->queue.items().size(), 1);
+        QVERIFY(writeFile(path, "https://vimeo.com/7\nhttps://vimeo.com/8\n")); // new content is read again
+        inbox.drain();
+        QCOMPARE(r->urls(), (QStringList{QStringLiteral("https://vimeo.com/7"), QStringLiteral("https://vimeo.com/7"),
+                                         QStringLiteral("https://vimeo.com/8")}));
+        QCOMPARE(TestEnv::filesContaining(QFileInfo(path).absolutePath(), QStringLiteral("iii")), QStringList{path});
     }
 
     void inboxPathPrefersExistingSyncedFolder() {

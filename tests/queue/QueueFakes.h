@@ -1,7 +1,7 @@
 #pragma once
 
-// Test doubles for the download queue: a recording notifier, a settable clock and scripted
-// collaborators whose operations can be held open until the test releases them.
+// Test doubles for the download queue: a recording notifier, a settable clock, a scripted engine
+// whose operations can be held open until the test releases them, and a queue over private files.
 
 #include "core/AppSettings.h"
 #include "queue/DownloadQueue.h"
@@ -13,79 +13,68 @@
 #include <QCoreApplication>
 #include <QCoroSignal>
 #include <QHash>
-#include <QObject>
 #include <QStringList>
-#include <QUuid>
 
+#include <algorithm>
 #include <memory>
 #include <stdexcept>
 
 namespace queuetest {
 
 struct RecordingNotifier : Notifier {
-    QList<std::pair<QString, QString>> posted;
-    void post(const QString &title, const QString &body) override { posted.append({title, body}); }
-    QStringList titles() const {
-        QStringList out;
-        for (const auto &p : posted)
-            out << p.first;
-        return out;
-    }
+    QStringList titles;
+    void post(const QString &title, const QString &) override { titles << title; }
 };
 
 struct ManualClock {
     std::shared_ptr<double> now = std::make_shared<double>(1000.0);
-    DownloadQueue::Clock clock() const {
-        return [n = now] { return *n; };
-    }
+    DownloadQueue::Clock clock() const { return [n = now] { return *n; }; }
     void advance(double seconds) { *now += seconds; }
 };
 
-// Scripted engine: probes answer from a table, downloads follow a list of outcomes. With
-// `hold` set, each operation waits for release() before answering.
+inline YtDlp::Progress progressAt(std::optional<double> fraction, QString speed = QStringLiteral("1.0MiB/s"),
+                                  QString eta = QStringLiteral("00:10")) {
+    YtDlp::Progress p;
+    p.fraction = fraction;
+    p.speed = std::move(speed);
+    p.eta = std::move(eta);
+    return p;
+}
+
+// Probes answer from tables (default: a single video titled "Title of <link>"), downloads follow a
+// list of error messages (empty: success into the output folder). hold* makes them wait for release().
 class FakeEngine : public QObject {
     Q_OBJECT
 public:
-    struct DownloadOutcome {
-        QString file;  // success when not empty
-        QString error; // the thrown message otherwise
-    };
-
-    QHash<QString, ProbeResult> probes;      // by link; missing → a single video titled after the link
-    QHash<QString, QString> probeErrors;     // by link
-    QList<DownloadOutcome> downloads;        // consumed in order; empty → success into outputDir
+    QHash<QString, ProbeResult> probes;
+    QHash<QString, QString> probeErrors;
+    QStringList downloadErrors;
     bool holdProbe = false;
     bool holdDownload = false;
     int probeCalls = 0;
-    int downloadCalls = 0;
     int updateCalls = 0;
+    int analyzeCalls = 0;
+    int waiting = 0;
     QStringList downloadedURLs;
     QStringList outputDirs;
-    QList<double> progressAtUpdate;
-    DownloadItemPtr watched; // whose progress is sampled when the engine updates
+    QList<YtDlp::ProgressFn> progressSinks;
     QHash<QString, std::pair<QString, SpotifyTrack>> spotify;
     std::pair<std::optional<double>, std::optional<QString>> analysis;
-    int analyzeCalls = 0;
     QString transcribeError;
-    QString transcriptPath;
     std::optional<QUrl> renderResult;
-    QList<YtDlp::ProgressFn> progressSinks;
 
-    int waiting = 0;
     void release() { Q_EMIT released(); }
 
     DownloadQueue::Services services() {
         DownloadQueue::Services s;
         s.probe = [this](QString url) { return probe(std::move(url)); };
         s.download = [this](DownloadItemPtr job, const AppSettings &, QString dir, YtDlp::RegisterFn,
-                            YtDlp::ProgressFn progress) {
-            return download(std::move(job), std::move(dir), std::move(progress));
-        };
+                            YtDlp::ProgressFn progress) { return download(job->url(), std::move(dir), std::move(progress)); };
         s.updateEngine = [this] { return update(); };
         s.isSpotifyTrackURL = [](const QString &url) { return url.contains(QLatin1String("/track/")); };
         s.resolveSpotify = [this](QString url) { return resolve(std::move(url)); };
         s.applyTags = [](SpotifyTrack track, QString file) { return tag(std::move(track), std::move(file)); };
-        s.analyze = [this](QUrl file) { return analyze(std::move(file)); };
+        s.analyze = [this](QUrl) { return analyze(); };
         s.renderSpeed = [this](QUrl, double) { return render(); };
         s.renderPitchShift = [this](QUrl, int) { return render(); };
         s.speechModelPresent = [] { return false; };
@@ -110,29 +99,22 @@ private:
         co_await gate(holdProbe);
         if (probeErrors.contains(url))
             throw YtDlpError::probeFailed(probeErrors.value(url));
-        if (probes.contains(url))
-            co_return probes.value(url);
-        ProbeResult r;
-        r.title = QStringLiteral("Title of ") + url;
-        r.durationSeconds = 61;
-        co_return r;
+        ProbeResult single;
+        single.title = QStringLiteral("Title of ") + url;
+        co_return probes.value(url, single);
     }
-    QCoro::Task<QString> download(DownloadItemPtr job, QString dir, YtDlp::ProgressFn progress) {
-        ++downloadCalls;
-        downloadedURLs << job->url();
+    QCoro::Task<QString> download(QString url, QString dir, YtDlp::ProgressFn progress) {
+        downloadedURLs << url;
         outputDirs << dir;
         progressSinks << progress;
+        const QString file = dir + QStringLiteral("/file-") + QString::number(downloadedURLs.size()) + QStringLiteral(".mp4");
         co_await gate(holdDownload);
-        const DownloadOutcome outcome = downloads.isEmpty() ? DownloadOutcome{} : downloads.takeFirst();
-        if (!outcome.error.isEmpty())
-            throw YtDlpError::downloadFailed(outcome.error);
-        co_return outcome.file.isEmpty() ? dir + QStringLiteral("/file-") + QString::number(downloadCalls) + QStringLiteral(".mp4")
-                                         : outcome.file;
+        if (!downloadErrors.isEmpty())
+            throw YtDlpError::downloadFailed(downloadErrors.takeFirst());
+        co_return file;
     }
     QCoro::Task<bool> update() {
         ++updateCalls;
-        if (watched)
-            progressAtUpdate << watched->progress();
         co_return true;
     }
     QCoro::Task<std::pair<QString, SpotifyTrack>> resolve(QString url) {
@@ -140,22 +122,21 @@ private:
             throw YtDlpError::probeFailed(QStringLiteral("Couldn't read track info from that Spotify link."));
         co_return spotify.value(url);
     }
-    static QCoro::Task<QString> tag(SpotifyTrack track, QString file) {
-        co_return file + QStringLiteral(".tagged-") + track.title;
-    }
-    QCoro::Task<std::pair<std::optional<double>, std::optional<QString>>> analyze(QUrl) {
+    static QCoro::Task<QString> tag(SpotifyTrack track, QString file) { co_return file + QStringLiteral(".tagged-") + track.title; }
+    QCoro::Task<std::pair<std::optional<double>, std::optional<QString>>> analyze() {
         ++analyzeCalls;
         co_return analysis;
     }
     QCoro::Task<QString> transcribe(QString file) {
         if (!transcribeError.isEmpty())
             throw std::runtime_error(transcribeError.toStdString());
-        co_return transcriptPath.isEmpty() ? file + QStringLiteral(".srt") : transcriptPath;
+        co_return file + QStringLiteral(".srt");
     }
     QCoro::Task<std::optional<QUrl>> render() { co_return renderResult; }
 };
 
-// A queue over private settings and history files, with the fake engine and notifier.
+// A queue over its own settings, history and download folder; the fake engine unless real
+// services are given.
 struct QueueRig {
     AppSettings settings;
     HistoryStore history;
@@ -163,13 +144,10 @@ struct QueueRig {
     ManualClock clock;
     FakeEngine engine;
     DownloadQueue queue;
+    QString downloads;
 
-    explicit QueueRig(const QString &name)
-        : settings(TestEnv::root() + u'/' + name + QStringLiteral(".ini")),
-          history(TestEnv::root() + u'/' + name + QStringLiteral("-history.json")),
-          queue(settings, history, notifier, engine.services(), clock.clock()) {
-        settings.setDownloadFolderPath(TestEnv::root() + u'/' + name + QStringLiteral("-downloads"));
-    }
+    explicit QueueRig(std::optional<DownloadQueue::Services> real = std::nullopt)
+        : QueueRig(QStringLiteral("%1/rig-%2").arg(TestEnv::root()).arg(++serial()), std::move(real)) {}
     ~QueueRig() {
         // Let every held operation finish so no coroutine frame is left behind.
         engine.holdProbe = engine.holdDownload = false;
@@ -184,11 +162,29 @@ struct QueueRig {
                 return item;
         return {};
     }
-    QStringList urls() const {
+    QStringList urls() const { // oldest first, the order links were handed over
         QStringList out;
         for (const auto &item : queue.items())
-            out << item->url();
+            out.prepend(item->url());
         return out;
+    }
+    int count(ItemState::Kind kind) const {
+        return int(std::count_if(queue.items().cbegin(), queue.items().cend(),
+                                 [kind](const DownloadItemPtr &i) { return i->state().is(kind); }));
+    }
+    QString message() const { return queue.lastMessage().value_or(QString()); }
+
+private:
+    static int &serial() {
+        static int n = 0;
+        return n;
+    }
+    QueueRig(const QString &base, std::optional<DownloadQueue::Services> real)
+        : settings(base + QStringLiteral(".ini")), history(base + QStringLiteral("-history.json")),
+          queue(settings, history, notifier, real ? std::move(*real) : engine.services(),
+                real ? DownloadQueue::Clock() : clock.clock()),
+          downloads(base + QStringLiteral("-downloads")) {
+        settings.setDownloadFolderPath(downloads);
     }
 };
 

@@ -103,7 +103,13 @@ private Q_SLOTS:
         QVERIFY(vorlix.process->waitForStarted(10000));
 
         QString window;
-        QTRY_VERIFY_WITH_TIMEOUT(!(window = visibleMainWindow()).isEmpty(), 20000);
+        // Generous: the machine may be busy with other builds.
+        QTRY_VERIFY2_WITH_TIMEOUT(!(window = visibleMainWindow()).isEmpty(),
+                                  qPrintable(QStringLiteral("no window; vorlix %1, exit code %2")
+                                                 .arg(vorlix.process->state() == QProcess::Running ? QStringLiteral("running")
+                                                                                                   : QStringLiteral("ended"))
+                                                 .arg(vorlix.process->exitCode())),
+                                  60000);
         // The launch is complete once the window shows.
         const QStringList log = QString::fromUtf8(readAll(home.data() + QStringLiteral("/Vorlix/launch.log"))).split(u'\n', Qt::SkipEmptyParts);
         const QStringList messages{QStringLiteral("didFinishLaunching start (translocated=false)"), QStringLiteral("tools installed"),

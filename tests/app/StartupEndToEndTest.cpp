@@ -81,7 +81,10 @@ private Q_SLOTS:
         Child xvfb;
         xvfb.process->start(QStringLiteral("Xvfb"), {QStringLiteral("-displayfd"), QStringLiteral("1"), QStringLiteral("-screen"),
                                                    QStringLiteral("0"), QStringLiteral("1280x800x24"),
-                                                   QStringLiteral("-nolisten"), QStringLiteral("tcp")});
+                                                   QStringLiteral("-nolisten"), QStringLiteral("tcp"),
+                                                   // No reset when the last client leaves: a program
+                                                   // connecting at that moment would be refused.
+                                                   QStringLiteral("-noreset")});
         QVERIFY(xvfb.process->waitForReadyRead(15000));
         m_display = u':' + QString::fromLatin1(xvfb.process->readLine().trimmed());
 

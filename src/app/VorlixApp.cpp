@@ -17,10 +17,10 @@
 #include <QMenu>
 #include <QMenuBar>
 #include <QMessageBox>
+#include <QSocketNotifier>
 #include <QSystemTrayIcon>
 #include <QTimer>
 #include <QUrl>
-#include <QSocketNotifier>
 #include <QVBoxLayout>
 
 #include <csignal>

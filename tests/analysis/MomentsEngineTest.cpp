@@ -103,59 +103,26 @@ private Q_SLOTS:
         QVERIFY(makeCutsVideo(m_cuts));
     }
 
-    void timeLabels_data() {
-        QTest::addColumn<double>("seconds");
-        QTest::addColumn<QString>("label");
-        QTest::newRow("under a minute") << 59.9 << QStringLiteral("0:59");
-        QTest::newRow("one hour") << 3600.0 << QStringLiteral("1:00:00");
-        QTest::newRow("negative clamps") << -3.0 << QStringLiteral("0:00");
-    }
-    void timeLabels() {
-        QFETCH(double, seconds);
-        QFETCH(QString, label);
-        Moment m;
-        m.time = seconds;
-        QCOMPARE(m.timeLabel(), label);
-    }
-
-    void shortNames_data() {
-        QTest::addColumn<QString>("file");
-        QTest::addColumn<int>("maxLength");
-        QTest::addColumn<QString>("expected");
-        QTest::newRow("site id dropped") << QStringLiteral("/x/My Great Song [dQw4w9WgXcQ].mp4") << 42
-                                         << QStringLiteral("My Great Song");
-        QTest::newRow("short tag kept") << QStringLiteral("/x/Song [HD].mp4") << 42 << QStringLiteral("Song [HD]");
-        QTest::newRow("cut at last late space")
-            << QStringLiteral("/x/The quick brown fox jumps over the lazy dog again.mp4") << 42
-            << QStringLiteral("The quick brown fox jumps over the lazy");
-        QTest::newRow("no late space: hard cut")
-            << QStringLiteral("/x/Supercalifragilistic expialidociouswordthatgoesonandon.mp4") << 42
-            << QStringLiteral("Supercalifragilistic expialidociouswordtha");
+    void labelsAndNames() {
+        const auto label = [](double seconds) {
+            Moment m;
+            m.time = seconds;
+            return m.timeLabel();
+        };
+        QCOMPARE(label(59.9), QStringLiteral("0:59"));
+        QCOMPARE(label(3600.0), QStringLiteral("1:00:00"));
+        QCOMPARE(label(-3.0), QStringLiteral("0:00"));
+        QCOMPARE(MomentsEngine::shortName(QStringLiteral("/x/My Great Song [dQw4w9WgXcQ].mp4"), 42), QStringLiteral("My Great Song"));
+        QCOMPARE(MomentsEngine::shortName(QStringLiteral("/x/Song [HD].mp4"), 42), QStringLiteral("Song [HD]"));
+        QCOMPARE(MomentsEngine::shortName(QStringLiteral("/x/The quick brown fox jumps over the lazy dog again.mp4"), 42),
+                 QStringLiteral("The quick brown fox jumps over the lazy")); // cut at the last late space
+        QCOMPARE(MomentsEngine::shortName(QStringLiteral("/x/Supercalifragilistic expialidociouswordthatgoesonandon.mp4"), 42),
+                 QStringLiteral("Supercalifragilistic expialidociouswordtha"));
         // The space is the sixth character (eleventh UTF-16 unit): too early to cut at.
-        QTest::newRow("emoji count as one") << QStringLiteral("/x/🎸🎸🎸🎸🎸 abcdefghij.mp4") << 12
-                                            << QStringLiteral("🎸🎸🎸🎸🎸 abcdef");
-    }
-    void shortNames() {
-        QFETCH(QString, file);
-        QFETCH(int, maxLength);
-        QFETCH(QString, expected);
-        QCOMPARE(MomentsEngine::shortName(file, maxLength), expected);
-    }
-
-    void durations_data() {
-        QTest::addColumn<QString>("banner");
-        QTest::addColumn<double>("expected"); // negative: none
-        QTest::newRow("normal") << QStringLiteral("Input #0\n  Duration: 00:01:00.04, start: 0.000000, bitrate: 5 kb/s")
-                                << 60.04;
-        QTest::newRow("hours") << QStringLiteral("  Duration: 02:03:04.50, start") << 7384.5;
-        QTest::newRow("not available") << QStringLiteral("  Duration: N/A, bitrate: N/A") << -1.0;
-        QTest::newRow("missing") << QStringLiteral("Invalid data found when processing input") << -1.0;
-    }
-    void durations() {
-        QFETCH(QString, banner);
-        QFETCH(double, expected);
-        const auto d = MomentsEngine::parseDuration(banner);
-        QCOMPARE(d.value_or(-1.0), expected);
+        QCOMPARE(MomentsEngine::shortName(QStringLiteral("/x/🎸🎸🎸🎸🎸 abcdefghij.mp4"), 12), QStringLiteral("🎸🎸🎸🎸🎸 abcdef"));
+        QCOMPARE(MomentsEngine::parseDuration(QStringLiteral("Input #0\n  Duration: 00:01:00.04, start: 0.000000")), std::optional<double>(60.04));
+        QCOMPARE(MomentsEngine::parseDuration(QStringLiteral("  Duration: N/A, bitrate: N/A")), std::nullopt);
+        QCOMPARE(MomentsEngine::parseDuration(QStringLiteral("Invalid data found when processing input")), std::nullopt);
     }
 
     void sceneScoreParsing() {

@@ -102,24 +102,19 @@ private Q_SLOTS:
         QCOMPARE(points.size(), expected);
     }
 
-    void choosesFrequentWordsInDocumentOrder() {
-        // The "tempo" sentences share the most frequent words; they must win and keep their order.
-        const QString text = QStringLiteral(
-            "Tempo practice builds steady tempo control. "
-            "Weather tomorrow looks cloudy overall. "
-            "Lunch options include soup. "
-            "Metronome tempo practice keeps tempo honest. "
-            "Parking downtown costs extra. "
-            "Slow tempo practice first, then raise the tempo.");
-        const QStringList points = Summarizer::summarize(text);
-        QCOMPARE(points, (QStringList{QStringLiteral("Tempo practice builds steady tempo control."),
-                                      QStringLiteral("Metronome tempo practice keeps tempo honest."),
-                                      QStringLiteral("Slow tempo practice first, then raise the tempo.")}));
-    }
-
-    void tiesAtTheCutOff_data() {
+    void chosenPoints_data() {
         QTest::addColumn<QString>("text");
         QTest::addColumn<QStringList>("expected");
+        // The "tempo" sentences share the most frequent words; they win and keep their order.
+        QTest::newRow("frequent words, document order")
+            << QStringLiteral("Tempo practice builds steady tempo control. Weather tomorrow looks cloudy overall. Lunch options include soup. "
+                              "Metronome tempo practice keeps tempo honest. Parking downtown costs extra. Slow tempo practice first, then raise the tempo.")
+            << QStringList{QStringLiteral("Tempo practice builds steady tempo control."), QStringLiteral("Metronome tempo practice keeps tempo honest."),
+                           QStringLiteral("Slow tempo practice first, then raise the tempo.")};
+        // Only two sentences carry content: the limit of three is not filled with stop-word lines.
+        QTest::newRow("content-free sentences never chosen")
+            << QStringLiteral("I was there and so were you. Amber basil cedar dune. We would not have been here. Ember fern grove heath.")
+            << QStringList{QStringLiteral("Amber basil cedar dune."), QStringLiteral("Ember fern grove heath.")};
 
         // Every word once: every sentence scores the same, so the first three win.
         QTest::newRow("all tied") << QStringLiteral("Amber basil cedar dune. Ember fern grove heath. "
@@ -141,18 +136,7 @@ private Q_SLOTS:
                               "Ember fern grove heath. Iris jade kelp lotus. So it is, then, xylophone.")
             << QStringList{QStringLiteral("Amber basil cedar dune."), QStringLiteral("Ember fern grove heath."),
                            QStringLiteral("Iris jade kelp lotus.")};
-    }
-
-    void tiesAtTheCutOff() {
-        QFETCH(QString, text);
-        QFETCH(QStringList, expected);
-        QCOMPARE(Summarizer::summarize(text), expected);
-    }
-
-    void stopWordsOnly_data() {
-        QTest::addColumn<QString>("text");
-        QTest::addColumn<QStringList>("expected");
-
+        // Stop words only: the first sentences stand in.
         const QStringList five{QStringLiteral("I was there and so were you."), QStringLiteral("We would not have been here."),
                                QStringLiteral("Yeah, okay, um, it is what it is."), QStringLiteral("You know, they did, uh, well."),
                                QStringLiteral("X y z, a b c, and then some.")};
@@ -164,32 +148,10 @@ private Q_SLOTS:
             << QStringList{QStringLiteral("I don't, you don't."), five.at(0), five.at(1)};
     }
 
-    void stopWordsOnly() {
+    void chosenPoints() {
         QFETCH(QString, text);
         QFETCH(QStringList, expected);
         QCOMPARE(Summarizer::summarize(text), expected);
-    }
-
-    void sentencesWithoutContentAreNeverChosen() {
-        // Only two sentences carry content: the limit of three cannot be filled with stop-word lines.
-        const QString text = QStringLiteral("I was there and so were you. Amber basil cedar dune. "
-                                            "We would not have been here. Ember fern grove heath.");
-        QCOMPARE(Summarizer::summarize(text),
-                 (QStringList{QStringLiteral("Amber basil cedar dune."), QStringLiteral("Ember fern grove heath.")}));
-    }
-
-    void summaryTextMatchesTheLayout() {
-        const QString expected = QStringLiteral("SUMMARY — Guitar Lesson\n"
-                                                "───────────────────────\n"
-                                                "\n"
-                                                "• First chosen sentence.\n"
-                                                "\n"
-                                                "• Second chosen sentence.\n"
-                                                "\n"
-                                                "(2 key points, generated on-device by Vorlix)");
-        QCOMPARE(Summarizer::summaryText(QStringLiteral("Guitar Lesson"),
-                                         {QStringLiteral("First chosen sentence."), QStringLiteral("Second chosen sentence.")}),
-                 expected);
     }
 
     void ruleLength_data() {

@@ -254,23 +254,16 @@ private Q_SLOTS:
     }
 
     void unreadableThumbnails() {
-        const QString good = media(QStringLiteral("good.jpg"));
-        QVERIFY(makeJpeg(QStringLiteral("testsrc2=s=480x270"), good));
-        const QByteArray bytes = TestEnv::readFile(good);
-        const QString truncated = media(QStringLiteral("truncated.jpg"));
+        const QString good = media(QStringLiteral("good.png"));
+        QVERIFY(makeJpeg(QStringLiteral("testsrc2=s=480x270"), good, QStringLiteral("rgb24"))); // any format the reader knows
+        QVERIFY(MomentsEngine::dHash(good));
         const QString garbage = media(QStringLiteral("garbage.jpg"));
-        const QString png = media(QStringLiteral("picture.png"));
-        QVERIFY(TestEnv::writeFile(truncated, bytes.left(bytes.size() / 2)));
         QVERIFY(TestEnv::writeFile(garbage, QByteArray(5000, '\xff')));
-        for (const QString &path : {garbage, media(QStringLiteral("missing.jpg"))}) {
-            QVERIFY2(!MomentsEngine::dHash(path), qPrintable(path));
-            QVERIFY2(!MomentsEngine::colorSignature(path), qPrintable(path));
-        }
-        // Any picture format the image reader knows is fine; a cut-off JPEG decodes as far as it goes.
-        QVERIFY(makeJpeg(QStringLiteral("testsrc2=s=480x270"), png, QStringLiteral("rgb24")));
-        QCOMPARE(MomentsEngine::dHash(png).has_value(), true);
-        MomentsEngine::dHash(truncated);
+        for (const QString &path : {garbage, media(QStringLiteral("missing.jpg"))})
+            QVERIFY2(!MomentsEngine::dHash(path) && !MomentsEngine::colorSignature(path), qPrintable(path));
         // Damaged files must never crash the decoder, whatever they do to the result.
+        QVERIFY(makeJpeg(QStringLiteral("testsrc2=s=480x270"), media(QStringLiteral("good.jpg"))));
+        const QByteArray bytes = TestEnv::readFile(media(QStringLiteral("good.jpg")));
         QRandomGenerator rng(99);
         for (int round = 0; round < 400; ++round) {
             QByteArray damaged = bytes;
@@ -278,10 +271,9 @@ private Q_SLOTS:
                 damaged[rng.bounded(qsizetype(damaged.size()))] = char(rng.bounded(256));
             if (round % 3 == 0)
                 damaged.truncate(rng.bounded(qsizetype(damaged.size())));
-            const QString path = media(QStringLiteral("damaged.jpg"));
-            QVERIFY(TestEnv::writeFile(path, damaged));
-            MomentsEngine::dHash(path);
-            MomentsEngine::colorSignature(path);
+            QVERIFY(TestEnv::writeFile(media(QStringLiteral("damaged.jpg")), damaged));
+            MomentsEngine::dHash(media(QStringLiteral("damaged.jpg")));
+            MomentsEngine::colorSignature(media(QStringLiteral("damaged.jpg")));
         }
     }
 

@@ -91,7 +91,6 @@ private Q_SLOTS:
     void noTempoWithoutPulses_data() {
         QTest::addColumn<std::vector<double>>("onset");
         QTest::newRow("silence") << std::vector<double>(2000, 0.0);
-        QTest::newRow("empty") << std::vector<double>();
         QTest::newRow("shorter than the shortest lag") << pulses(5, 0, 11);
         std::vector<double> single(2000, -1.0 / 2000);
         single[700] += 1.0;
@@ -109,7 +108,6 @@ private Q_SLOTS:
         QTest::addColumn<double>("phase");
         QTest::newRow("on time") << 120.0 << 0.0;
         QTest::newRow("120 BPM, 10 frames in") << 120.0 << 10.0;
-        QTest::newRow("90 BPM, 25 frames in") << 90.0 << 25.0;
         QTest::newRow("a beat and a bit in") << 150.0 << 20.0; // 17.2 frames per beat
     }
 
@@ -130,12 +128,9 @@ private Q_SLOTS:
         QTest::addColumn<QList<int>>("notes");
         QTest::addColumn<int>("samples");
         QTest::addColumn<QString>("key");
-        QTest::newRow("C major triad") << QList<int>{48, 60, 64, 67} << 88200 << QStringLiteral("C");
         QTest::newRow("A minor triad") << QList<int>{45, 57, 60, 64} << 88200 << QStringLiteral("Am");
         QTest::newRow("E♭ minor triad") << QList<int>{51, 63, 66, 70} << 88200 << QStringLiteral("E♭m");
         QTest::newRow("F♯ major triad") << QList<int>{54, 66, 70, 73} << 88200 << QStringLiteral("F♯");
-        QTest::newRow("B♭ minor triad") << QList<int>{46, 58, 61, 65} << 88200 << QStringLiteral("B♭m");
-        QTest::newRow("A♭ major triad") << QList<int>{44, 56, 60, 63} << 88200 << QStringLiteral("A♭");
         QTest::newRow("one sample over 2 s") << QList<int>{48, 60, 64, 67} << 44101 << QStringLiteral("C");
         QTest::newRow("exactly 2 s") << QList<int>{48, 60, 64, 67} << 44100 << QStringLiteral("<none>");
         QTest::newRow("silence") << QList<int>{} << 110250 << QStringLiteral("<none>");

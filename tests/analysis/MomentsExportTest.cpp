@@ -21,9 +21,8 @@ namespace {
 QList<Moment> momentsAt(const QList<double> &times) {
     QList<Moment> out;
     for (double t : times) {
-        Moment m;
-        m.time = t;
-        out.append(m);
+        out.append(Moment());
+        out.last().time = t;
     }
     return out;
 }
@@ -64,12 +63,6 @@ Outcome runExport(MomentsExport::Choices choices, bool clips, bool stills, bool 
         out.statuses << args.at(0).toString();
     [&] { QVERIFY(!run.isExporting()); }();
     return out;
-}
-
-void writeText(const QString &path) {
-    QFile f(path);
-    QVERIFY(f.open(QIODevice::WriteOnly));
-    f.write("not a video\n");
 }
 
 } // namespace
@@ -169,7 +162,7 @@ private Q_SLOTS:
 
     void everythingFailing() {
         const QString video = m_dir.filePath(QStringLiteral("Broken.mp4"));
-        writeText(video);
+        QVERIFY(TestEnv::writeFile(video, "not a video\n"));
         const Outcome out = runExport(choicesFor(video, {1.0, 2.0}, 2.0, Aspect::original, true), true, true, true);
         QCOMPARE(out.message, QStringLiteral("Saved 0 files to Broken — Moments"));
         QVERIFY(QFileInfo::exists(video));

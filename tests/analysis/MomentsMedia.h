@@ -16,11 +16,7 @@ namespace MomentsMedia {
 
 inline QString ffprobe() { return QFileInfo(TestEnv::ffmpeg()).absolutePath() + QStringLiteral("/ffprobe"); }
 
-inline bool ffmpeg(const QStringList &args) {
-    QStringList all{QStringLiteral("-v"), QStringLiteral("error"), QStringLiteral("-y")};
-    all += args;
-    return TestEnv::runTool(TestEnv::ffmpeg(), all);
-}
+inline bool ffmpeg(const QStringList &args) { return TestEnv::runFfmpeg(args); }
 
 inline QString probe(const QString &file, const QStringList &entries) {
     QProcess p;

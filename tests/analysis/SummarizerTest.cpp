@@ -10,17 +10,6 @@
 #include <QTest>
 
 namespace {
-QByteArray readAll(const QString &path) {
-    QFile f(path);
-    return f.open(QIODevice::ReadOnly) ? f.readAll() : QByteArray();
-}
-
-void writeBytes(const QString &path, const QByteArray &bytes) {
-    QFile f(path);
-    QVERIFY(f.open(QIODevice::WriteOnly | QIODevice::Truncate));
-    QCOMPARE(f.write(bytes), bytes.size());
-}
-
 // n sentences that each carry content words of their own, so every one of them gets a score.
 QString distinctSentences(int n) {
     QString text;
@@ -34,15 +23,6 @@ class SummarizerTest : public QObject {
     Q_OBJECT
 
 private Q_SLOTS:
-    void stopwordListIsComplete() {
-        const QSet<QString> &words = Summarizer::stopwords();
-        QCOMPARE(words.size(), 125);
-        for (const char *w : {"a", "whom", "don", "gonna", "things", "s", "t", "okay"})
-            QVERIFY2(words.contains(QString::fromLatin1(w)), w);
-        for (const QString &w : words)
-            QCOMPARE(w, w.toLower());
-    }
-
     void splitSentences_data() {
         QTest::addColumn<QString>("text");
         QTest::addColumn<QStringList>("expected");
@@ -52,21 +32,12 @@ private Q_SLOTS:
         QTest::newRow("question and exclamation marks end sentences")
             << QStringLiteral("Is this working now? Yes it works fine!")
             << QStringList{QStringLiteral("Is this working now?"), QStringLiteral("Yes it works fine!")};
-        QTest::newRow("line feeds read as spaces")
-            << QStringLiteral("First line of it\nsecond line here.")
-            << QStringList{QStringLiteral("First line of it second line here.")};
         QTest::newRow("a Windows line end is one space")
             << QStringLiteral("One sentence here\r\ncontinues fine.\r\nAnd another one follows.")
             << QStringList{QStringLiteral("One sentence here continues fine."),
                            QStringLiteral("And another one follows.")};
-        QTest::newRow("abbreviations and decimals split too")
-            << QStringLiteral("Dr. Smith paid 3.50 dollars for the coffee today.")
-            << QStringList{QStringLiteral("Smith paid 3."), QStringLiteral("50 dollars for the coffee today.")};
         QTest::newRow("ellipsis fragments vanish")
             << QStringLiteral("Wait... this is how it ends!") << QStringList{QStringLiteral("this is how it ends!")};
-        QTest::newRow("only spaces and tabs are trimmed")
-            << QStringLiteral("\t  Tabs and spaces go away.  \t")
-            << QStringList{QStringLiteral("Tabs and spaces go away.")};
         QTest::newRow("a 12-character tail is dropped")
             << QStringLiteral("A real sentence here. Tail is long") << QStringList{QStringLiteral("A real sentence here.")};
         QTest::newRow("a long unterminated tail stays")
@@ -96,12 +67,6 @@ private Q_SLOTS:
         QTest::newRow("combining marks stay inside the word")
             << QStringLiteral("cafe\u0301 e\u0301 ok")
             << QStringList{QStringLiteral("cafe\u0301"), QStringLiteral("ok")};
-        QTest::newRow("other scripts are words too")
-            << QStringLiteral("Привет, мир! 你好 好")
-            << QStringList{QStringLiteral("привет"), QStringLiteral("мир"), QStringLiteral("你好")};
-        QTest::newRow("letters outside the basic plane")
-            << QStringLiteral("\U0001D400\U0001D401 \U0001F600\U0001F600 ab")
-            << QStringList{QStringLiteral("\U0001D400\U0001D401"), QStringLiteral("ab")};
     }
 
     void tokenize() {
@@ -117,17 +82,12 @@ private Q_SLOTS:
 
         QTest::newRow("2 sentences come back whole") << 2 << -1 << 2;
         QTest::newRow("2 sentences ignore a limit of 1") << 2 << 1 << 2;
-        QTest::newRow("3") << 3 << -1 << 3;
         QTest::newRow("19") << 19 << -1 << 3;
         QTest::newRow("20") << 20 << -1 << 4;
-        QTest::newRow("24") << 24 << -1 << 4;
         QTest::newRow("25") << 25 << -1 << 5;
-        QTest::newRow("34") << 34 << -1 << 6;
         QTest::newRow("40") << 40 << -1 << 7;
-        QTest::newRow("200") << 200 << -1 << 7;
         QTest::newRow("limit below the rule") << 40 << 2 << 2;
         QTest::newRow("limit above the rule") << 19 << 10 << 10;
-        QTest::newRow("limit above the count") << 5 << 10 << 5;
         QTest::newRow("limit of zero") << 10 << 0 << 0;
     }
 
@@ -142,24 +102,19 @@ private Q_SLOTS:
         QCOMPARE(points.size(), expected);
     }
 
-    void choosesFrequentWordsInDocumentOrder() {
-        // The "tempo" sentences share the most frequent words; they must win and keep their order.
-        const QString text = QStringLiteral(
-            "Tempo practice builds steady tempo control. "
-            "Weather tomorrow looks cloudy overall. "
-            "Lunch options include soup. "
-            "Metronome tempo practice keeps tempo honest. "
-            "Parking downtown costs extra. "
-            "Slow tempo practice first, then raise the tempo.");
-        const QStringList points = Summarizer::summarize(text);
-        QCOMPARE(points, (QStringList{QStringLiteral("Tempo practice builds steady tempo control."),
-                                      QStringLiteral("Metronome tempo practice keeps tempo honest."),
-                                      QStringLiteral("Slow tempo practice first, then raise the tempo.")}));
-    }
-
-    void tiesAtTheCutOff_data() {
+    void chosenPoints_data() {
         QTest::addColumn<QString>("text");
         QTest::addColumn<QStringList>("expected");
+        // The "tempo" sentences share the most frequent words; they win and keep their order.
+        QTest::newRow("frequent words, document order")
+            << QStringLiteral("Tempo practice builds steady tempo control. Weather tomorrow looks cloudy overall. Lunch options include soup. "
+                              "Metronome tempo practice keeps tempo honest. Parking downtown costs extra. Slow tempo practice first, then raise the tempo.")
+            << QStringList{QStringLiteral("Tempo practice builds steady tempo control."), QStringLiteral("Metronome tempo practice keeps tempo honest."),
+                           QStringLiteral("Slow tempo practice first, then raise the tempo.")};
+        // Only two sentences carry content: the limit of three is not filled with stop-word lines.
+        QTest::newRow("content-free sentences never chosen")
+            << QStringLiteral("I was there and so were you. Amber basil cedar dune. We would not have been here. Ember fern grove heath.")
+            << QStringList{QStringLiteral("Amber basil cedar dune."), QStringLiteral("Ember fern grove heath.")};
 
         // Every word once: every sentence scores the same, so the first three win.
         QTest::newRow("all tied") << QStringLiteral("Amber basil cedar dune. Ember fern grove heath. "
@@ -181,18 +136,7 @@ private Q_SLOTS:
                               "Ember fern grove heath. Iris jade kelp lotus. So it is, then, xylophone.")
             << QStringList{QStringLiteral("Amber basil cedar dune."), QStringLiteral("Ember fern grove heath."),
                            QStringLiteral("Iris jade kelp lotus.")};
-    }
-
-    void tiesAtTheCutOff() {
-        QFETCH(QString, text);
-        QFETCH(QStringList, expected);
-        QCOMPARE(Summarizer::summarize(text), expected);
-    }
-
-    void stopWordsOnly_data() {
-        QTest::addColumn<QString>("text");
-        QTest::addColumn<QStringList>("expected");
-
+        // Stop words only: the first sentences stand in.
         const QStringList five{QStringLiteral("I was there and so were you."), QStringLiteral("We would not have been here."),
                                QStringLiteral("Yeah, okay, um, it is what it is."), QStringLiteral("You know, they did, uh, well."),
                                QStringLiteral("X y z, a b c, and then some.")};
@@ -204,43 +148,18 @@ private Q_SLOTS:
             << QStringList{QStringLiteral("I don't, you don't."), five.at(0), five.at(1)};
     }
 
-    void stopWordsOnly() {
+    void chosenPoints() {
         QFETCH(QString, text);
         QFETCH(QStringList, expected);
         QCOMPARE(Summarizer::summarize(text), expected);
-    }
-
-    void sentencesWithoutContentAreNeverChosen() {
-        // Only two sentences carry content: the limit of three cannot be filled with stop-word lines.
-        const QString text = QStringLiteral("I was there and so were you. Amber basil cedar dune. "
-                                            "We would not have been here. Ember fern grove heath.");
-        QCOMPARE(Summarizer::summarize(text),
-                 (QStringList{QStringLiteral("Amber basil cedar dune."), QStringLiteral("Ember fern grove heath.")}));
-    }
-
-    void summaryTextMatchesTheLayout() {
-        const QString expected = QStringLiteral("SUMMARY — Guitar Lesson\n"
-                                                "───────────────────────\n"
-                                                "\n"
-                                                "• First chosen sentence.\n"
-                                                "\n"
-                                                "• Second chosen sentence.\n"
-                                                "\n"
-                                                "(2 key points, generated on-device by Vorlix)");
-        QCOMPARE(Summarizer::summaryText(QStringLiteral("Guitar Lesson"),
-                                         {QStringLiteral("First chosen sentence."), QStringLiteral("Second chosen sentence.")}),
-                 expected);
     }
 
     void ruleLength_data() {
         QTest::addColumn<QString>("title");
         QTest::addColumn<int>("rule");
         QTest::newRow("empty") << QString() << 10;
-        QTest::newRow("49") << QString(49, u'x') << 59;
         QTest::newRow("50") << QString(50, u'x') << 60;
         QTest::newRow("60") << QString(60, u'x') << 60;
-        QTest::newRow("200") << QString(200, u'x') << 60;
-        QTest::newRow("accents count once") << QStringLiteral("Cafe\u0301") << 14;
         QTest::newRow("emoji count once") << QStringLiteral("\U0001F3B8 Solo") << 16;
     }
 
@@ -255,14 +174,14 @@ private Q_SLOTS:
     void writeSummaryWritesTheFile() {
         QTemporaryDir dir(TestEnv::root() + QStringLiteral("/summary-XXXXXX"));
         const QString transcript = dir.path() + QStringLiteral("/Guitar Lesson.txt");
-        writeBytes(transcript, QByteArrayLiteral(" First chosen sentence.\n Second chosen sentence.\n"));
+        QVERIFY(TestEnv::writeFile(transcript, QByteArrayLiteral(" First chosen sentence.\n Second chosen sentence.\n")));
         const QString output = dir.path() + QStringLiteral("/Guitar Lesson.summary.txt");
-        writeBytes(output, QByteArrayLiteral("an older summary that must be replaced"));
+        QVERIFY(TestEnv::writeFile(output, QByteArrayLiteral("an older summary that must be replaced")));
 
         const std::optional<QString> written = Summarizer::writeSummary(transcript, QStringLiteral("Guitar Lesson"));
         QVERIFY(written);
         QCOMPARE(*written, output);
-        QCOMPARE(readAll(output), QStringLiteral("SUMMARY — Guitar Lesson\n"
+        QCOMPARE(TestEnv::readFile(output), QStringLiteral("SUMMARY — Guitar Lesson\n"
                                                  "───────────────────────\n\n"
                                                  "• First chosen sentence.\n\n"
                                                  "• Second chosen sentence.\n\n"
@@ -271,20 +190,9 @@ private Q_SLOTS:
         QCOMPARE(TestEnv::filesContaining(dir.path(), QStringLiteral("vorlix")), QStringList());
     }
 
-    void writeSummaryOfOnePoint() {
-        QTemporaryDir dir(TestEnv::root() + QStringLiteral("/summary-XXXXXX"));
-        const QString transcript = dir.path() + QStringLiteral("/one.txt");
-        writeBytes(transcript, QByteArrayLiteral("\xEF\xBB\xBFJust this one sentence here"));
-        const std::optional<QString> written = Summarizer::writeSummary(transcript, QStringLiteral("One"));
-        QVERIFY(written);
-        QVERIFY(readAll(*written).endsWith("\n\n• Just this one sentence here\n\n(1 key points, generated on-device by Vorlix)"));
-        QVERIFY(readAll(*written).startsWith("SUMMARY — One\n"));
-    }
-
     void summaryFileName_data() {
         QTest::addColumn<QString>("transcript");
         QTest::addColumn<QString>("summary");
-        QTest::newRow("plain") << QStringLiteral("Talk.txt") << QStringLiteral("Talk.summary.txt");
         QTest::newRow("dots in the name") << QStringLiteral("v1.2 Talk.final.txt") << QStringLiteral("v1.2 Talk.final.summary.txt");
         QTest::newRow("no extension") << QStringLiteral("notes") << QStringLiteral("notes.summary.txt");
     }
@@ -293,7 +201,7 @@ private Q_SLOTS:
         QFETCH(QString, transcript);
         QFETCH(QString, summary);
         QTemporaryDir dir(TestEnv::root() + QStringLiteral("/summary-XXXXXX"));
-        writeBytes(dir.filePath(transcript), QByteArrayLiteral("A sentence long enough to keep."));
+        QVERIFY(TestEnv::writeFile(dir.filePath(transcript), QByteArrayLiteral("A sentence long enough to keep.")));
         QCOMPARE(Summarizer::writeSummary(dir.filePath(transcript), QStringLiteral("T")), dir.filePath(summary));
         QVERIFY(QFileInfo::exists(dir.filePath(summary)));
     }
@@ -304,9 +212,7 @@ private Q_SLOTS:
         for (int i = 0; i < random.size(); ++i)
             random[i] = char((i * 131 + 7) % 256);
         QTest::newRow("empty") << QByteArray();
-        QTest::newRow("white space and line breaks") << QByteArrayLiteral("  \n\t\r\n  \n");
         QTest::newRow("binary, not UTF-8") << random;
-        QTest::newRow("NUL bytes") << QByteArray(200, '\0');
         QTest::newRow("text with a NUL in it") << QByteArrayLiteral("A perfectly fine sentence.\0 And more text here.");
         QTest::newRow("only short fragments") << QByteArrayLiteral("Hi. Okay. Yes. Sure thing.");
     }
@@ -315,7 +221,7 @@ private Q_SLOTS:
         QFETCH(QByteArray, content);
         QTemporaryDir dir(TestEnv::root() + QStringLiteral("/summary-XXXXXX"));
         const QString transcript = dir.filePath(QStringLiteral("Talk.txt"));
-        writeBytes(transcript, content);
+        QVERIFY(TestEnv::writeFile(transcript, content));
         QCOMPARE(Summarizer::writeSummary(transcript, QStringLiteral("Talk")), std::nullopt);
         QCOMPARE(QDir(dir.path()).entryList(QDir::Files | QDir::Hidden), QStringList{QStringLiteral("Talk.txt")});
     }

@@ -23,31 +23,6 @@
 
 namespace {
 
-QByteArray readAll(const QString &path) {
-    QFile f(path);
-    return f.open(QIODevice::ReadOnly) ? f.readAll() : QByteArray();
-}
-
-bool writeBytes(const QString &path, const QByteArray &bytes) {
-    QDir().mkpath(QFileInfo(path).absolutePath());
-    QFile f(path);
-    return f.open(QIODevice::WriteOnly | QIODevice::Truncate) && f.write(bytes) == bytes.size();
-}
-
-// The error text of a task that should fail; "<no error>" when it succeeded.
-template <typename T> QString failureOf(QCoro::Task<T> task) {
-    try {
-        vtest::await(std::move(task));
-    } catch (const Transcriber::TranscribeError &e) {
-        return e.message();
-    } catch (const Tools::LaunchError &e) {
-        return QStringLiteral("launch: ") + e.message();
-    } catch (const std::exception &e) {
-        return QStringLiteral("unexpected: ") + QString::fromUtf8(e.what());
-    }
-    return QStringLiteral("<no error>");
-}
-
 QStringList temporaryWavs() { return TestEnv::filesContaining(QDir::tempPath(), QStringLiteral("vorlix-whisper-")); }
 
 // A one-answer web server: every request gets the same scripted bytes, then the connection closes.
@@ -145,27 +120,16 @@ private Q_SLOTS:
     void initTestCase() {
         m_site = std::make_unique<FixtureSite>();
         QVERIFY(m_site->isRunning());
-        const QString modelPath = m_site->root() + QStringLiteral("/hf/resolve/main/ggml-tiny.bin");
-        QDir().mkpath(QFileInfo(modelPath).absolutePath());
+        const QString modelPath = m_site->put(QStringLiteral("hf/resolve/main/ggml-tiny.bin"), {});
         QString err;
-        QVERIFY2(TestEnv::runTool(QStringLiteral("python3"),
-                                  {QStringLiteral(VORLIX_FIXTURES_DIR "/analysis_make_ggml_model.py"), modelPath}, &err),
+        QVERIFY2(TestEnv::runTool(QStringLiteral("python3"), {QStringLiteral(VORLIX_FIXTURES_DIR "/analysis_make_ggml_model.py"), modelPath}, &err),
                  qPrintable(err));
-        m_model = readAll(modelPath);
+        m_model = TestEnv::readFile(modelPath);
         QVERIFY(m_model.size() > 100000);
-
         const QString wav = TestEnv::root() + QStringLiteral("/speech.wav");
-        QVERIFY2(TestEnv::runTool(QStringLiteral("espeak-ng"),
-                                  {QStringLiteral("-w"), wav,
-                                   QStringLiteral("Welcome to the lesson. Today we practice the chorus slowly.")},
-                                  &err),
-                 qPrintable(err));
         m_speech = TestEnv::root() + QStringLiteral("/speech.m4a");
-        QVERIFY2(TestEnv::runTool(TestEnv::ffmpeg(), {QStringLiteral("-y"), QStringLiteral("-loglevel"), QStringLiteral("error"),
-                                                      QStringLiteral("-i"), wav, QStringLiteral("-c:a"), QStringLiteral("aac"),
-                                                      m_speech},
-                                  &err),
-                 qPrintable(err));
+        QVERIFY(TestEnv::runTool(QStringLiteral("espeak-ng"), {QStringLiteral("-w"), wav, QStringLiteral("Welcome to the lesson. Today we practice the chorus slowly.")}));
+        QVERIFY(TestEnv::runFfmpeg({QStringLiteral("-i"), wav, QStringLiteral("-c:a"), QStringLiteral("aac"), m_speech}));
         m_stubLog = TestEnv::root() + QStringLiteral("/stubs/whisper-args.txt");
     }
 
@@ -191,7 +155,6 @@ private Q_SLOTS:
         const QUrl source = shared.modelDownloadURL(QStringLiteral("base"));
         QCOMPARE(source.scheme(), QStringLiteral("https"));
         QVERIFY2(source.path().endsWith(QStringLiteral("/resolve/main/ggml-base.bin")), qPrintable(source.toString()));
-        QCOMPARE(shared.isDownloadingModel(), false);
     }
 
     void ensureModel_data() {
@@ -205,8 +168,6 @@ private Q_SLOTS:
             << QString() << redirectTo(QStringLiteral("%SITE%/hf/resolve/main/ggml-tiny.bin")) << true;
         QTest::newRow("redirect to a server error")
             << QString() << redirectTo(QStringLiteral("%SITE%/hf/resolve/main/ggml-tiny.bin?status=500")) << false;
-        QTest::newRow("redirect to a 404")
-            << QString() << redirectTo(QStringLiteral("%SITE%/gone/ggml-tiny.bin")) << false;
         QTest::newRow("connection drops mid-body")
             << QString()
             << QByteArrayLiteral("HTTP/1.1 200 OK\r\nContent-Length: 100000\r\nConnection: close\r\n\r\n") +
@@ -217,8 +178,6 @@ private Q_SLOTS:
             << QByteArrayLiteral("HTTP/1.1 206 Partial Content\r\nContent-Length: 4\r\nContent-Range: bytes 0-3/9000\r\n"
                                  "Connection: close\r\n\r\nggml")
             << false;
-        QTest::newRow("server error without a body")
-            << QString() << QByteArrayLiteral("HTTP/1.1 500 Internal Server Error\r\nConnection: close\r\n\r\n") << false;
     }
 
     void ensureModel() {
@@ -238,41 +197,15 @@ private Q_SLOTS:
         Fixture f = make(repo, QStringLiteral("/bin/true"));
         QSignalSpy downloading(f.transcriber.get(), &Transcriber::isDownloadingModelChanged);
 
-        const QString failure = failureOf(f.transcriber->ensureModel());
-        QCOMPARE(downloading.size(), 2);
-        QCOMPARE(downloading.at(0).at(0).toBool(), true);
-        QCOMPARE(downloading.at(1).at(0).toBool(), false);
+        const QString failure = vtest::failure(f.transcriber->ensureModel());
+        QCOMPARE(downloading.size(), 2); // on, then off
         QCOMPARE(f.transcriber->isDownloadingModel(), false);
         // Nothing half-written is left beside the model, whatever happened.
         QCOMPARE(QDir(f.modelsDir()).entryList(QDir::Files | QDir::Hidden),
                  lands ? QStringList{QStringLiteral("ggml-tiny.bin")} : QStringList());
-        if (lands) {
-            QCOMPARE(failure, QStringLiteral("<no error>"));
-            QVERIFY(readAll(f.transcriber->modelURL()) == m_model);
-            QCOMPARE(f.transcriber->modelDownloadProgress(), 1.0);
-        } else {
-            QCOMPARE(failure, QStringLiteral("Couldn't download the transcription model."));
-            QCOMPARE(f.transcriber->modelDownloadProgress(), 0.0);
-        }
-        if (server)
-            QVERIFY(server->requests() >= 1);
-    }
-
-    void progressMovesDuringARedirectedDownload() {
-        ScriptedServer cdn(redirectTo(m_site->url(QStringLiteral("/hf/resolve/main/ggml-tiny.bin?rate=1000000"))));
-        Fixture f = make(cdn.url(QStringLiteral("/resolve/main/")), QStringLiteral("/bin/true"));
-        QSignalSpy progress(f.transcriber.get(), &Transcriber::modelDownloadProgressChanged);
-
-        QCOMPARE(failureOf(f.transcriber->ensureModel()), QStringLiteral("<no error>"));
-        QVERIFY2(progress.size() >= 3, qPrintable(QString::number(progress.size())));
-        double previous = 0.0;
-        for (const QList<QVariant> &emitted : progress) {
-            const double value = emitted.at(0).toDouble();
-            QVERIFY2(value > previous && value <= 1.0, qPrintable(QString::number(value)));
-            previous = value;
-        }
-        QCOMPARE(previous, 1.0);
-        QVERIFY(readAll(f.transcriber->modelURL()) == m_model);
+        QCOMPARE(failure, lands ? QString() : QStringLiteral("Couldn't download the transcription model."));
+        QCOMPARE(f.transcriber->modelDownloadProgress(), lands ? 1.0 : 0.0);
+        QVERIFY(!lands || TestEnv::readFile(f.transcriber->modelURL()) == m_model);
     }
 
     void concurrentDownloadsShareTheFlag() {
@@ -283,32 +216,32 @@ private Q_SLOTS:
         QCoro::Task<> first = f.transcriber->ensureModel();
         QCoro::Task<> second = f.transcriber->ensureModel();
         QCOMPARE(f.transcriber->isDownloadingModel(), true);
-        QCOMPARE(failureOf(std::move(first)), QStringLiteral("<no error>"));
-        QCOMPARE(failureOf(std::move(second)), QStringLiteral("<no error>"));
+        QCOMPARE(vtest::failure(std::move(first)), QString());
+        QCOMPARE(vtest::failure(std::move(second)), QString());
 
         QVERIFY(cdn.requests() >= 2); // Qt may resend a request on a connection the server closed
         QCOMPARE(downloading.size(), 2);
         QCOMPARE(f.transcriber->isDownloadingModel(), false);
-        QVERIFY(readAll(f.transcriber->modelURL()) == m_model);
+        QVERIFY(TestEnv::readFile(f.transcriber->modelURL()) == m_model);
         QCOMPARE(QDir(f.modelsDir()).entryList(QDir::Files | QDir::Hidden), QStringList{QStringLiteral("ggml-tiny.bin")});
     }
 
     void presentModelMeansNoNetwork() {
         Fixture f = make(repository(), QStringLiteral("/bin/true"));
-        QVERIFY(writeBytes(f.transcriber->modelURL(), QByteArrayLiteral("a model already on disk")));
+        QVERIFY(TestEnv::writeFile(f.transcriber->modelURL(), QByteArrayLiteral("a model already on disk")));
         QSignalSpy downloading(f.transcriber.get(), &Transcriber::isDownloadingModelChanged);
         const int before = modelRequests();
 
-        QCOMPARE(failureOf(f.transcriber->ensureModel()), QStringLiteral("<no error>"));
+        QCOMPARE(vtest::failure(f.transcriber->ensureModel()), QString());
         QCOMPARE(modelRequests(), before);
         QCOMPARE(downloading.size(), 0);
-        QCOMPARE(readAll(f.transcriber->modelURL()), QByteArrayLiteral("a model already on disk"));
+        QCOMPARE(TestEnv::readFile(f.transcriber->modelURL()), QByteArrayLiteral("a model already on disk"));
 
         // An empty file is no model: it is fetched again.
-        QVERIFY(writeBytes(f.transcriber->modelURL(), QByteArray()));
-        QCOMPARE(failureOf(f.transcriber->ensureModel()), QStringLiteral("<no error>"));
+        QVERIFY(TestEnv::writeFile(f.transcriber->modelURL(), QByteArray()));
+        QCOMPARE(vtest::failure(f.transcriber->ensureModel()), QString());
         QCOMPARE(modelRequests(), before + 1);
-        QVERIFY(readAll(f.transcriber->modelURL()) == m_model);
+        QVERIFY(TestEnv::readFile(f.transcriber->modelURL()) == m_model);
     }
 
     void missingWhisperFailsBeforeAnyDownload() {
@@ -316,7 +249,7 @@ private Q_SLOTS:
         QSignalSpy downloading(f.transcriber.get(), &Transcriber::isDownloadingModelChanged);
         const int before = modelRequests();
 
-        QCOMPARE(failureOf(f.transcriber->transcribe(m_speech)),
+        QCOMPARE(vtest::failure(f.transcriber->transcribe(m_speech)),
                  QStringLiteral("whisper-cli not found (brew install whisper-cpp)."));
         QCOMPARE(modelRequests(), before);
         QCOMPARE(downloading.size(), 0);
@@ -331,20 +264,15 @@ private Q_SLOTS:
         const QString media = folder + QStringLiteral("/Talk.m4a");
         QVERIFY(QDir().mkpath(folder));
         QVERIFY(QFile::copy(m_speech, media));
-        QVERIFY(writeBytes(folder + QStringLiteral("/Talk.srt"), QByteArrayLiteral("stale subtitles")));
+        QVERIFY(TestEnv::writeFile(folder + QStringLiteral("/Talk.srt"), QByteArrayLiteral("stale subtitles")));
         const int before = modelRequests();
 
-        QString srt;
-        try {
-            srt = vtest::await(f.transcriber->transcribe(media));
-        } catch (const std::exception &e) {
-            QFAIL(e.what());
-        }
+        const QString srt = vtest::await(f.transcriber->transcribe(media));
         QCOMPARE(srt, folder + QStringLiteral("/Talk.srt"));
         QCOMPARE(modelRequests(), before + 1);
-        QVERIFY(readAll(f.transcriber->modelURL()) == m_model);
+        QVERIFY(TestEnv::readFile(f.transcriber->modelURL()) == m_model);
         // A random-weights model recognizes nothing useful; the files and their shape are what count.
-        const QByteArray subtitles = readAll(srt);
+        const QByteArray subtitles = TestEnv::readFile(srt);
         QVERIFY2(subtitles.contains(" --> "), subtitles.constData());
         QVERIFY(QFileInfo::exists(folder + QStringLiteral("/Talk.txt")));
         QCOMPARE(QDir(folder).entryList(QDir::Files),
@@ -358,27 +286,23 @@ private Q_SLOTS:
         QByteArray garbage(4096, '\0');
         for (int i = 0; i < garbage.size(); ++i)
             garbage[i] = char((i * 7919 + 13) % 251);
-        QVERIFY(writeBytes(f.transcriber->modelURL(), garbage));
+        QVERIFY(TestEnv::writeFile(f.transcriber->modelURL(), garbage));
         const QString media = f.dir->path() + QStringLiteral("/Talk.m4a");
         QVERIFY(QFile::copy(m_speech, media));
 
-        const QString failure = failureOf(f.transcriber->transcribe(media));
+        const QString failure = vtest::failure(f.transcriber->transcribe(media));
         const QString prefix = QStringLiteral("Transcription failed: ");
         QVERIFY2(failure.startsWith(prefix), qPrintable(failure));
         const QString tail = failure.mid(prefix.size());
-        QVERIFY(!tail.trimmed().isEmpty());
-        QVERIFY(tail.size() <= 200);
-        QVERIFY2(tail.contains(QStringLiteral("failed to initialize whisper context")), qPrintable(tail));
+        QVERIFY2(tail.size() <= 200 && tail.contains(QStringLiteral("failed to initialize whisper context")), qPrintable(tail));
         QVERIFY(!QFileInfo::exists(f.dir->path() + QStringLiteral("/Talk.srt")));
     }
 
     void recognizerCommandLine_data() {
         QTest::addColumn<QString>("mediaName");
         QTest::addColumn<QString>("base");
-        QTest::newRow("extension") << QStringLiteral("Talk.mp4") << QStringLiteral("Talk");
         QTest::newRow("dots in the name") << QStringLiteral("Live 1.5 Talk.final.mkv") << QStringLiteral("Live 1.5 Talk.final");
         QTest::newRow("no extension") << QStringLiteral("Talk") << QStringLiteral("Talk");
-        QTest::newRow("hidden file") << QStringLiteral(".Talk") << QStringLiteral(".Talk");
     }
 
     void recognizerCommandLine() {
@@ -386,12 +310,12 @@ private Q_SLOTS:
         QFETCH(QString, base);
         const QString whisper = stubWhisper(QStringLiteral("echo '1' > \"$base.srt\"; echo text > \"$base.txt\"\n"));
         Fixture f = make(repository(), whisper);
-        QVERIFY(writeBytes(f.transcriber->modelURL(), QByteArrayLiteral("model")));
+        QVERIFY(TestEnv::writeFile(f.transcriber->modelURL(), QByteArrayLiteral("model")));
         const QString media = f.dir->path() + u'/' + mediaName;
         QVERIFY(QFile::copy(m_speech, media));
 
         QCOMPARE(vtest::await(f.transcriber->transcribe(media)), f.dir->path() + u'/' + base + QStringLiteral(".srt"));
-        const QStringList args = QString::fromUtf8(readAll(m_stubLog)).split(u'\n', Qt::SkipEmptyParts);
+        const QStringList args = QString::fromUtf8(TestEnv::readFile(m_stubLog)).split(u'\n', Qt::SkipEmptyParts);
         QCOMPARE(args.size(), 8);
         const QRegularExpression wavName(QStringLiteral("^") + QRegularExpression::escape(QDir::tempPath()) +
                                          QStringLiteral("/vorlix-whisper-[0-9A-F]{8}(-[0-9A-F]{4}){3}-[0-9A-F]{12}\\.wav$"));
@@ -401,10 +325,8 @@ private Q_SLOTS:
                                     f.dir->path() + u'/' + base}));
 
         // The recognizer was handed 16 kHz mono PCM.
-        const QByteArray wav = readAll(m_stubLog + QStringLiteral(".wav"));
-        QVERIFY(wav.size() > 44);
-        QCOMPARE(wav.mid(0, 4), QByteArrayLiteral("RIFF"));
-        QCOMPARE(wav.mid(8, 8), QByteArrayLiteral("WAVEfmt "));
+        const QByteArray wav = TestEnv::readFile(m_stubLog + QStringLiteral(".wav"));
+        QVERIFY(wav.size() > 44 && wav.startsWith("RIFF") && wav.mid(8, 8) == "WAVEfmt ");
         QCOMPARE(qFromLittleEndian<quint16>(wav.constData() + 22), quint16(1));
         QCOMPARE(qFromLittleEndian<quint32>(wav.constData() + 24), quint32(16000));
     }
@@ -417,14 +339,9 @@ private Q_SLOTS:
         QTest::newRow("long error output keeps its last 200 characters")
             << QStringLiteral("printf 'HEAD%s' '%1' >&2; printf '%2' >&2; exit 3\n").arg(QString(96, u'x'), digits)
             << QStringLiteral("Transcription failed: ") + digits;
-        QTest::newRow("short error output whole")
-            << QStringLiteral("printf 'error: bad audio\\n' >&2; exit 1\n")
-            << QStringLiteral("Transcription failed: error: bad audio\n");
         QTest::newRow("exit 0 without subtitles")
             << QStringLiteral("echo text > \"$base.txt\"; printf 'no srt' >&2; exit 0\n")
             << QStringLiteral("Transcription failed: no srt");
-        QTest::newRow("subtitles but a failing exit")
-            << QStringLiteral("echo 1 > \"$base.srt\"; exit 2\n") << QStringLiteral("Transcription failed: ");
         QTest::newRow("killed by a signal")
             << QStringLiteral("printf 'bye' >&2; kill -9 $$\n") << QStringLiteral("Transcription failed: bye");
         QTest::newRow("multi-byte characters are not cut in half")
@@ -436,11 +353,11 @@ private Q_SLOTS:
         QFETCH(QString, behaviour);
         QFETCH(QString, expected);
         Fixture f = make(repository(), stubWhisper(behaviour));
-        QVERIFY(writeBytes(f.transcriber->modelURL(), QByteArrayLiteral("model")));
+        QVERIFY(TestEnv::writeFile(f.transcriber->modelURL(), QByteArrayLiteral("model")));
         const QString media = f.dir->path() + QStringLiteral("/Talk.m4a");
         QVERIFY(QFile::copy(m_speech, media));
 
-        QCOMPARE(failureOf(f.transcriber->transcribe(media)), expected);
+        QCOMPARE(vtest::failure(f.transcriber->transcribe(media)), expected);
         QVERIFY(QFileInfo::exists(m_stubLog)); // the recognizer did run
     }
 
@@ -459,33 +376,32 @@ private Q_SLOTS:
         QFETCH(QByteArray, content);
         QFETCH(bool, hasFfmpeg);
         Fixture f = make(repository(), stubWhisper(QStringLiteral("exit 0\n")), hasFfmpeg ? TestEnv::ffmpeg() : QString());
-        QVERIFY(writeBytes(f.transcriber->modelURL(), QByteArrayLiteral("model")));
+        QVERIFY(TestEnv::writeFile(f.transcriber->modelURL(), QByteArrayLiteral("model")));
         const QString path = f.dir->path() + u'/' + media;
         if (content == "copy")
             QVERIFY(QFile::copy(m_speech, path));
         else if (!content.isNull())
-            QVERIFY(writeBytes(path, content));
+            QVERIFY(TestEnv::writeFile(path, content));
 
-        QCOMPARE(failureOf(f.transcriber->transcribe(path)), QStringLiteral("Couldn't convert audio for transcription."));
+        QCOMPARE(vtest::failure(f.transcriber->transcribe(path)), QStringLiteral("Couldn't convert audio for transcription."));
         QVERIFY(!QFileInfo::exists(m_stubLog)); // the recognizer never ran
     }
 
     void unavailableModelStopsBeforeConversion() {
         // A model that cannot be fetched stops the call before any conversion starts.
         Fixture f = make(m_site->url(QStringLiteral("/nothing/resolve/main/")), stubWhisper(QStringLiteral("exit 0\n")));
-        QCOMPARE(failureOf(f.transcriber->transcribe(m_speech)), QStringLiteral("Couldn't download the transcription model."));
+        QCOMPARE(vtest::failure(f.transcriber->transcribe(m_speech)), QStringLiteral("Couldn't download the transcription model."));
         QVERIFY(!QFileInfo::exists(m_stubLog));
         QVERIFY(!QFileInfo::exists(f.transcriber->modelURL()));
     }
 
     void recognizerThatCannotStartPassesTheLaunchErrorOn() {
         const QString notExecutable = TestEnv::root() + QStringLiteral("/stubs/not-executable");
-        QVERIFY(writeBytes(notExecutable, QByteArrayLiteral("#!/bin/sh\nexit 0\n")));
+        QVERIFY(TestEnv::writeFile(notExecutable, QByteArrayLiteral("#!/bin/sh\nexit 0\n")));
         Fixture f = make(repository(), notExecutable);
-        QVERIFY(writeBytes(f.transcriber->modelURL(), QByteArrayLiteral("model")));
+        QVERIFY(TestEnv::writeFile(f.transcriber->modelURL(), QByteArrayLiteral("model")));
 
-        const QString failure = failureOf(f.transcriber->transcribe(m_speech));
-        QVERIFY2(failure.startsWith(QStringLiteral("launch: ")), qPrintable(failure));
+        QCOMPARE(vtest::failure(f.transcriber->transcribe(m_speech)), QStringLiteral("Permission denied"));
     }
 };
 

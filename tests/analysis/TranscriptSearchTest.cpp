@@ -53,91 +53,53 @@ class TranscriptSearchTest : public QObject {
     Q_OBJECT
 
 private Q_SLOTS:
-    void srtTimestamps_data() {
-        QTest::addColumn<QString>("text");
-        QTest::addColumn<double>("expected"); // negative: none
-        QTest::newRow("comma millis") << QStringLiteral("00:00:01,000") << 1.0;
-        QTest::newRow("dot millis") << QStringLiteral("00:01:02.500") << 62.5;
-        QTest::newRow("hours") << QStringLiteral("01:02:05,250") << 3725.25;
-        QTest::newRow("unpadded") << QStringLiteral("1:2:3") << 3723.0;
-        QTest::newRow("two parts") << QStringLiteral("01:02") << -1.0;
-        QTest::newRow("four parts") << QStringLiteral("00:00:01:02") << -1.0;
-        QTest::newRow("empty pieces dropped") << QStringLiteral("00::01:02") << 62.0;
-        QTest::newRow("garbage piece dropped") << QStringLiteral("00:xx:01:02") << 62.0;
-        QTest::newRow("words") << QStringLiteral("soon") << -1.0;
-    }
     void srtTimestamps() {
-        QFETCH(QString, text);
-        QFETCH(double, expected);
-        const auto value = TranscriptSearch::seconds(text);
-        if (expected < 0) {
-            QVERIFY(!value);
-        } else {
-            QVERIFY(value);
-            QCOMPARE(*value, expected);
-        }
+        QCOMPARE(TranscriptSearch::seconds(QStringLiteral("00:00:01,000")), std::optional<double>(1.0));
+        QCOMPARE(TranscriptSearch::seconds(QStringLiteral("01:02:05,250")), std::optional<double>(3725.25));
+        QCOMPARE(TranscriptSearch::seconds(QStringLiteral("01:02")), std::nullopt);
+        QCOMPARE(TranscriptSearch::seconds(QStringLiteral("00::01:02")), std::optional<double>(62.0));   // empty pieces dropped
+        QCOMPARE(TranscriptSearch::seconds(QStringLiteral("00:xx:01:02")), std::optional<double>(62.0)); // so are unreadable ones
     }
 
     void cuesAreParsedAndMatched_data() {
         QTest::addColumn<QByteArray>("content");
         QTest::addColumn<QString>("query");
-        QTest::addColumn<QStringList>("texts");
-        QTest::addColumn<QList<double>>("starts");
+        QTest::addColumn<QStringList>("expected"); // "<start> <text>" per hit
 
         const QByteArray two = cue(1, 1, 4, QStringLiteral("Let's talk about\nchord voicing")) +
                                cue(2, 5, 7, QStringLiteral("and rhythm")) +
                                cue(3, 3725.25, 3726, QStringLiteral("more Chord shapes"));
-        QTest::newRow("case ignored, lines joined") << two << QStringLiteral("Chord")
-                                                    << QStringList{QStringLiteral("Let's talk about chord voicing"),
-                                                                   QStringLiteral("more Chord shapes")}
-                                                    << QList<double>{1.0, 3725.25};
-        QTest::newRow("no match") << two << QStringLiteral("banjo") << QStringList{} << QList<double>{};
+        const QStringList both{QStringLiteral("1 Let's talk about chord voicing"), QStringLiteral("3725.25 more Chord shapes")};
+        QTest::newRow("case ignored, lines joined") << two << QStringLiteral("Chord") << both;
         QByteArray crlf = two;
         crlf.replace("\n", "\r\n");
-        QTest::newRow("CRLF line ends") << crlf << QStringLiteral("chord")
-                                        << QStringList{QStringLiteral("Let's talk about chord voicing"),
-                                                       QStringLiteral("more Chord shapes")}
-                                        << QList<double>{1.0, 3725.25};
+        QTest::newRow("CRLF line ends") << crlf << QStringLiteral("chord") << both;
         const QByteArray malformed = QByteArray("1\nchord without a time line\n\n") + "2\n00:00:02,000 --> \nchord\n\n" +
                                      "3\n00:00:xx --> 00:00:04,000\nchord\n\n" + "chord alone\n\n" +
                                      "4\n00:00:01 --> 00:00:02 --> 00:00:03\nchord\n\n" +
                                      cue(5, 9, 10, QStringLiteral("  the good chord  "));
         QTest::newRow("malformed cues skipped") << malformed << QStringLiteral("chord")
-                                                << QStringList{QStringLiteral("the good chord")} << QList<double>{9.0};
-        QTest::newRow("index line ignored") << cue(42, 1, 2, QStringLiteral("forty")) << QStringLiteral("42")
-                                            << QStringList{} << QList<double>{};
-        QTest::newRow("non-ASCII text and query")
-            << cue(1, 2, 3, QStringLiteral("Über die Straße")) << QStringLiteral("über") << QStringList{QStringLiteral("Über die Straße")}
-            << QList<double>{2.0};
+                                                << QStringList{QStringLiteral("9 the good chord")};
         // Case folding maps these two non-ASCII letters onto ASCII ones.
         QTest::newRow("Kelvin sign matches k") << cue(1, 2, 3, QStringLiteral("20 \u212Aelvin")) << QStringLiteral("kelvin")
-                                               << QStringList{QStringLiteral("20 \u212Aelvin")} << QList<double>{2.0};
-        QTest::newRow("ASCII query, other non-ASCII text")
-            << cue(1, 2, 3, QStringLiteral("caf\u00e9 MOOD")) << QStringLiteral("mood")
-            << QStringList{QStringLiteral("caf\u00e9 MOOD")} << QList<double>{2.0};
+                                               << QStringList{QStringLiteral("2 20 \u212Aelvin")};
         QTest::newRow("binary garbage") << QByteArray("\xff\xfe\x00\x01chord\x80\x81\n\n\xc3\x28", 14)
-                                        << QStringLiteral("chord") << QStringList{} << QList<double>{};
+                                        << QStringLiteral("chord") << QStringList{};
     }
     void cuesAreParsedAndMatched() {
         QFETCH(QByteArray, content);
         QFETCH(QString, query);
-        QFETCH(QStringList, texts);
-        QFETCH(QList<double>, starts);
+        QFETCH(QStringList, expected);
         QTemporaryDir dir;
         const QString srt = dir.filePath(QStringLiteral("Talk.srt"));
         write(srt, content);
         const QList<Hit> hits = TranscriptSearch::matches(query, srt);
-        QStringList gotTexts;
-        QList<double> gotStarts;
+        QStringList got;
         for (const Hit &hit : hits) {
-            gotTexts << hit.text;
-            gotStarts << hit.start;
-            QCOMPARE(hit.srtFile, srt);
-            QVERIFY(!hit.videoFile);
-            QCOMPARE(hit.videoName, QStringLiteral("Talk"));
+            got << QString::number(hit.start) + u' ' + hit.text;
+            QVERIFY(hit.srtFile == srt && !hit.videoFile && hit.videoName == QStringLiteral("Talk"));
         }
-        QCOMPARE(gotTexts, texts);
-        QCOMPARE(gotStarts, starts);
+        QCOMPARE(got, expected);
     }
 
     void cueEndAndIdentity() {
@@ -164,11 +126,7 @@ private Q_SLOTS:
         QTest::addColumn<QStringList>("present");
         QTest::addColumn<QString>("expected");
         QTest::newRow("mkv before mp3") << QStringList{QStringLiteral("mp3"), QStringLiteral("mkv")} << QStringLiteral("mkv");
-        QTest::newRow("mp4 first") << QStringList{QStringLiteral("webm"), QStringLiteral("mp4"), QStringLiteral("mov")}
-                                   << QStringLiteral("mp4");
-        QTest::newRow("audio only") << QStringList{QStringLiteral("m4a")} << QStringLiteral("m4a");
         QTest::newRow("unknown extension") << QStringList{QStringLiteral("avi")} << QString();
-        QTest::newRow("nothing") << QStringList{} << QString();
     }
     void siblingMediaPreferenceOrder() {
         QFETCH(QStringList, present);
@@ -179,11 +137,7 @@ private Q_SLOTS:
         for (const QString &ext : present)
             touch(dir.filePath(QStringLiteral("Talk.") + ext));
         const auto media = TranscriptSearch::siblingMedia(srt);
-        if (expected.isEmpty()) {
-            QVERIFY(!media);
-        } else {
-            QCOMPARE(media.value_or(QString()), dir.filePath(QStringLiteral("Talk.") + expected));
-        }
+        QCOMPARE(media.value_or(QString()), expected.isEmpty() ? QString() : dir.filePath(QStringLiteral("Talk.") + expected));
         // The display name follows the media file when there is one.
         const QList<Hit> hits = TranscriptSearch::matches(QStringLiteral("hello"), srt);
         QCOMPARE(hits.size(), 1);
@@ -253,9 +207,7 @@ private Q_SLOTS:
         QTest::addColumn<QString>("query");
         QTest::addColumn<QString>("folder");
         QTest::newRow("one character") << QStringLiteral("a") << QStringLiteral("existing");
-        QTest::newRow("one character padded") << QStringLiteral(" \ta \t") << QStringLiteral("existing");
         QTest::newRow("missing folder") << QStringLiteral("hello") << QStringLiteral("/nonexistent/vorlix-nowhere");
-        QTest::newRow("empty folder") << QStringLiteral("hello") << QString();
     }
     void shortOrMissingInputsGiveNothing() {
         QFETCH(QString, query);
@@ -267,25 +219,10 @@ private Q_SLOTS:
         QVERIFY(TranscriptSearch::search(query, folder).isEmpty());
     }
 
-    void manyEntriesInOneFolder() {
-        QTemporaryDir dir;
-        const QString crowded = dir.filePath(QStringLiteral("crowded"));
-        QDir().mkpath(crowded);
-        for (int i = 0; i < 50000; ++i) {
-            QFile f(crowded + QStringLiteral("/f%1.jpg").arg(i));
-            QVERIFY(f.open(QIODevice::WriteOnly));
-        }
-        write(crowded + QStringLiteral("/talk.srt"), cue(1, 1, 2, QStringLiteral("lonely needle")));
-        const QList<Hit> hits = TranscriptSearch::search(QStringLiteral("needle"), dir.path());
-        QCOMPARE(hits.size(), 1);
-    }
-
     void clipNames_data() {
         QTest::addColumn<QString>("text");
         QTest::addColumn<double>("start");
         QTest::addColumn<QString>("expected");
-        QTest::newRow("minutes") << QStringLiteral("chord voicing") << 65.0
-                                 << QStringLiteral("Guitar Talk — “chord voicing” @ 1m05s.mp4");
         QTest::newRow("slash and colon") << QStringLiteral("AC/DC: live") << 5.9
                                          << QStringLiteral("Guitar Talk — “AC-DC- live” @ 0m05s.mp4");
         QTest::newRow("hours") << QStringLiteral("late") << 3725.0 << QStringLiteral("Guitar Talk — “late” @ 1m02m05s.mp4");

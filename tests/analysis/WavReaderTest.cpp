@@ -46,13 +46,8 @@ QByteArray pcm(const QList<qint16> &values) {
 QByteArray riff(const QByteArray &chunks) { return "RIFF" + le32(quint32(4 + chunks.size())) + "WAVE" + chunks; }
 
 QString writeFile(const QString &name, const QByteArray &bytes) {
-    const QString dir = TestEnv::root() + QStringLiteral("/wav");
-    QDir().mkpath(dir);
-    QFile f(dir + u'/' + name);
-    if (!f.open(QIODevice::WriteOnly | QIODevice::Truncate))
-        return {};
-    f.write(bytes);
-    return f.fileName();
+    const QString path = TestEnv::root() + QStringLiteral("/wav/") + name;
+    return TestEnv::writeFile(path, bytes) ? path : QString();
 }
 
 QList<float> floats(const QList<qint16> &values) {
@@ -77,15 +72,10 @@ private Q_SLOTS:
         QTest::newRow("fmt then data") << riff(fmtChunk() + chunk("data", pcm(extremes))) << true << floats(extremes);
         QTest::newRow("odd LIST chunk padded before data")
             << riff(fmtChunk() + chunk("LIST", "INFOx") + chunk("data", pcm({100, -200}))) << true << floats({100, -200});
-        QTest::newRow("data right after the header, no fmt")
-            << riff(chunk("data", pcm({7, 8, 9, 10, 11, 12, 13, 14, 15, 16, 17, 18, 19}))) << true
-            << floats({7, 8, 9, 10, 11, 12, 13, 14, 15, 16, 17, 18, 19});
         QTest::newRow("data size past the end is clipped")
             << riff(fmtChunk() + chunk("data", pcm({5, 6, 7}), 100000)) << true << floats({5, 6, 7});
         QTest::newRow("trailing odd byte ignored")
             << riff(fmtChunk() + chunk("data", pcm({5, 6}) + 'x', std::nullopt, false)) << true << floats({5, 6});
-        QTest::newRow("trailing chunk after data not read as samples")
-            << riff(fmtChunk() + chunk("data", pcm({1, 2})) + chunk("LIST", "abcd")) << true << floats({1, 2});
         QTest::newRow("44 bytes: header with empty data") << riff(fmtChunk() + chunk("data", {})) << false << QList<float>();
         QTest::newRow("45 bytes: one odd data byte")
             << riff(fmtChunk() + chunk("data", "x", std::nullopt, false)) << true << QList<float>();
@@ -95,7 +85,6 @@ private Q_SLOTS:
         QTest::newRow("largest chunk size does not wrap around")
             << riff(fmtChunk() + chunk("LIST", "ab", 0xFFFFFFFFu) + chunk("data", pcm({1, 2, 3}))) << false
             << QList<float>();
-        QTest::newRow("no data chunk") << riff(fmtChunk() + chunk("LIST", QByteArray(40, 'z'))) << false << QList<float>();
         QTest::newRow("zero-length file") << QByteArray() << false << QList<float>();
         QTest::newRow("text, not a WAV") << QByteArray("just some words, nothing like a RIFF header at all, really") << false
                                          << QList<float>();

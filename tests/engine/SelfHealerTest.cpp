@@ -15,19 +15,8 @@
 #include <memory>
 
 namespace {
-
-QStringList lines(const QString &path) {
-    QFile f(path);
-    if (!f.open(QIODevice::ReadOnly))
-        return {};
-    return QString::fromUtf8(f.readAll()).split(u'\n', Qt::SkipEmptyParts);
-}
-
 // Single-quoted for /bin/sh.
-QString quoted(const QString &text) {
-    return u'\'' + QString(text).replace(QStringLiteral("'"), QStringLiteral("'\\''")) + u'\'';
-}
-
+QString quoted(const QString &text) { return u'\'' + QString(text).replace(QStringLiteral("'"), QStringLiteral("'\\''")) + u'\''; }
 } // namespace
 
 class SelfHealerTest : public QObject {
@@ -65,7 +54,8 @@ class SelfHealerTest : public QObject {
         QVERIFY(!TestEnv::writeScript(m_tool, body).isEmpty());
     }
 
-    int calls(const QString &argument) const { return int(lines(m_log).count(argument)); }
+    QStringList calls() const { return QString::fromUtf8(TestEnv::readFile(m_log)).split(u'\n', Qt::SkipEmptyParts); }
+    int calls(const QString &argument) const { return int(calls().count(argument)); }
 
 private Q_SLOTS:
     void init() {
@@ -90,8 +80,6 @@ private Q_SLOTS:
                                  << 0 << QStringLiteral("Engine updated") << true;
         QTest::newRow("updated, told on stderr, bad status")
             << QString() << QStringLiteral("Updated yt-dlp to 2025.02.01") << 1 << QStringLiteral("Engine updated") << true;
-        QTest::newRow("phrase split across the two streams")
-            << QStringLiteral("yt-dlp is up") << QStringLiteral(" to date") << 0 << QStringLiteral("Engine up to date") << false;
         QTest::newRow("both phrases: the update wins")
             << QStringLiteral("yt-dlp is up to date\nUpdated yt-dlp to 2") << QString() << 0 << QStringLiteral("Engine updated")
             << true;
@@ -99,7 +87,6 @@ private Q_SLOTS:
                                               << QStringLiteral("Update check finished") << false;
         QTest::newRow("phrases are case-sensitive") << QStringLiteral("YT-DLP IS UP TO DATE; updated YT-DLP TO 2") << QString()
                                                    << 0 << QStringLiteral("Update check finished") << false;
-        QTest::newRow("silent success") << QString() << QString() << 0 << QStringLiteral("Update check finished") << false;
     }
 
     void updateOutcomes() {
@@ -116,37 +103,28 @@ private Q_SLOTS:
 
         QCOMPARE(vtest::await(healer->updateEngine()), updated);
         QCOMPARE(healer->lastUpdateResult(), std::optional<QString>(result));
-        QCOMPARE(healer->property("lastUpdateResult").toString(), result);
         QVERIFY(!healer->isUpdating());
         QCOMPARE(updating.count(), 2); // on, then off
         QCOMPARE(results.count(), 1);
         QCOMPARE(m_settings->lastEngineUpdateCheck(), m_now);
         // The version is asked again after every update.
-        QCOMPARE(lines(m_log), (QStringList{QStringLiteral("-U"), QStringLiteral("--version")}));
+        QCOMPARE(calls(), (QStringList{QStringLiteral("-U"), QStringLiteral("--version")}));
         QCOMPARE(healer->engineVersion(), QStringLiteral("2025.02.01"));
     }
 
-    void versionQuery_data() {
-        QTest::addColumn<QString>("printed");
-        QTest::addColumn<int>("status");
-        QTest::addColumn<QString>("expected");
-        QTest::newRow("trimmed") << QStringLiteral(" \n2025.01.01\r\n\n") << 0 << QStringLiteral("2025.01.01");
-        QTest::newRow("failing status") << QStringLiteral("2025.01.01") << 1 << QStringLiteral("not found");
-    }
-
     void versionQuery() {
-        QFETCH(QString, printed);
-        QFETCH(int, status);
-        QFETCH(QString, expected);
-        writeDownloader(printed, QString(), QString(), 0, 0, QString(), status);
+        writeDownloader(QStringLiteral(" \n2025.01.01\r\n\n"), QString());
         auto healer = makeHealer(m_tool);
         QCOMPARE(healer->engineVersion(), QStringLiteral("\u2026"));
         QSignalSpy changed(healer.get(), &SelfHealer::engineVersionChanged);
         vtest::await(healer->refreshVersion());
-        QCOMPARE(healer->engineVersion(), expected);
-        QCOMPARE(changed.count(), 1);
+        QCOMPARE(healer->engineVersion(), QStringLiteral("2025.01.01"));
         vtest::await(healer->refreshVersion());
         QCOMPARE(changed.count(), 1); // no news, no signal
+
+        writeDownloader(QStringLiteral("2025.01.01"), QString(), QString(), 0, 0, QString(), 1);
+        vtest::await(healer->refreshVersion());
+        QCOMPARE(healer->engineVersion(), QStringLiteral("not found")); // a failing status
     }
 
     void missingDownloader() {
@@ -155,7 +133,6 @@ private Q_SLOTS:
         QCOMPARE(healer->engineVersion(), QStringLiteral("not found"));
         QCOMPARE(vtest::await(healer->updateEngine()), false);
         QCOMPARE(healer->lastUpdateResult(), std::optional<QString>(QStringLiteral("Update check failed")));
-        QVERIFY(!healer->isUpdating());
         QCOMPARE(m_settings->lastEngineUpdateCheck(), m_now); // the attempt still counts
     }
 
@@ -188,7 +165,6 @@ private Q_SLOTS:
         QTest::addColumn<bool>("updates");
         QTest::newRow("exactly a day") << 86400.0 << false;
         QTest::newRow("a day and a second") << 86401.0 << true;
-        QTest::newRow("an hour") << 3600.0 << false;
         QTest::newRow("clock set back") << -5000.0 << false;
     }
 

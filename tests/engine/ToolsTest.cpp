@@ -14,7 +14,6 @@
 #include <QTest>
 
 #include <csignal>
-#include <vector>
 #include <sys/stat.h>
 #include <utime.h>
 
@@ -23,32 +22,13 @@ Tools::RunResult runSync(const QString &exe, const QStringList &args, double tim
     return vtest::await(Tools::run(exe, args, timeout));
 }
 
-QString launchError(const QString &exe) {
-    try {
-        runSync(exe, {});
-    } catch (const Tools::LaunchError &e) {
-        return e.message();
-    }
-    return QStringLiteral("<no error>");
-}
-
+// Writes an owner-executable file with the given modification time.
 void writeFile(const QString &path, const QByteArray &content, qint64 mtime) {
-    QDir().mkpath(QFileInfo(path).absolutePath());
-    QFile f(path);
-    QVERIFY(f.open(QIODevice::WriteOnly | QIODevice::Truncate));
-    f.write(content);
-    f.close();
-    f.setPermissions(QFileDevice::ReadOwner | QFileDevice::WriteOwner | QFileDevice::ExeOwner);
+    QVERIFY(TestEnv::writeFile(path, content));
+    QFile::setPermissions(path, QFileDevice::ReadOwner | QFileDevice::WriteOwner | QFileDevice::ExeOwner);
     struct utimbuf times { mtime, mtime };
     QCOMPARE(::utime(QFile::encodeName(path).constData(), &times), 0);
 }
-
-QByteArray contents(const QString &path) {
-    QFile f(path);
-    return f.open(QIODevice::ReadOnly) ? f.readAll() : QByteArray();
-}
-
-bool processAlive(qint64 pid) { return ::kill(pid_t(pid), 0) == 0; }
 } // namespace
 
 class ToolsTest : public QObject {
@@ -56,22 +36,19 @@ class ToolsTest : public QObject {
     const QString sh = QStringLiteral("/bin/sh");
 
 private Q_SLOTS:
-    void runDrainsLargeStderrWithoutDeadlock() {
-        const QStringList args{QStringLiteral("-c"),
-                               QStringLiteral("head -c 6000000 /dev/zero | tr '\\000' e >&2; printf out")};
-        const auto r = runSync(sh, args);
-        QCOMPARE(r.status, 0);
+    void runKeepsArgumentsAndOutputsWhole() {
+        // Several megabytes on stderr and nothing else must not deadlock.
+        auto r = runSync(sh, {QStringLiteral("-c"), QStringLiteral("head -c 6000000 /dev/zero | tr '\\000' e >&2; printf out")});
         QCOMPARE(r.stderrText.size(), 6000000);
         QCOMPARE(r.stdoutText, QStringLiteral("out"));
-    }
-
-    void runPassesArgumentsVerbatim() {
-        const QStringList args{QStringLiteral("-c"), QStringLiteral("for a in \"$@\"; do printf '[%s]' \"$a\"; done; exit 4"),
-                               QStringLiteral("x"), QStringLiteral("two words"), QString(), QStringLiteral("'\"$HOME\"'"),
-                               QStringLiteral("ü·…")};
-        const auto r = runSync(sh, args);
+        r = runSync(sh, {QStringLiteral("-c"), QStringLiteral("for a in \"$@\"; do printf '[%s]' \"$a\"; done; exit 4"), QStringLiteral("x"),
+                         QStringLiteral("two words"), QString(), QStringLiteral("'\"$HOME\"'"), QStringLiteral("ü·…")});
         QCOMPARE(r.status, 4);
         QCOMPARE(r.stdoutText, QStringLiteral("[two words][]['\"$HOME\"'][ü·…]"));
+        // Invalid UTF-8 empties only its own stream.
+        r = runSync(sh, {QStringLiteral("-c"), QStringLiteral("printf 'ok\\377' ; printf 'fine' >&2")});
+        QCOMPARE(r.stdoutText, QString());
+        QCOMPARE(r.stderrText, QStringLiteral("fine"));
     }
 
     void timeoutTerminatesTheWholeGroup() {
@@ -82,9 +59,9 @@ private Q_SLOTS:
         const auto r = runSync(sh, args, 0.5);
         QCOMPARE(r.status, 15);
         QVERIFY2(clock.elapsed() < 10000, "the run should end soon after its time-out");
-        const qint64 grandchild = contents(pidFile).trimmed().toLongLong();
+        const qint64 grandchild = TestEnv::readFile(pidFile).trimmed().toLongLong();
         QVERIFY(grandchild > 0);
-        QTRY_VERIFY_WITH_TIMEOUT(!processAlive(grandchild), 5000);
+        QTRY_VERIFY_WITH_TIMEOUT(::kill(pid_t(grandchild), 0) != 0, 5000);
     }
 
     void childExitingEarlyIsNeverSignalled() {
@@ -96,14 +73,8 @@ private Q_SLOTS:
         QVERIFY(!QFile::exists(marker));
     }
 
-    void invalidUtf8EmptiesOnlyThatStream() {
-        const QStringList args{QStringLiteral("-c"), QStringLiteral("printf 'ok\\377' ; printf 'fine' >&2")};
-        const auto r = runSync(sh, args);
-        QCOMPARE(r.stdoutText, QString());
-        QCOMPARE(r.stderrText, QStringLiteral("fine"));
-    }
-
     void launchFailuresCarryThePlatformText() {
+        const auto launchError = [](const QString &exe) { return vtest::failure(Tools::run(exe, {}, 30)); };
         QCOMPARE(launchError(TestEnv::root() + QStringLiteral("/missing-tool")), QStringLiteral("No such file or directory"));
         const QString plain = TestEnv::root() + QStringLiteral("/not-executable");
         writeFile(plain, "#!/bin/sh\n", 1000);
@@ -113,48 +84,34 @@ private Q_SLOTS:
         QCOMPARE(launchError(TestEnv::root()), QStringLiteral("Permission denied"));
     }
 
-    void concurrentRunsKeepTheirOwnOutput() {
-        std::vector<QCoro::Task<Tools::RunResult>> tasks;
-        for (int i = 0; i < 8; ++i) {
-            const QStringList args{QStringLiteral("-c"), QStringLiteral("sleep 0.%1; echo %1").arg(8 - i)};
-            tasks.push_back(Tools::run(sh, args, 10));
-        }
-        for (int i = 0; i < 8; ++i)
-            QCOMPARE(vtest::await(std::move(tasks[size_t(i)])).stdoutText, QString::number(8 - i) + u'\n');
-    }
-
     void installRules() {
         QTemporaryDir dir;
-        Tools::Layout layout;
-        layout.packagedDir = dir.path() + QStringLiteral("/pkg");
-        layout.toolDir = dir.path() + QStringLiteral("/support/Vorlix/bin");
-
-        writeFile(layout.packagedDir + QStringLiteral("/yt-dlp"), "ytdlp-v2", 2000);
-        writeFile(layout.packagedDir + QStringLiteral("/ffmpeg"), "ffmpeg-v2", 2000);
-        writeFile(layout.packagedDir + QStringLiteral("/whisper-cli"), "whisper-v1", 1000);
-        QFile::setPermissions(layout.packagedDir + QStringLiteral("/ffmpeg"), QFileDevice::ReadOwner);
+        const Tools::Layout layout{dir.path() + QStringLiteral("/support/Vorlix/bin"), dir.path() + QStringLiteral("/pkg"), {}};
+        const auto pkg = [&](const char *name) -> QString { return layout.packagedDir + u'/' + QLatin1String(name); };
+        const auto installed = [&](const char *name) -> QString { return layout.toolDir + u'/' + QLatin1String(name); };
+        writeFile(pkg("yt-dlp"), "ytdlp-v2", 2000);
+        writeFile(pkg("ffmpeg"), "ffmpeg-v2", 2000);
+        writeFile(pkg("whisper-cli"), "whisper-v1", 1000);
+        QFile::setPermissions(pkg("ffmpeg"), QFileDevice::ReadOwner);
 
         // First install: everything copied with 755.
         Tools::installBundledTools(layout);
-        for (const QString &name : {Tools::ytDlpName, Tools::ffmpegName, Tools::whisperName}) {
+        for (const char *name : {"yt-dlp", "ffmpeg", "whisper-cli"}) {
             struct stat st {};
-            QCOMPARE(::stat(QFile::encodeName(layout.toolDir + u'/' + name).constData(), &st), 0);
+            QCOMPARE(::stat(QFile::encodeName(installed(name)).constData(), &st), 0);
             QCOMPARE(int(st.st_mode & 07777), 0755);
         }
-
-        // Installed copies older than the packaged ones.
-        writeFile(layout.toolDir + QStringLiteral("/yt-dlp"), "ytdlp-self-updated", 1000);
-        writeFile(layout.toolDir + QStringLiteral("/ffmpeg"), "ffmpeg-v1", 1000);
-        writeFile(layout.toolDir + QStringLiteral("/whisper-cli"), "whisper-local", 1000); // equal time
+        // The downloader updates itself, so it is never replaced; the others are when the packaged copy is newer.
+        writeFile(installed("yt-dlp"), "ytdlp-self-updated", 1000);
+        writeFile(installed("ffmpeg"), "ffmpeg-v1", 1000);
+        writeFile(installed("whisper-cli"), "whisper-local", 1000); // equal time
         Tools::installBundledTools(layout);
-        QCOMPARE(contents(layout.toolDir + QStringLiteral("/yt-dlp")), QByteArray("ytdlp-self-updated"));
-        QCOMPARE(contents(layout.toolDir + QStringLiteral("/ffmpeg")), QByteArray("ffmpeg-v2"));
-        QCOMPARE(contents(layout.toolDir + QStringLiteral("/whisper-cli")), QByteArray("whisper-local"));
-
-        // A newer installed copy stays.
-        writeFile(layout.toolDir + QStringLiteral("/ffmpeg"), "ffmpeg-v3", 3000);
+        QCOMPARE(TestEnv::readFile(installed("yt-dlp")), QByteArray("ytdlp-self-updated"));
+        QCOMPARE(TestEnv::readFile(installed("ffmpeg")), QByteArray("ffmpeg-v2"));
+        QCOMPARE(TestEnv::readFile(installed("whisper-cli")), QByteArray("whisper-local"));
+        writeFile(installed("ffmpeg"), "ffmpeg-v3", 3000);
         Tools::installBundledTools(layout);
-        QCOMPARE(contents(layout.toolDir + QStringLiteral("/ffmpeg")), QByteArray("ffmpeg-v3"));
+        QCOMPARE(TestEnv::readFile(installed("ffmpeg")), QByteArray("ffmpeg-v3"));
 
         // No packaged copy: nothing happens, nothing breaks.
         Tools::Layout empty{dir.path() + QStringLiteral("/other/bin"), dir.path() + QStringLiteral("/nopkg"), {}};
@@ -164,30 +121,27 @@ private Q_SLOTS:
 
     void locationPrecedence() {
         QTemporaryDir dir;
-        Tools::Layout layout;
-        layout.packagedDir = dir.path() + QStringLiteral("/pkg");
-        layout.toolDir = dir.path() + QStringLiteral("/bin");
-        const QString brew = dir.path() + QStringLiteral("/brew");
-        const QString usr = dir.path() + QStringLiteral("/usr");
+        Tools::Layout layout{dir.path() + QStringLiteral("/bin"), dir.path() + QStringLiteral("/pkg"), {}};
+        const QString brew = dir.path() + QStringLiteral("/brew"), usr = dir.path() + QStringLiteral("/usr");
         for (const QString &name : {Tools::ytDlpName, Tools::ffmpegName, Tools::whisperName})
             layout.candidates[name] = {brew + u'/' + name, usr + u'/' + name};
+        const auto ffmpeg = [&] { return Tools::systemFirstURL(Tools::ffmpegName, layout); };
 
         // Nothing anywhere: the downloader is the tool folder's path; the others are absent.
         QCOMPARE(Tools::ytDlpURL(layout), layout.toolDir + QStringLiteral("/yt-dlp"));
-        QCOMPARE(Tools::systemFirstURL(Tools::ffmpegName, layout), QString());
-
+        QCOMPARE(ffmpeg(), QString());
         writeFile(usr + QStringLiteral("/ffmpeg"), "x", 1000);
         writeFile(layout.toolDir + QStringLiteral("/ffmpeg"), "x", 1000);
-        QCOMPARE(Tools::systemFirstURL(Tools::ffmpegName, layout), usr + QStringLiteral("/ffmpeg"));
+        QCOMPARE(ffmpeg(), usr + QStringLiteral("/ffmpeg"));
         writeFile(brew + QStringLiteral("/ffmpeg"), "x", 1000);
-        QCOMPARE(Tools::systemFirstURL(Tools::ffmpegName, layout), brew + QStringLiteral("/ffmpeg"));
+        QCOMPARE(ffmpeg(), brew + QStringLiteral("/ffmpeg"));
         QFile::remove(brew + QStringLiteral("/ffmpeg"));
         QFile::remove(usr + QStringLiteral("/ffmpeg"));
-        QCOMPARE(Tools::systemFirstURL(Tools::ffmpegName, layout), layout.toolDir + QStringLiteral("/ffmpeg"));
+        QCOMPARE(ffmpeg(), layout.toolDir + QStringLiteral("/ffmpeg"));
         // A non-executable installed file does not count; the packaged copy is the last resort.
         QFile::setPermissions(layout.toolDir + QStringLiteral("/ffmpeg"), QFileDevice::ReadOwner);
         writeFile(layout.packagedDir + QStringLiteral("/whisper-cli"), "x", 1000);
-        QCOMPARE(Tools::systemFirstURL(Tools::ffmpegName, layout), QString());
+        QCOMPARE(ffmpeg(), QString());
         QCOMPARE(Tools::systemFirstURL(Tools::whisperName, layout), layout.packagedDir + QStringLiteral("/whisper-cli"));
 
         // The downloader: the installed copy beats a system-wide one.
@@ -195,7 +149,7 @@ private Q_SLOTS:
         QCOMPARE(Tools::ytDlpURL(layout), brew + QStringLiteral("/yt-dlp"));
         writeFile(layout.packagedDir + QStringLiteral("/yt-dlp"), "pkg", 1000);
         QCOMPARE(Tools::ytDlpURL(layout), layout.toolDir + QStringLiteral("/yt-dlp")); // installed on demand
-        QCOMPARE(contents(layout.toolDir + QStringLiteral("/yt-dlp")), QByteArray("pkg"));
+        QCOMPARE(TestEnv::readFile(layout.toolDir + QStringLiteral("/yt-dlp")), QByteArray("pkg"));
     }
 
     void packagedToolsRunAndTheDownloaderCanUpdateItself() {

@@ -6,14 +6,12 @@
 #include "engine/YtDlp.h"
 
 #include <QElapsedTimer>
-#include <QFile>
 #include <QTest>
 
 #include <csignal>
 #include <unistd.h>
 
 namespace {
-
 struct Run {
     YtDlp::StreamResult result;
     QStringList lines;
@@ -21,162 +19,111 @@ struct Run {
 };
 
 // Runs `script` under /bin/sh through runStreaming; `onLine` may act on the run (e.g. cancel it).
-Run runScript(const QString &script, std::function<void(Run &, const QString &)> onLine = {}) {
-    Run run;
+QCoro::Task<> runScript(Run &run, QString script, std::function<void(Run &, const QString &)> onLine = {}) {
     const QStringList args{QStringLiteral("-c"), script};
-    run.result = vtest::await(YtDlp::runStreaming(
+    run.result = co_await YtDlp::runStreaming(
         QStringLiteral("/bin/sh"), args, [&run](YtDlp::ChildProcess child) { run.registered << child; },
         [&run, onLine](const QString &line) {
             run.lines << line;
             if (onLine)
                 onLine(run, line);
-        }));
-    return run;
+        });
 }
-
-QByteArray contents(const QString &path) {
-    QFile f(path);
-    return f.open(QIODevice::ReadOnly) ? f.readAll() : QByteArray();
-}
-
-bool alive(qint64 pid) { return !EngineMedia::commandLine(pid).isEmpty(); }
-
 } // namespace
 
 class YtDlpStreamingTest : public QObject {
     Q_OBJECT
-
 private Q_SLOTS:
     void linesAreCutAtNewlines_data() {
         QTest::addColumn<QString>("script");
         QTest::addColumn<QStringList>("expected");
-
-        QTest::newRow("line split across writes")
-            << QStringLiteral("printf 'VORLIX|1'; sleep 0.3; printf '0%%|a|b\\nsecond\\n'")
-            << QStringList{QStringLiteral("VORLIX|10%|a|b"), QStringLiteral("second")};
-        QTest::newRow("two lines in one write, in order")
-            << QStringLiteral("printf 'one\\ntwo\\n'") << QStringList{QStringLiteral("one"), QStringLiteral("two")};
-        QTest::newRow("spaces and tabs trimmed, empty lines kept")
-            << QStringLiteral("printf ' \\t a b \\t\\n\\n\\t\\nend\\n'")
-            << QStringList{QStringLiteral("a b"), QString(), QString(), QStringLiteral("end")};
+        QTest::newRow("line split across writes") << QStringLiteral("printf 'VORLIX|1'; sleep 0.3; printf '0%%|a|b\\nsecond\\n'")
+                                                  << QStringList{QStringLiteral("VORLIX|10%|a|b"), QStringLiteral("second")};
+        QTest::newRow("trimmed, empty lines kept") << QStringLiteral("printf ' \\t a b \\t\\n\\n\\t\\nend\\n'")
+                                                   << QStringList{QStringLiteral("a b"), QString(), QString(), QStringLiteral("end")};
         QTest::newRow("carriage return is not trimmed") << QStringLiteral("printf 'x\\r\\n'") << QStringList{QStringLiteral("x\r")};
-        QTest::newRow("trailing partial line discarded")
-            << QStringLiteral("printf 'whole\\npartial'") << QStringList{QStringLiteral("whole")};
-        QTest::newRow("invalid UTF-8 line dropped")
-            << QStringLiteral("printf 'good\\n\\377bad\\nafter\\n'") << QStringList{QStringLiteral("good"), QStringLiteral("after")};
-        QTest::newRow("character split across writes")
-            << QStringLiteral("printf 'wait\\342\\200'; sleep 0.3; printf '\\246\\n'") << QStringList{QStringLiteral("wait\u2026")};
-        QTest::newRow("no output") << QStringLiteral("exit 0") << QStringList{};
+        QTest::newRow("trailing partial line discarded") << QStringLiteral("printf 'whole\\npartial'") << QStringList{QStringLiteral("whole")};
+        QTest::newRow("invalid UTF-8 line dropped") << QStringLiteral("printf 'good\\n\\377bad\\nafter\\n'")
+                                                    << QStringList{QStringLiteral("good"), QStringLiteral("after")};
+        QTest::newRow("character split across writes") << QStringLiteral("printf 'wait\\342\\200'; sleep 0.3; printf '\\246\\n'")
+                                                       << QStringList{QStringLiteral("wait\u2026")};
+        QStringList many;
+        for (int i = 1; i <= 20000; ++i)
+            many << QString::number(i);
+        QTest::newRow("many lines in order") << QStringLiteral("seq 1 20000") << many;
     }
-
     void linesAreCutAtNewlines() {
         QFETCH(QString, script);
         QFETCH(QStringList, expected);
-        const Run run = runScript(script);
+        Run run;
+        vtest::await(runScript(run, script));
         QCOMPARE(run.result.status, 0);
         QCOMPARE(run.lines, expected);
     }
 
-    void manyLinesArriveInOrder() {
-        const Run run = runScript(QStringLiteral("seq 1 20000"));
-        QCOMPARE(run.lines.size(), 20000);
-        for (int i = 0; i < run.lines.size(); ++i)
-            QCOMPARE(run.lines[i], QString::number(i + 1));
-    }
-
     void statusAndWholeErrorOutput() {
-        const Run run = runScript(QStringLiteral("echo out; head -c 3000000 /dev/zero | tr '\\000' e >&2; printf 'ü' >&2; exit 3"));
+        Run run, invalid;
+        vtest::await(runScript(run, QStringLiteral("echo out; head -c 3000000 /dev/zero | tr '\\000' e >&2; printf 'ü' >&2; exit 3")));
         QCOMPARE(run.result.status, 3);
         QCOMPARE(run.result.errorText.size(), 3000001);
         QVERIFY(run.result.errorText.endsWith(QStringLiteral("eü")));
         QCOMPARE(run.lines, QStringList{QStringLiteral("out")});
-
-        const Run invalid = runScript(QStringLiteral("printf 'bad\\377' >&2; exit 1"));
+        vtest::await(runScript(invalid, QStringLiteral("printf 'bad\\377' >&2; exit 1")));
         QCOMPARE(invalid.result.status, 1);
         QCOMPARE(invalid.result.errorText, QString());
     }
 
-    void registersOnceInItsOwnGroup() {
-        qint64 groupAtRegistration = -1;
-        bool runningAtRegistration = false;
-        const QStringList args{QStringLiteral("-c"), QStringLiteral("sleep 0.2; echo done")};
-        int calls = 0;
-        YtDlp::ChildProcess handle;
-        const auto result = vtest::await(YtDlp::runStreaming(
-            QStringLiteral("/bin/sh"), args,
-            [&](YtDlp::ChildProcess child) {
-                ++calls;
-                handle = child;
-                runningAtRegistration = child.isRunning();
-                groupAtRegistration = ::getpgid(pid_t(child.pid()));
-            },
-            {}));
-        QCOMPARE(result.status, 0);
-        QCOMPARE(calls, 1);
-        QVERIFY(handle.pid() > 0);
-        QVERIFY(runningAtRegistration);
-        QCOMPARE(groupAtRegistration, handle.pid());
-        QVERIFY(!handle.isRunning()); // the run has returned: the handle is spent
-    }
+    void registersOnceInItsOwnGroupAndLaunchFailuresCallNothing() {
+        qint64 group = -1;
+        bool running = false;
+        Run run;
+        auto task = runScript(run, QStringLiteral("sleep 0.2; echo done"));
+        QTRY_COMPARE(run.registered.size(), 1);
+        running = run.registered.first().isRunning();
+        group = ::getpgid(pid_t(run.registered.first().pid()));
+        vtest::await(std::move(task));
+        QCOMPARE(run.result.status, 0);
+        QCOMPARE(run.registered.size(), 1);
+        QVERIFY(running);
+        QCOMPARE(group, run.registered.first().pid());
+        QVERIFY(!run.registered.first().isRunning()); // the run has returned: the handle is spent
 
-    void launchFailureCallsNothing() {
-        int registered = 0;
-        int lines = 0;
+        int calls = 0;
         const QString missing = TestEnv::root() + QStringLiteral("/no-such-downloader");
-        try {
-            vtest::await(YtDlp::runStreaming(missing, {}, [&](YtDlp::ChildProcess) { ++registered; },
-                                             [&](const QString &) { ++lines; }));
-            QFAIL("a missing tool must not run");
-        } catch (const Tools::LaunchError &e) {
-            QCOMPARE(e.message(), QStringLiteral("No such file or directory"));
-        }
-        QCOMPARE(registered, 0);
-        QCOMPARE(lines, 0);
+        QCOMPARE(vtest::failure(YtDlp::runStreaming(missing, {}, [&](YtDlp::ChildProcess) { ++calls; }, [&](const QString &) { ++calls; })),
+                 QStringLiteral("No such file or directory"));
+        QCOMPARE(calls, 0);
     }
 
     void terminateEndsTheWholeGroup() {
         const QString pidFile = TestEnv::root() + QStringLiteral("/stream-grandchild.pid");
-        QFile::remove(pidFile);
-        const QString script =
-            QStringLiteral("sleep 120 & echo $! > '%1'; echo started; while :; do echo tick; sleep 0.05; done").arg(pidFile);
         QElapsedTimer clock;
         clock.start();
-        int ticksAfterCancel = 0;
-        bool cancelled = false;
-        const Run run = runScript(script, [&](Run &r, const QString &line) {
-            if (cancelled && line == QLatin1String("tick"))
-                ++ticksAfterCancel;
-            if (line == QLatin1String("tick") && !cancelled) {
-                cancelled = true;
-                r.registered.first().terminate();
-            }
-        });
+        int ticksAfterCancel = -1;
+        Run run;
+        vtest::await(runScript(run, QStringLiteral("sleep 120 & echo $! > '%1'; while :; do echo tick; sleep 0.05; done").arg(pidFile),
+                               [&](Run &r, const QString &) {
+                                   if (++ticksAfterCancel == 0)
+                                       r.registered.first().terminate();
+                               }));
         QVERIFY2(clock.elapsed() < 10000, "a terminated run ends promptly");
         QCOMPARE(run.result.status, SIGTERM);
-        QCOMPARE(run.registered.size(), 1);
         QVERIFY(ticksAfterCancel <= 5);
-
-        const qint64 grandchild = contents(pidFile).trimmed().toLongLong();
+        const qint64 grandchild = TestEnv::readFile(pidFile).trimmed().toLongLong();
         QVERIFY(grandchild > 0);
-        QTRY_VERIFY_WITH_TIMEOUT(!alive(grandchild), 5000);
+        QTRY_VERIFY_WITH_TIMEOUT(EngineMedia::commandLine(grandchild).isEmpty(), 5000);
         QTRY_VERIFY_WITH_TIMEOUT(EngineMedia::liveGroupMembers(run.registered.first().pid()).isEmpty(), 5000);
-
-        // A spent handle never signals again: its pid may be reused by now.
-        run.registered.first().terminate();
+        run.registered.first().terminate(); // a spent handle never signals again: its pid may be reused by now
     }
 
     void concurrentRunsKeepTheirOwnLines() {
         Run a, b;
-        const QStringList argsA{QStringLiteral("-c"), QStringLiteral("for i in 1 2 3 4 5; do echo a$i; sleep 0.05; done")};
-        const QStringList argsB{QStringLiteral("-c"), QStringLiteral("for i in 1 2 3 4 5; do echo b$i; sleep 0.03; done")};
-        auto taskA = YtDlp::runStreaming(QStringLiteral("/bin/sh"), argsA, {}, [&a](const QString &l) { a.lines << l; });
-        auto taskB = YtDlp::runStreaming(QStringLiteral("/bin/sh"), argsB, {}, [&b](const QString &l) { b.lines << l; });
-        QCOMPARE(vtest::await(std::move(taskA)).status, 0);
-        QCOMPARE(vtest::await(std::move(taskB)).status, 0);
-        QCOMPARE(a.lines, (QStringList{QStringLiteral("a1"), QStringLiteral("a2"), QStringLiteral("a3"), QStringLiteral("a4"),
-                                       QStringLiteral("a5")}));
-        QCOMPARE(b.lines, (QStringList{QStringLiteral("b1"), QStringLiteral("b2"), QStringLiteral("b3"), QStringLiteral("b4"),
-                                       QStringLiteral("b5")}));
+        auto taskA = runScript(a, QStringLiteral("for i in 1 2 3 4 5; do echo a$i; sleep 0.05; done"));
+        auto taskB = runScript(b, QStringLiteral("for i in 1 2 3 4 5; do echo b$i; sleep 0.03; done"));
+        vtest::await(std::move(taskA));
+        vtest::await(std::move(taskB));
+        QCOMPARE(a.lines.join(u','), QStringLiteral("a1,a2,a3,a4,a5"));
+        QCOMPARE(b.lines.join(u','), QStringLiteral("b1,b2,b3,b4,b5"));
     }
 };
 

@@ -75,7 +75,8 @@ private Q_SLOTS:
 
         FixtureSite site;
         QVERIFY(site.isRunning());
-        QVERIFY(EngineMedia::makeClip(site.root() + QStringLiteral("/clip.mp4"), 2));
+        QVERIFY(TestEnv::runFfmpeg({QStringLiteral("-f"), QStringLiteral("lavfi"), QStringLiteral("-i"),
+                                    QStringLiteral("testsrc2=size=320x240:duration=2"), site.root() + QStringLiteral("/clip.mp4")}));
         const QString link = site.url(QStringLiteral("/clip.mp4"));
 
         Child xvfb;

@@ -1,6 +1,5 @@
 #include "FixtureSite.h"
 #include "TestEnv.h"
-#include "engine_media.h"
 #include "TestMain.h"
 
 #include "core/AppSettings.h"
@@ -357,7 +356,8 @@ private Q_SLOTS:
     void unwritableDownloadFolderFailsTheItem() {
         FixtureSite site;
         QVERIFY(site.isRunning());
-        QVERIFY(EngineMedia::makeClip(site.root() + QStringLiteral("/clip.mp4"), 1));
+        QVERIFY(TestEnv::runFfmpeg({QStringLiteral("-f"), QStringLiteral("lavfi"), QStringLiteral("-i"),
+                                    QStringLiteral("testsrc2=size=160x120:duration=1"), site.root() + QStringLiteral("/clip.mp4")}));
         Harness h(1, true);
         const QString blocker = h.dir + QStringLiteral("/blocker");
         QFile file(blocker);

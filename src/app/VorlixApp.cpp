@@ -113,7 +113,14 @@ void VorlixApp::openSettings() {
 }
 
 void VorlixApp::buildMenuBar() {
-    QMenu *menu = m_window->menuBar()->addMenu(QStringLiteral("Vorlix"));
+    // One continuous surface with the window's header below it.
+    QMenuBar *bar = m_window->menuBar();
+    bar->setAutoFillBackground(true);
+    QPalette tone = bar->palette();
+    tone.setColor(QPalette::Window, Brand::surface());
+    tone.setColor(QPalette::Button, Brand::surface());
+    bar->setPalette(tone);
+    QMenu *menu = bar->addMenu(QStringLiteral("Vorlix"));
     menu->addAction(QStringLiteral("About Vorlix"), m_window.get(), [this] {
         QMessageBox::about(m_window.get(), QStringLiteral("About Vorlix"),
                            QStringLiteral("Vorlix ") + QStringLiteral(VORLIX_VERSION));

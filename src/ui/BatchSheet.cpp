@@ -57,19 +57,8 @@ BatchSheet::BatchSheet(DownloadQueue &queue, AppSettings &settings, ClipboardSou
     modeRow->addStretch(1);
     layout->addLayout(modeRow);
 
-    auto *buttons = new QHBoxLayout;
-    buttons->addStretch(1);
-    auto *cancel = new QPushButton(QStringLiteral("Cancel"));
-    cancel->setAutoDefault(false);
-    connect(cancel, &QPushButton::clicked, this, &QDialog::reject);
-    buttons->addWidget(cancel);
-    m_download = new QPushButton;
-    m_download->setObjectName(QStringLiteral("download"));
-    m_download->setDefault(true);
-    EmberButtonStyle::apply(m_download);
+    m_download = SheetParts::addButtons(this, layout);
     connect(m_download, &QPushButton::clicked, this, &BatchSheet::downloadAll);
-    buttons->addWidget(m_download);
-    layout->addLayout(buttons);
 
     connect(m_editor, &QPlainTextEdit::textChanged, this, &BatchSheet::textChanged);
     textChanged();

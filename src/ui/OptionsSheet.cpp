@@ -78,19 +78,8 @@ OptionsSheet::OptionsSheet(const QString &initialURL, DownloadMode initialMode, 
     layout->addWidget(m_timeWarning);
     layout->addStretch(1);
 
-    auto *buttons = new QHBoxLayout;
-    buttons->addStretch(1);
-    auto *cancel = new QPushButton(QStringLiteral("Cancel"));
-    cancel->setAutoDefault(false);
-    connect(cancel, &QPushButton::clicked, this, &QDialog::reject);
-    buttons->addWidget(cancel);
-    m_download = new QPushButton(QStringLiteral("Download"));
-    m_download->setObjectName(QStringLiteral("download"));
-    m_download->setDefault(true);
-    EmberButtonStyle::apply(m_download);
+    m_download = SheetParts::addButtons(this, layout);
     connect(m_download, &QPushButton::clicked, this, &OptionsSheet::submit);
-    buttons->addWidget(m_download);
-    layout->addLayout(buttons);
 
     setMode(initialMode);
     connect(m_modes, &QButtonGroup::idToggled, this, [this](int, bool on) {

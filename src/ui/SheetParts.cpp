@@ -1,9 +1,12 @@
 #include "ui/SheetParts.h"
 
 #include "ui/Brand.h"
+#include "ui/EmberButtonStyle.h"
 #include "ui/Symbols.h"
 
 #include <QComboBox>
+#include <QDialog>
+#include <QPushButton>
 #include <QHBoxLayout>
 #include <QLabel>
 
@@ -42,6 +45,22 @@ QLabel *capsLabel(const QString &text) {
     p.setColor(QPalette::WindowText, Brand::stone());
     label->setPalette(p);
     return label;
+}
+
+QPushButton *addButtons(QDialog *sheet, QBoxLayout *layout) {
+    auto *buttons = new QHBoxLayout;
+    buttons->addStretch(1);
+    auto *cancel = new QPushButton(QStringLiteral("Cancel"));
+    cancel->setAutoDefault(false);
+    QObject::connect(cancel, &QPushButton::clicked, sheet, &QDialog::reject);
+    buttons->addWidget(cancel);
+    auto *download = new QPushButton(QStringLiteral("Download"));
+    download->setObjectName(QStringLiteral("download"));
+    download->setDefault(true);
+    EmberButtonStyle::apply(download);
+    buttons->addWidget(download);
+    layout->addLayout(buttons);
+    return download;
 }
 
 QComboBox *modePicker(DownloadMode selected) {

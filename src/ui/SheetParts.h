@@ -4,7 +4,10 @@
 
 #include <QString>
 
+class QBoxLayout;
 class QComboBox;
+class QDialog;
+class QPushButton;
 class QHBoxLayout;
 class QLabel;
 
@@ -16,6 +19,8 @@ QHBoxLayout *titleRow(const QString &title, const QString &symbol);
 QLabel *note(const QString &text);
 // A small monospaced capital label ("MODE").
 QLabel *capsLabel(const QString &text);
+// Cancel (closes `sheet`) and the default "Download" button, right-aligned under `layout`.
+QPushButton *addButtons(QDialog *sheet, QBoxLayout *layout);
 // The three modes with their labels and symbols; item data is the mode's raw value.
 QComboBox *modePicker(DownloadMode selected);
 void selectMode(QComboBox *picker, DownloadMode mode);

@@ -6,4 +6,4 @@ build=${1:-build}
 out=${2:-$build/screenshots}
 mkdir -p "$out"
 out=$(cd "$out" && pwd)
-QT_QPA_PLATFORM=xcb xvfb-run -a -s "-screen 0 1280x900x24" "$build/tests/test_ui" --child=screenshots "$out"
+QT_QPA_PLATFORM=xcb xvfb-run -a -s "-screen 0 1280x900x24" "$build/bench/bench_ui_screenshots" "$out"

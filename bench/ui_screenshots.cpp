@@ -1,7 +1,7 @@
-// `test_ui --child=screenshots <folder>` renders the Ember sampler and the settings window into
-// PNG files, for looking at them as a person would (bench/ui_screenshots.sh runs it under Xvfb).
+// `bench_ui_screenshots <folder>` renders the Ember sampler, the main window and its sheets and
+// the settings window into PNG files, for looking at them as a person would
+// (bench/ui_screenshots.sh runs it under Xvfb).
 #include "TestEnv.h"
-#include "TestMain.h"
 
 #include "Await.h"
 #include "analysis/Transcriber.h"
@@ -174,7 +174,7 @@ bool mainWindowShots(AppSettings &settings, SelfHealer &healer, const QString &f
 }
 
 int screenshots(int argc, char **argv) {
-    const QString folder = argc > 2 ? QString::fromLocal8Bit(argv[2]) : QStringLiteral("screenshots");
+    const QString folder = argc > 1 ? QString::fromLocal8Bit(argv[1]) : QStringLiteral("screenshots");
     QDir().mkpath(folder);
     TestEnv::setUp(); // private settings and data folders
     QApplication app(argc, argv);
@@ -207,4 +207,4 @@ int screenshots(int argc, char **argv) {
 }
 } // namespace
 
-VORLIX_TEST_CHILD(screenshots, screenshots)
+int main(int argc, char **argv) { return screenshots(argc, argv); }

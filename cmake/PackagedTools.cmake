@@ -35,7 +35,16 @@ add_custom_target(packaged_tools ALL DEPENDS ${packaged})
 
 # An install has the same shape as the build tree: bin/vorlix and share/vorlix/bin/<tool>.
 include(GNUInstallDirs)
-install(PROGRAMS ${packaged} DESTINATION ${CMAKE_INSTALL_DATADIR}/vorlix/bin)
+install(PROGRAMS ${VORLIX_TOOLS_DIR}/yt-dlp DESTINATION ${CMAKE_INSTALL_DATADIR}/vorlix/bin)
+if(${VORLIX_TOOLS_DIR}/whisper-cli IN_LIST packaged)
+  # Machine code belongs under lib/, so whisper-cli lives there and share/vorlix/bin links to it.
+  install(PROGRAMS ${VORLIX_TOOLS_DIR}/whisper-cli DESTINATION lib/vorlix)
+  install(CODE "
+    set(tools \"\$ENV{DESTDIR}\${CMAKE_INSTALL_PREFIX}/${CMAKE_INSTALL_DATADIR}/vorlix/bin\")
+    message(STATUS \"Installing: \${tools}/whisper-cli -> ../../../lib/vorlix/whisper-cli\")
+    file(MAKE_DIRECTORY \"\${tools}\")
+    file(CREATE_LINK ../../../lib/vorlix/whisper-cli \"\${tools}/whisper-cli\" SYMBOLIC)")
+endif()
 if(TARGET vorlix)
   install(TARGETS vorlix RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
 endif()

@@ -4,7 +4,7 @@ BUILD ?= build
 CMAKE_FLAGS ?=
 CTEST_FLAGS ?=
 
-.PHONY: setup configure build run test sanitize clean
+.PHONY: setup configure build run test sanitize clean deb deb-check
 
 setup:
 	bash scripts/setup.sh
@@ -24,6 +24,13 @@ test: build
 # Sanitized debug code runs several times slower: give test functions and suites more time.
 sanitize:
 	QTEST_FUNCTION_TIMEOUT=1800000 $(MAKE) test BUILD=build-asan CMAKE_FLAGS="-DVORLIX_SANITIZE=ON -DCMAKE_BUILD_TYPE=Debug" CTEST_FLAGS="--timeout 3600"
+
+# A Debian package of the install tree (build/vorlix_<version>_amd64.deb); deb-check unpacks and runs it.
+deb: build
+	cd $(BUILD) && cpack -G DEB
+
+deb-check: deb
+	bash scripts/deb-check.sh $(BUILD)
 
 clean:
 	rm -rf build build-asan

@@ -1,0 +1,38 @@
+#!/usr/bin/env bash
+# Checks the built .deb the way a user meets it: its metadata, then its files unpacked into a
+# throw-away root, where the installed binary has to start and report its version.
+# Usage: deb-check.sh <build dir>
+set -euo pipefail
+build=${1:-build}
+version=$(sed -n 's/^CMAKE_PROJECT_VERSION:STATIC=//p' "$build/CMakeCache.txt")
+deb=$build/vorlix_${version}_amd64.deb
+[[ -f $deb ]] || { echo "deb-check: no $deb (run make deb)"; exit 1; }
+
+root=$(mktemp -d)
+trap 'rm -rf "$root"' EXIT
+failures=0
+fail() { echo "FAIL: $*"; failures=$((failures + 1)); }
+
+dpkg-deb --field "$deb" Package Version Architecture Section Depends Homepage
+depends=$(dpkg-deb --field "$deb" Depends)
+for d in ffmpeg python3 libqt6widgets6 libc6; do
+  [[ $depends =~ (^|[ ,])$d([ ,(]|$) ]] || fail "Depends lacks $d"
+done
+
+dpkg-deb -x "$deb" "$root"
+for f in usr/bin/vorlix usr/share/vorlix/bin/yt-dlp usr/share/applications/app.vorlix.vorlix.desktop \
+         usr/share/metainfo/app.vorlix.vorlix.metainfo.xml usr/share/doc/vorlix/copyright; do
+  [[ -e $root/$f ]] || fail "package lacks /$f"
+done
+if [[ -L $root/usr/share/vorlix/bin/whisper-cli ]]; then
+  [[ -x $root/usr/share/vorlix/bin/whisper-cli ]] || fail "whisper-cli link is dangling"
+fi
+
+out=$(HOME=$root/home QT_QPA_PLATFORM=offscreen timeout 30 "$root/usr/bin/vorlix" --version 2>&1) || true
+[[ $out == *"$version"* ]] || fail "installed vorlix --version printed '$out'"
+
+if command -v lintian > /dev/null; then
+  lintian --info "$deb" || true
+fi
+echo "deb-check: $(du -h "$deb" | cut -f1) $deb"
+((failures == 0))

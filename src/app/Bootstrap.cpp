@@ -1,6 +1,8 @@
 #include "app/Bootstrap.h"
 
 #include "app/InstanceGuard.h"
+#include "app/LinkHandOver.h"
+#include "app/SystemClipboard.h"
 #include "app/VorlixApp.h"
 
 #include "analysis/MomentsEngine.h"
@@ -12,6 +14,7 @@
 #include "core/Utf8.h"
 #include "engine/Tools.h"
 #include "engine/YtDlp.h"
+#include "queue/DownloadQueue.h"
 
 #include <QApplication>
 #include <QCoreApplication>
@@ -130,10 +133,17 @@ int runDiagnostic(int argc, char **argv, const QString &command, const QString &
 
 int runApplication(int argc, char **argv) {
     QApplication app(argc, argv);
+    const LinkHandOver::Request request = LinkHandOver::parse(app.arguments());
     InstanceGuard guard;
-    if (!guard.claim())
+    if (!guard.claim()) {
+        if (!request.isEmpty())
+            LinkHandOver::send(request, InstanceGuard::serviceName);
         return 0;
+    }
     VorlixApp vorlix(app);
+    LinkHandOver handOver(DownloadQueue::shared(), SystemClipboard::shared());
+    handOver.listen();
+    handOver.handle(request);
     QObject::connect(&guard, &InstanceGuard::activateRequested, &vorlix, &VorlixApp::showMainWindow);
     return vorlix.exec();
 }

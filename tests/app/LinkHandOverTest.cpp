@@ -36,7 +36,10 @@ struct QueueRig {
 
     static DownloadQueue::Services services() {
         DownloadQueue::Services s;
-        s.probe = [](QString) -> QCoro::Task<ProbeResult> { throw YtDlpError::probeFailed(QStringLiteral("offline")); };
+        s.probe = [](QString) -> QCoro::Task<ProbeResult> {
+            throw YtDlpError::probeFailed(QStringLiteral("offline"));
+            co_return ProbeResult{};
+        };
         s.isSpotifyTrackURL = [](const QString &) { return false; };
         return s;
     }

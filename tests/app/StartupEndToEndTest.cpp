@@ -137,14 +137,14 @@ private Q_SLOTS:
             saved = it.hasNext() ? it.next() : QString();
             return !saved.isEmpty() && QFileInfo(saved).size() == expectedSize;
         };
-        const auto inHistory = [&] {
+        const auto inHistory = [&](const QString &url) {
             const QJsonArray entries = QJsonDocument::fromJson(readAll(home.data() + QStringLiteral("/Vorlix/history.json"))).array();
             for (const QJsonValue &entry : entries)
-                if (entry.toObject().value(QStringLiteral("url")).toString() == link)
+                if (entry.toObject().value(QStringLiteral("url")).toString() == url)
                     return true;
             return false;
         };
-        QTRY_VERIFY_WITH_TIMEOUT(findSaved() && inHistory(), 120000);
+        QTRY_VERIFY_WITH_TIMEOUT(findSaved() && inHistory(link), 120000);
 
         // Closing the window leaves the application running.
         xdotool({QStringLiteral("windowfocus"), QStringLiteral("--sync"), window});
@@ -153,13 +153,16 @@ private Q_SLOTS:
         QTest::qWait(500);
         QCOMPARE(vorlix.process->state(), QProcess::Running);
 
-        // Starting the program again brings the running one's window back and ends at once.
+        // Starting the program again brings the running one's window back and ends at once; a
+        // link given to it is downloaded by the running one.
+        const QString handedOver = site.url(QStringLiteral("/clip.mp4?n=handed-over"));
         QProcess again;
         again.setProcessEnvironment(env);
-        again.start(vorlix.process->program(), QStringList());
+        again.start(vorlix.process->program(), QStringList{handedOver});
         QVERIFY(again.waitForFinished(15000));
         QCOMPARE(again.exitCode(), 0);
         QTRY_VERIFY_WITH_TIMEOUT(!visibleMainWindow().isEmpty(), 10000);
+        QTRY_VERIFY_WITH_TIMEOUT(inHistory(handedOver), 120000);
         QCOMPARE(QString::fromUtf8(readAll(home.data() + QStringLiteral("/Vorlix/launch.log"))).count(u'\n'), 4);
 
         // Ending the program (as a logout does) ends a download in progress with it.

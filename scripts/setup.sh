@@ -16,6 +16,8 @@ packages=(
   fonts-jetbrains-mono
   # tests: media generation, packaging validation, notifications bus
   sox espeak-ng desktop-file-utils appstream dbus xvfb xauth imagemagick xdotool
+  # make deb: dpkg-shlibdeps
+  dpkg-dev
   # whisper-cli source comes from the npm registry
   nodejs npm
 )

@@ -16,7 +16,8 @@ fail() { echo "FAIL: $*"; failures=$((failures + 1)); }
 dpkg-deb --field "$deb" Package Version Architecture Section Depends Homepage
 depends=$(dpkg-deb --field "$deb" Depends)
 for d in ffmpeg python3 libqt6widgets6 libc6; do
-  [[ $depends =~ (^|[ ,])$d([ ,(]|$) ]] || fail "Depends lacks $d"
+  re="(^|[ ,])$d([ ,(]|\$)"
+  [[ $depends =~ $re ]] || fail "Depends lacks $d"
 done
 
 dpkg-deb -x "$deb" "$root"
@@ -28,8 +29,13 @@ if [[ -L $root/usr/share/vorlix/bin/whisper-cli ]]; then
   [[ -x $root/usr/share/vorlix/bin/whisper-cli ]] || fail "whisper-cli link is dangling"
 fi
 
-out=$(HOME=$root/home QT_QPA_PLATFORM=offscreen timeout 30 "$root/usr/bin/vorlix" --version 2>&1) || true
+# No session bus: a Vorlix running on this desktop must not answer for the unpacked one.
+run() { env -u DBUS_SESSION_BUS_ADDRESS HOME="$root/home" QT_QPA_PLATFORM=offscreen timeout 60 "$root/usr/bin/vorlix" "$@" 2>&1; }
+out=$(run --version) || true
 [[ $out == *"$version"* ]] || fail "installed vorlix --version printed '$out'"
+ffmpeg -v error -f lavfi -i "aevalsrc='if(lt(mod(t,0.5),0.02),sin(2*PI*1000*t),0)':s=44100:d=12" "$root/clicks.wav"
+out=$(run analyze "$root/clicks.wav") || true
+[[ $out == bpm=1[12]* ]] || fail "installed vorlix analyze printed '$out'"
 
 if command -v lintian > /dev/null; then
   lintian --info "$deb" || true

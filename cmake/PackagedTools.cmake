@@ -24,6 +24,8 @@ if(EXISTS ${VORLIX_WHISPER_CLI})
     OUTPUT ${VORLIX_TOOLS_DIR}/whisper-cli
     COMMAND ${CMAKE_COMMAND} -E make_directory ${VORLIX_TOOLS_DIR}
     COMMAND ${CMAKE_COMMAND} -E copy ${VORLIX_WHISPER_CLI} ${VORLIX_TOOLS_DIR}/whisper-cli
+    # Its debug symbols serve nobody here; Debian packages carry stripped machine code.
+    COMMAND ${CMAKE_STRIP} --strip-unneeded --remove-section=.comment --remove-section=.note ${VORLIX_TOOLS_DIR}/whisper-cli
     DEPENDS ${VORLIX_WHISPER_CLI}
     COMMENT "Packaging whisper-cli")
   list(APPEND packaged ${VORLIX_TOOLS_DIR}/whisper-cli)

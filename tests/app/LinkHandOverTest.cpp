@@ -10,6 +10,7 @@
 
 #include <QDBusConnectionInterface>
 #include <QProcess>
+#include <QScopeGuard>
 #include <QStandardPaths>
 #include <QTest>
 
@@ -43,10 +44,11 @@ struct QueueRig {
         s.isSpotifyTrackURL = [](const QString &) { return false; };
         return s;
     }
+    // Oldest first (the queue lists the newest on top).
     QStringList urls() const {
         QStringList out;
         for (const DownloadItemPtr &item : queue.items())
-            out << item->url();
+            out.prepend(item->url());
         return out;
     }
 };
@@ -97,6 +99,10 @@ private Q_SLOTS:
         if (QStandardPaths::findExecutable(QStringLiteral("dbus-daemon")).isEmpty())
             QSKIP("needs dbus-daemon (scripts/setup.sh installs it)");
         QProcess daemon;
+        const auto stop = qScopeGuard([&] {
+            daemon.terminate();
+            daemon.waitForFinished(5000);
+        });
         daemon.start(QStringLiteral("dbus-daemon"), {QStringLiteral("--session"), QStringLiteral("--nofork"),
                                                      QStringLiteral("--print-address=1")});
         QVERIFY(daemon.waitForReadyRead(15000));
@@ -121,8 +127,6 @@ private Q_SLOTS:
         }
         QDBusConnection::disconnectFromBus(QStringLiteral("running"));
         QDBusConnection::disconnectFromBus(QStringLiteral("later"));
-        daemon.terminate();
-        daemon.waitForFinished(5000);
     }
 };
 

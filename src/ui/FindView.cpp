@@ -255,8 +255,7 @@ QWidget *FindView::buildWelcome() {
     line->setObjectName(QStringLiteral("welcomeLine"));
     line->setAlignment(Qt::AlignCenter);
     line->setWordWrap(true);
-    // Wrapped within 360 points, the width the Part allows, and given the height that takes
-    // (a centred label is otherwise laid out at its one-line height).
+    // A narrow column reads better; a centred label is otherwise laid out at its one-line height.
     line->setFixedWidth(360);
     line->setMinimumHeight(line->heightForWidth(360));
     column->addWidget(line, 0, Qt::AlignHCenter);
@@ -306,7 +305,12 @@ QCoro::Task<> FindView::search(QString query, QString folder, quint64 generation
     // (The future is named, not awaited as a temporary: GCC 12 destroys temporaries of a
     // co_await full-expression twice.)
     QFuture<QList<Hit>> job = QtConcurrent::run([query, folder] { return TranscriptSearch::search(query, folder); });
-    QList<Hit> hits = co_await job;
+    QList<Hit> hits;
+    try {
+        hits = co_await job;
+    } catch (const std::exception &) {
+        // Out of memory on a huge library, say: the search simply finds nothing.
+    }
     // Nothing cancels a search; an answer overtaken by a newer search is dropped.
     if (!self || generation != self->m_generation)
         co_return;
@@ -351,8 +355,13 @@ void FindView::exportClip(const QUuid &hitID) {
 QCoro::Task<> FindView::exportHit(Hit hit) {
     QPointer<FindView> self(this);
     QPointer<DownloadQueue> queue(&m_queue);
-    QCoro::Task<std::optional<QString>> job = TranscriptSearch::exportClip(hit);
-    const std::optional<QString> clip = co_await job;
+    std::optional<QString> clip;
+    try {
+        QCoro::Task<std::optional<QString>> job = TranscriptSearch::exportClip(hit);
+        clip = co_await job;
+    } catch (const std::exception &) {
+        // Reported like any other failed cut.
+    }
     // The status line belongs to the queue, which outlives this screen.
     if (queue)
         queue->setLastMessage(clip ? QStringLiteral("Saved ") + QFileInfo(*clip).fileName()

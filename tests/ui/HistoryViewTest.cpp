@@ -160,8 +160,6 @@ QString accessibleName(QObject *object) {
 
 } // namespace
 
-Q_DECLARE_METATYPE(Seed)
-
 class HistoryViewTest : public QObject {
     Q_OBJECT
 private Q_SLOTS:
@@ -314,24 +312,6 @@ private Q_SLOTS:
         QCOMPARE(archivedOnDisk, archived);
         // Clearing never touches downloaded files.
         QVERIFY(QFileInfo::exists(h.dir + QStringLiteral("/Downloads/Wonderwall lesson.mp4")));
-    }
-
-    void clearNeedsAnUnarchivedEntry_data() {
-        QTest::addColumn<QList<Seed>>("seeds");
-        QTest::addColumn<bool>("enabled");
-        QTest::addColumn<QString>("count");
-        QTest::newRow("empty history") << QList<Seed>{} << false << QStringLiteral("0 of 0");
-        QTest::newRow("only archived") << QList<Seed>{nightDrive, nightDrive} << false << QStringLiteral("2 of 2");
-        QTest::newRow("one unarchived") << QList<Seed>{nightDrive, interview} << true << QStringLiteral("2 of 2");
-    }
-    void clearNeedsAnUnarchivedEntry() {
-        QFETCH(QList<Seed>, seeds);
-        QFETCH(bool, enabled);
-        QFETCH(QString, count);
-        Harness h(seeds);
-        QCOMPARE(h.view->clearButton()->isEnabled(), enabled);
-        QCOMPARE(h.view->countLabel()->text(), count);
-        QCOMPARE(h.view->isShowingEmptyState(), seeds.isEmpty());
     }
 
     // Clicks copy the link; the chip follows the latest copy and goes with that copy's own timer

@@ -1,5 +1,5 @@
-// `bench_ui_screenshots <folder>` renders the Ember sampler, the main window and its sheets and
-// the settings window into PNG files, for looking at them as a person would
+// `bench_ui_screenshots <folder>` renders the Ember sampler, the main window and its sheets, the
+// History and Find tabs and the settings window into PNG files, for looking at them as a person would
 // (bench/ui_screenshots.sh runs it under Xvfb).
 #include "TestEnv.h"
 
@@ -10,6 +10,8 @@
 #include "ui/Brand.h"
 #include "ui/EmberButtonStyle.h"
 #include "ui/EmberProgressBar.h"
+#include "ui/FindView.h"
+#include "ui/HistoryView.h"
 #include "queue/ClipboardSource.h"
 #include "queue/ClipboardWatcher.h"
 #include "queue/DownloadQueue.h"
@@ -31,6 +33,7 @@
 #include <QTest>
 #include <QVBoxLayout>
 #include <QLineEdit>
+#include <QSignalSpy>
 #include <QCoroTimer>
 
 namespace {
@@ -173,6 +176,86 @@ bool mainWindowShots(AppSettings &settings, SelfHealer &healer, const QString &f
     return ok;
 }
 
+// The History and Find tabs in the main window: history empty and with entries (one archived,
+// one just copied), Find before a search and with results (one hit with its media, one whose
+// media is gone). The History tab shows the application's own store, here in the private home.
+QByteArray srtCue(int index, const char *start, const char *end, const char *text) {
+    return QByteArray::number(index) + '\n' + start + " --> " + end + '\n' + text + "\n\n";
+}
+
+bool historyAndFindShots(AppSettings &settings, SelfHealer &healer, const QString &folder) {
+    HistoryStore &history = HistoryStore::shared();
+    QuietNotifier notifier;
+    NoClipboard clipboard;
+    DownloadQueue::Services services;
+    services.probe = neverAnswers;
+    services.isSpotifyTrackURL = [](const QString &) { return false; };
+    DownloadQueue queue(settings, history, notifier, services);
+    ClipboardWatcher watcher(clipboard, settings, queue);
+    ContentView view(queue, settings, healer, watcher, clipboard);
+    view.resize(860, 560);
+    view.setTab(ContentView::Tab::history);
+    bool ok = save(view, folder, QStringLiteral("history-empty.png"));
+
+    struct Shot {
+        const char *title;
+        const char *url;
+        const char *source;
+        const char *category;
+        qint64 secondsAgo;
+        bool archived;
+    };
+    const Shot shots[] = {
+        {"How to Play Wonderwall — Easy Guitar Lesson", "https://youtu.be/6hzrDeceEKc", "YouTube", "Tutorials", 2 * 3600, false},
+        {"Night Drive (Extended Mix)", "https://soundcloud.com/nightdrive/extended", "SoundCloud", "Music", 30 * 3600, true},
+        {"Studio tour", "https://vimeo.com/76979871", "Vimeo", "Videos", 3 * 86400, false},
+        {"Late Night Jazz Standards — Live at the Blue Room, Full Set with Band Introductions",
+         "https://www.youtube.com/watch?v=jazz1234567", "YouTube", "Music", 8 * 86400, false},
+        {"Chord voicings every guitarist should know", "https://www.youtube.com/watch?v=chords12345", "YouTube",
+         "Tutorials", 15 * 86400, false},
+        {"Café Tacvba — Eres (Unplugged)", "https://music.youtube.com/watch?v=cafe1234567", "YouTube Music", "Music",
+         70 * 86400, false},
+    };
+    const QDateTime now = QDateTime::currentDateTimeUtc();
+    for (auto it = std::rbegin(shots); it != std::rend(shots); ++it) {
+        HistoryEntry e;
+        e.setId(QUuid::createUuid());
+        e.setTitle(QString::fromUtf8(it->title));
+        e.setUrl(QString::fromUtf8(it->url));
+        e.setSource(QString::fromUtf8(it->source));
+        e.setCategory(QString::fromUtf8(it->category));
+        e.setMode(QStringLiteral("Video (best quality)"));
+        e.setDate(now.addSecs(-it->secondsAgo));
+        e.setArchived(it->archived);
+        history.add(e);
+    }
+    auto *historyView = view.findChild<HistoryView *>();
+    historyView->copy(history.entries().at(2));
+    ok &= save(view, folder, QStringLiteral("history.png"));
+
+    view.setTab(ContentView::Tab::find);
+    ok &= save(view, folder, QStringLiteral("find-welcome.png"));
+    const QString library = settings.downloadFolder();
+    const QString talk = library + QStringLiteral("/YouTube/Tutorials/Guitar Talk — Voicings [abcd1234]");
+    TestEnv::writeFile(talk + QStringLiteral(".srt"),
+                       srtCue(1, "00:00:01,000", "00:00:03,000", "Let's talk about\nchord voicing") +
+                           srtCue(2, "00:01:05,000", "00:01:08,000", "a drop-2 chord is just the second voice moved down"));
+    TestEnv::runFfmpeg({QStringLiteral("-f"), QStringLiteral("lavfi"), QStringLiteral("-i"),
+                        QStringLiteral("testsrc2=s=160x90:r=25:d=2"), QStringLiteral("-c:v"), QStringLiteral("libx264"),
+                        QStringLiteral("-preset"), QStringLiteral("ultrafast"), QStringLiteral("-pix_fmt"),
+                        QStringLiteral("yuv420p"), talk + QStringLiteral(".mp4")});
+    TestEnv::writeFile(library + QStringLiteral("/Vimeo/Videos/Moved Lecture.srt"),
+                       srtCue(1, "00:12:40,000", "00:12:44,000", "so every Chord shape here is movable"));
+    auto *find = view.findChild<FindView *>();
+    find->queryField()->setText(QStringLiteral("chord"));
+    QSignalSpy finished(find, &FindView::searchFinished);
+    find->runSearch();
+    ok &= finished.wait(30000);
+    ok &= save(view, folder, QStringLiteral("find-results.png"));
+    view.setTab(ContentView::Tab::queue);
+    return ok;
+}
+
 int screenshots(int argc, char **argv) {
     const QString folder = argc > 1 ? QString::fromLocal8Bit(argv[1]) : QStringLiteral("screenshots");
     QDir().mkpath(folder);
@@ -199,6 +282,7 @@ int screenshots(int argc, char **argv) {
     setup.ffmpegURL = [] { return QString(); };
     Transcriber transcriber(setup);
     ok &= mainWindowShots(settings, healer, folder);
+    ok &= historyAndFindShots(settings, healer, folder);
     SettingsView view(settings, healer, transcriber);
     ok &= save(view, folder, QStringLiteral("settings.png"));
     view.resize(SettingsView::formSize.width(), 1180); // the whole form at once

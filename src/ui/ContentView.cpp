@@ -7,11 +7,14 @@
 #include "queue/BatchText.h"
 #include "queue/ClipboardWatcher.h"
 #include "queue/DownloadQueue.h"
+#include "queue/HistoryStore.h"
 #include "ui/BatchSheet.h"
 #include "ui/Brand.h"
 #include "ui/Desktop.h"
 #include "ui/ElidedLabel.h"
 #include "ui/EmberButtonStyle.h"
+#include "ui/FindView.h"
+#include "ui/HistoryView.h"
 #include "ui/OptionsSheet.h"
 #include "ui/PinchMark.h"
 #include "ui/QueueList.h"
@@ -133,7 +136,11 @@ ContentView::ContentView(DownloadQueue &queue, AppSettings &settings, SelfHealer
     m_pages->addWidget(m_queuePage);
     // The other screens fill their tabs as they arrive; until then the tab is a quiet page.
     for (Tab tab : allTabs)
-        if (tab != Tab::queue) {
+        if (tab == Tab::find) {
+            m_pages->addWidget(new FindView(m_settings, m_queue));
+        } else if (tab == Tab::history) {
+            m_pages->addWidget(new HistoryView(HistoryStore::shared(), m_queue));
+        } else if (tab != Tab::queue) {
             auto *page = new QWidget;
             page->setObjectName(tabLabel(tab).toLower() + QStringLiteral("Page"));
             m_pages->addWidget(page);

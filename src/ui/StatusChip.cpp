@@ -12,13 +12,20 @@ constexpr int kPadY = 3;
 constexpr int kGap = 4;
 constexpr qreal kRadius = 4;
 
-QFont chipFont() {
-    QFont font = Brand::monoFont(10, QFont::Medium);
-    font.setLetterSpacing(QFont::AbsoluteSpacing, 0.3);
+// Made once: list delegates paint many chips per frame.
+const QFont &chipFont() {
+    static const QFont font = [] {
+        QFont f = Brand::monoFont(10, QFont::Medium);
+        f.setLetterSpacing(QFont::AbsoluteSpacing, 0.3);
+        return f;
+    }();
     return font;
 }
 
-int symbolSize() { return QFontMetrics(Brand::systemFont(8.5, QFont::DemiBold)).height(); }
+int symbolSize() {
+    static const int size = QFontMetrics(Brand::systemFont(8.5, QFont::DemiBold)).height();
+    return size;
+}
 } // namespace
 
 StatusChip::StatusChip(QWidget *parent) : StatusChip(QString(), QString(), Brand::stone(), parent) {}
@@ -39,31 +46,41 @@ void StatusChip::set(const QString &text, const QString &symbol, const QColor &t
     update();
 }
 
-QSize StatusChip::sizeHint() const {
-    const QFontMetrics metrics(font());
-    int width = metrics.horizontalAdvance(m_text) + 2 * kPadX;
-    if (!m_symbol.isEmpty())
+QSize StatusChip::sizeHint() const { return sizeFor(m_text, m_symbol); }
+
+QSize StatusChip::sizeFor(const QString &text, const QString &symbol) {
+    const QFontMetrics metrics(chipFont());
+    int width = metrics.horizontalAdvance(text) + 2 * kPadX;
+    if (!symbol.isEmpty())
         width += symbolSize() + kGap;
     return QSize(width, metrics.height() + 2 * kPadY);
 }
 
 void StatusChip::paintEvent(QPaintEvent *) {
     QPainter p(this);
+    paint(p, rect(), m_text, m_symbol, m_tint);
+}
+
+void StatusChip::paint(QPainter &p, const QRect &rect, const QString &text, const QString &symbol, const QColor &tint) {
+    p.save();
     p.setRenderHint(QPainter::Antialiasing);
-    QColor outline = m_tint;
+    QColor outline = tint;
     outline.setAlphaF(0.45f);
     p.setPen(QPen(outline, 1));
-    p.drawRoundedRect(QRectF(rect()).adjusted(0.5, 0.5, -0.5, -0.5), kRadius, kRadius);
+    p.setBrush(Qt::NoBrush);
+    p.drawRoundedRect(QRectF(rect).adjusted(0.5, 0.5, -0.5, -0.5), kRadius, kRadius);
 
-    int x = kPadX;
-    if (!m_symbol.isEmpty()) {
+    int x = rect.left() + kPadX;
+    if (!symbol.isEmpty()) {
         const int size = symbolSize();
-        p.drawPixmap(x, (height() - size) / 2, Symbols::pixmap(m_symbol, m_tint, size));
+        p.drawPixmap(x, rect.top() + (rect.height() - size) / 2, Symbols::pixmap(symbol, tint, size));
         x += size + kGap;
     }
-    p.setPen(m_tint);
-    p.setFont(font());
-    const QRect textRect(x, 0, width() - x - kPadX + 1, height());
+    const QFont &font = chipFont();
+    p.setPen(tint);
+    p.setFont(font);
+    const QRect textRect(x, rect.top(), rect.right() - x - kPadX + 2, rect.height());
     p.drawText(textRect, Qt::AlignVCenter | Qt::AlignLeft | Qt::TextSingleLine,
-               fontMetrics().elidedText(m_text, Qt::ElideRight, textRect.width()));
+               QFontMetrics(font).elidedText(text, Qt::ElideRight, textRect.width()));
+    p.restore();
 }

@@ -3,6 +3,8 @@
 #include <QColor>
 #include <QWidget>
 
+class QPainter;
+
 // A one-line outlined label: an optional symbol, then a short monospaced text, all in one tint.
 class StatusChip : public QWidget {
     Q_OBJECT
@@ -17,6 +19,11 @@ public:
 
     QSize sizeHint() const override;
     QSize minimumSizeHint() const override { return sizeHint(); }
+
+    // The same chip drawn straight onto a painter (list delegates paint chips without widgets).
+    static QSize sizeFor(const QString &text, const QString &symbol);
+    static void paint(QPainter &painter, const QRect &rect, const QString &text, const QString &symbol,
+                      const QColor &tint);
 
 protected:
     void paintEvent(QPaintEvent *event) override;

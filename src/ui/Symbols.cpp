@@ -4,6 +4,9 @@
 #include <QHash>
 #include <QPainter>
 #include <QPainterPath>
+#include <QtMath>
+
+#include <cmath>
 
 namespace Symbols {
 namespace {
@@ -24,6 +27,7 @@ const QHash<QString, QString> &table() {
         {QStringLiteral("pianokeys"), QStringLiteral("media-playlist-consecutive-symbolic")},
         {QStringLiteral("bandage"), QStringLiteral("emblem-synchronizing-symbolic")},
         {QStringLiteral("clock"), QStringLiteral("document-open-recent-symbolic")},
+        {QStringLiteral("checkmark"), QStringLiteral("object-select-symbolic")},
         {QStringLiteral("checkmark.circle.fill"), QStringLiteral("emblem-ok-symbolic")},
         {QStringLiteral("text.quote"), QStringLiteral("text-x-generic-symbolic")},
         {QStringLiteral("list.bullet.rectangle"), QStringLiteral("view-list-symbolic")},
@@ -131,6 +135,64 @@ QPixmap drawn(const QString &symbol, const QColor &tint, int size) {
         path.lineTo(1.5, 13);
         path.closeSubpath();
         p.drawPath(path);
+    } else if (symbol == QLatin1String("clock.arrow.circlepath")) {
+        // History: a clock face inside an arrow turning back; themes draw only the clock.
+        const QPointF centre(8.6, 8);
+        const qreal radius = 5.9;
+        const qreal start = 165; // degrees, counter-clockwise from three o'clock
+        QPainterPath arc;
+        arc.arcMoveTo(QRectF(centre.x() - radius, centre.y() - radius, 2 * radius, 2 * radius), start);
+        arc.arcTo(QRectF(centre.x() - radius, centre.y() - radius, 2 * radius, 2 * radius), start, -295);
+        p.drawPath(arc);
+        const qreal a = qDegreesToRadians(start);
+        const QPointF tip(centre.x() + radius * std::cos(a), centre.y() - radius * std::sin(a));
+        const QPointF back(std::sin(a), std::cos(a)); // against the arrow's travel
+        const auto arm = [&](qreal degrees) {
+            const qreal r = qDegreesToRadians(degrees);
+            return tip + 2.6 * QPointF(back.x() * std::cos(r) - back.y() * std::sin(r),
+                                       back.x() * std::sin(r) + back.y() * std::cos(r));
+        };
+        p.drawPolyline(QPolygonF({arm(-45), tip, arm(45)}));
+        p.drawPolyline(QPolygonF({QPointF(8.6, 4.9), QPointF(8.6, 8), QPointF(10.8, 9.4)}));
+    } else if (symbol.startsWith(QLatin1String("archivebox"))) {
+        // A lidded box with a handle slot; themes have no archive box.
+        const QRectF lid(1.5, 2.5, 13, 3.5);
+        QPainterPath body;
+        body.moveTo(2.5, 6);
+        body.lineTo(2.5, 13.5);
+        body.lineTo(13.5, 13.5);
+        body.lineTo(13.5, 6);
+        if (filled) {
+            p.setBrush(tint);
+            p.drawRoundedRect(lid, 1, 1);
+            body.closeSubpath();
+            p.drawPath(body);
+            p.setPen(QPen(Qt::black, 1.5, Qt::SolidLine, Qt::RoundCap));
+            p.setCompositionMode(QPainter::CompositionMode_Clear);
+        } else {
+            p.drawRoundedRect(lid, 1, 1);
+            p.drawPath(body);
+        }
+        p.drawLine(QPointF(6.5, 8.8), QPointF(9.5, 8.8));
+    } else if (symbol.endsWith(QLatin1String(".magnifyingglass"))) {
+        // A lens with what is searched inside it: a waveform or lines of text.
+        p.drawEllipse(QPointF(6.5, 6.5), 5.2, 5.2);
+        p.drawLine(QPointF(10.4, 10.4), QPointF(14.5, 14.5));
+        QPen thin = pen;
+        thin.setWidthF(1.1);
+        p.setPen(thin);
+        if (symbol.startsWith(QLatin1String("waveform"))) {
+            // Three bars, far enough apart to stay apart at 16 pixels.
+            const qreal heights[] = {2.2, 4.8, 3.0};
+            for (int i = 0; i < 3; ++i) {
+                const qreal x = 4.3 + i * 2.2;
+                p.drawLine(QPointF(x, 6.5 - heights[i] / 2), QPointF(x, 6.5 + heights[i] / 2));
+            }
+        } else {
+            p.drawLine(QPointF(4.3, 5), QPointF(8.7, 5));
+            p.drawLine(QPointF(4.3, 6.9), QPointF(8.7, 6.9));
+            p.drawLine(QPointF(4.3, 8.8), QPointF(7.2, 8.8));
+        }
     } else {
         // A neutral mark for symbols without their own drawing.
         p.setBrush(tint);

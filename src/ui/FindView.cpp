@@ -1,0 +1,376 @@
+#include "ui/FindView.h"
+
+#include "core/AppSettings.h"
+#include "core/TextTrim.h"
+#include "queue/DownloadQueue.h"
+#include "ui/Brand.h"
+#include "ui/Desktop.h"
+#include "ui/ElidedLabel.h"
+#include "ui/EmberButtonStyle.h"
+#include "ui/Symbols.h"
+
+#include <QFileInfo>
+#include <QHBoxLayout>
+#include <QLabel>
+#include <QLineEdit>
+#include <QPainter>
+#include <QPointer>
+#include <QPushButton>
+#include <QScrollArea>
+#include <QStackedWidget>
+#include <QVBoxLayout>
+#include <QVariantAnimation>
+#include <QtConcurrent/QtConcurrentRun>
+
+#include <QCoroFuture>
+
+using TranscriptSearch::Hit;
+
+namespace {
+
+QLabel *makeLabel(const QString &text, const QFont &font, const QColor &color) {
+    auto *l = new QLabel(text);
+    l->setFont(font);
+    QPalette p = l->palette();
+    p.setColor(QPalette::WindowText, color);
+    l->setPalette(p);
+    return l;
+}
+
+// A small indeterminate indicator: an ember arc that turns while it is on screen.
+class BusyIndicator : public QWidget {
+public:
+    explicit BusyIndicator(const QString &name, QWidget *parent = nullptr) : QWidget(parent) {
+        setFixedSize(18, 18);
+        setAccessibleName(name);
+        m_spin.setStartValue(0.0);
+        m_spin.setEndValue(360.0);
+        m_spin.setDuration(900);
+        m_spin.setLoopCount(-1);
+        QObject::connect(&m_spin, &QVariantAnimation::valueChanged, this, [this] { update(); });
+    }
+
+protected:
+    void showEvent(QShowEvent *) override { m_spin.start(); }
+    void hideEvent(QHideEvent *) override { m_spin.stop(); }
+    void paintEvent(QPaintEvent *) override {
+        QPainter p(this);
+        p.setRenderHint(QPainter::Antialiasing);
+        const QRectF ring = QRectF(rect()).adjusted(2.5, 2.5, -2.5, -2.5);
+        p.setPen(QPen(Brand::hairline(), 2.2));
+        p.drawEllipse(ring);
+        p.setPen(QPen(Brand::ember(), 2.2, Qt::SolidLine, Qt::RoundCap));
+        const int start = int(-m_spin.currentValue().toReal() * 16);
+        p.drawArc(ring, start, 100 * 16);
+    }
+
+private:
+    QVariantAnimation m_spin;
+};
+
+// One hit: video name, clock and time, the cue's text, and its trailing control.
+class HitRow : public QFrame {
+public:
+    HitRow(const Hit &hit, std::function<void()> onExport) {
+        setObjectName(QStringLiteral("hitRow"));
+        setFrameShape(QFrame::NoFrame);
+        setAccessibleName(hit.videoName + QStringLiteral(", ") + hit.timeLabel() + QStringLiteral(", ") + hit.text);
+
+        auto *row = new QHBoxLayout(this);
+        row->setContentsMargins(14, 10, 12, 10);
+        row->setSpacing(12);
+        auto *column = new QVBoxLayout;
+        column->setSpacing(3);
+        auto *name = new ElidedLabel(nullptr, Qt::ElideRight);
+        name->setObjectName(QStringLiteral("videoName"));
+        name->setFullText(hit.videoName);
+        name->setAccessibleName(hit.videoName);
+        name->setFont(Brand::displayFont(14, QFont::DemiBold));
+        QPalette np = name->palette();
+        np.setColor(QPalette::WindowText, Brand::bone());
+        name->setPalette(np);
+        column->addWidget(name);
+
+        auto *timeLine = new QHBoxLayout;
+        timeLine->setSpacing(5);
+        auto *clock = new QLabel;
+        clock->setPixmap(Symbols::pixmap(QStringLiteral("clock"), Brand::ember(), 12));
+        clock->setAccessibleName(QStringLiteral("Time"));
+        timeLine->addWidget(clock);
+        QLabel *time = makeLabel(hit.timeLabel(), Brand::monoFont(11, QFont::Medium), Brand::ember());
+        time->setObjectName(QStringLiteral("timeLabel"));
+        timeLine->addWidget(time);
+        timeLine->addStretch(1);
+        column->addLayout(timeLine);
+
+        QLabel *text = makeLabel(hit.text, Brand::systemFont(13), Brand::bone());
+        text->setObjectName(QStringLiteral("cueText"));
+        text->setWordWrap(true);
+        text->setTextFormat(Qt::PlainText);
+        text->setTextInteractionFlags(Qt::TextSelectableByMouse);
+        column->addWidget(text);
+        row->addLayout(column, 1);
+
+        m_trailing = new QStackedWidget;
+        m_trailing->setSizePolicy(QSizePolicy::Fixed, QSizePolicy::Fixed);
+        if (hit.videoFile) {
+            m_export = new QPushButton(Symbols::icon(QStringLiteral("scissors"), Brand::bone()), QStringLiteral("Export Clip"));
+            m_export->setObjectName(QStringLiteral("exportClip"));
+            m_export->setAccessibleName(QStringLiteral("Export Clip"));
+            m_export->setAccessibleDescription(hit.videoName + QStringLiteral(" at ") + hit.timeLabel());
+            EmberButtonStyle::apply(m_export, true);
+            m_export->setMinimumWidth(QFontMetrics(m_export->font()).horizontalAdvance(m_export->text()) + 52);
+            QObject::connect(m_export, &QPushButton::clicked, m_export, [onExport = std::move(onExport)] { onExport(); });
+            m_trailing->addWidget(m_export);
+        } else {
+            QLabel *moved = makeLabel(QStringLiteral("media file moved"), Brand::monoFont(10), Brand::stone());
+            moved->setObjectName(QStringLiteral("mediaMoved"));
+            moved->setAlignment(Qt::AlignCenter);
+            m_trailing->addWidget(moved);
+        }
+        m_busy = new BusyIndicator(QStringLiteral("Exporting clip"));
+        m_busy->setObjectName(QStringLiteral("exportProgress"));
+        auto *busyBox = new QWidget;
+        auto *busyLayout = new QHBoxLayout(busyBox);
+        busyLayout->setContentsMargins(0, 0, 0, 0);
+        busyLayout->addWidget(m_busy, 0, Qt::AlignCenter);
+        m_trailing->addWidget(busyBox);
+        row->addWidget(m_trailing, 0, Qt::AlignVCenter);
+    }
+
+    void setExporting(bool exporting) { m_trailing->setCurrentIndex(exporting ? 1 : 0); }
+
+protected:
+    void paintEvent(QPaintEvent *) override {
+        QPainter p(this);
+        p.setRenderHint(QPainter::Antialiasing);
+        p.setPen(Qt::NoPen);
+        p.setBrush(Brand::surface());
+        p.drawRoundedRect(QRectF(rect()), 10, 10);
+    }
+
+private:
+    QStackedWidget *m_trailing = nullptr;
+    QPushButton *m_export = nullptr;
+    BusyIndicator *m_busy = nullptr;
+};
+
+} // namespace
+
+FindView::FindView(QWidget *parent) : FindView(AppSettings::shared(), DownloadQueue::shared(), parent) {}
+
+FindView::FindView(AppSettings &settings, DownloadQueue &queue, QWidget *parent)
+    : QWidget(parent), m_settings(settings), m_queue(queue), m_reveal([](const QUrl &file) { Desktop::reveal(file); }) {
+    setObjectName(QStringLiteral("findView"));
+    auto *layout = new QVBoxLayout(this);
+    layout->setContentsMargins(0, 0, 0, 0);
+    layout->setSpacing(0);
+    layout->addWidget(buildSearchBar());
+    auto *divider = new QWidget;
+    divider->setFixedHeight(1);
+    divider->setAutoFillBackground(true);
+    QPalette dp = divider->palette();
+    dp.setColor(QPalette::Window, Brand::hairline());
+    divider->setPalette(dp);
+    layout->addWidget(divider);
+
+    m_content = new QStackedWidget;
+    m_content->addWidget(buildWelcome());
+    m_content->addWidget(buildNoMatches());
+    auto *scroll = new QScrollArea;
+    scroll->setObjectName(QStringLiteral("findResults"));
+    scroll->setFrameShape(QFrame::NoFrame);
+    scroll->setWidgetResizable(true);
+    scroll->setHorizontalScrollBarPolicy(Qt::ScrollBarAlwaysOff);
+    m_results = new QWidget;
+    m_resultsLayout = new QVBoxLayout(m_results);
+    m_resultsLayout->setContentsMargins(14, 12, 14, 12);
+    m_resultsLayout->setSpacing(8);
+    m_resultsLayout->addStretch(1);
+    scroll->setWidget(m_results);
+    m_content->addWidget(scroll);
+    layout->addWidget(m_content, 1);
+
+    refreshFindButton();
+    showState();
+}
+
+FindView::~FindView() = default;
+
+QWidget *FindView::buildSearchBar() {
+    auto *bar = new QWidget;
+    bar->setObjectName(QStringLiteral("findBar"));
+    auto *row = new QHBoxLayout(bar);
+    row->setContentsMargins(16, 12, 16, 12);
+    row->setSpacing(10);
+
+    m_query = new QLineEdit;
+    m_query->setObjectName(QStringLiteral("findQuery"));
+    m_query->setPlaceholderText(
+        QStringLiteral("Search everything said in your library\u2026  e.g. \u201Cchord voicing\u201D"));
+    m_query->setAccessibleName(QStringLiteral("Search everything said in your library"));
+    m_query->setFont(Brand::monoFont(13));
+    m_query->setMinimumHeight(34);
+    m_query->setClearButtonEnabled(true);
+    m_query->addAction(Symbols::icon(QStringLiteral("waveform.and.magnifyingglass"), Brand::stone(), 16),
+                       QLineEdit::LeadingPosition);
+    m_query->setStyleSheet(QStringLiteral("QLineEdit { background: #221F1A; border: 1px solid #2B2620; border-radius: 8px;"
+                                          " padding: 2px 6px; color: #FAF8F5; }"
+                                          "QLineEdit:focus { border-color: #5C554C; }"));
+    connect(m_query, &QLineEdit::textChanged, this, &FindView::refreshFindButton);
+    connect(m_query, &QLineEdit::returnPressed, this, &FindView::runSearch);
+    row->addWidget(m_query, 1);
+
+    m_find = new QPushButton(QStringLiteral("Find"));
+    m_find->setObjectName(QStringLiteral("find"));
+    m_find->setAccessibleName(QStringLiteral("Find"));
+    EmberButtonStyle::apply(m_find);
+    connect(m_find, &QPushButton::clicked, this, &FindView::runSearch);
+    row->addWidget(m_find);
+
+    m_spinner = new BusyIndicator(QStringLiteral("Searching"));
+    m_spinner->setObjectName(QStringLiteral("searchProgress"));
+    m_spinner->hide();
+    row->addWidget(m_spinner);
+    return bar;
+}
+
+QWidget *FindView::buildWelcome() {
+    m_welcome = new QWidget;
+    m_welcome->setObjectName(QStringLiteral("findWelcome"));
+    auto *column = new QVBoxLayout(m_welcome);
+    column->setSpacing(10);
+    column->addStretch(1);
+    auto *symbol = new QLabel;
+    symbol->setPixmap(Symbols::pixmap(QStringLiteral("text.magnifyingglass"), Brand::stoneDark(), 40));
+    symbol->setAlignment(Qt::AlignCenter);
+    column->addWidget(symbol);
+    QLabel *title = makeLabel(QStringLiteral("Search by spoken word"), Brand::displayFont(20, QFont::Bold), Brand::bone());
+    title->setObjectName(QStringLiteral("welcomeTitle"));
+    title->setAlignment(Qt::AlignCenter);
+    column->addWidget(title);
+    QLabel *line = makeLabel(
+        QStringLiteral("Every transcribed video is searchable. Type a phrase, get the exact clip where it's said."),
+        Brand::systemFont(13), Brand::stone());
+    line->setObjectName(QStringLiteral("welcomeLine"));
+    line->setAlignment(Qt::AlignCenter);
+    line->setWordWrap(true);
+    // A narrow column reads better; a centred label is otherwise laid out at its one-line height.
+    line->setFixedWidth(360);
+    line->setMinimumHeight(line->heightForWidth(360));
+    column->addWidget(line, 0, Qt::AlignHCenter);
+    column->addStretch(1);
+    return m_welcome;
+}
+
+QWidget *FindView::buildNoMatches() {
+    m_noMatches = new QWidget;
+    m_noMatches->setObjectName(QStringLiteral("findNoMatches"));
+    auto *column = new QVBoxLayout(m_noMatches);
+    column->addStretch(1);
+    QLabel *text = makeLabel(QStringLiteral("No matches \u2014 transcribe more videos to widen the net"),
+                             Brand::systemFont(13), Brand::stone());
+    text->setObjectName(QStringLiteral("noMatchesText"));
+    text->setAlignment(Qt::AlignCenter);
+    text->setWordWrap(true);
+    column->addWidget(text);
+    column->addStretch(1);
+    return m_noMatches;
+}
+
+void FindView::refreshFindButton() {
+    m_find->setEnabled(trimSpacesAndTabs(m_query->text()).size() >= minimumQueryLength);
+}
+
+void FindView::showState() {
+    if (!m_hits.isEmpty())
+        m_content->setCurrentIndex(2);
+    else
+        m_content->setCurrentWidget(m_searched ? m_noMatches : m_welcome);
+}
+
+void FindView::runSearch() {
+    const QString query = trimSpacesAndTabs(m_query->text()).toString();
+    if (query.size() < minimumQueryLength)
+        return;
+    m_searching = true;
+    m_spinner->show();
+    search(query, m_settings.downloadFolder(), ++m_generation);
+}
+
+QCoro::Task<> FindView::search(QString query, QString folder, quint64 generation) {
+    QPointer<FindView> self(this);
+    // The scan reads every subtitle file in the library: a worker thread does it while this
+    // thread goes on painting.
+    // (The future is named, not awaited as a temporary: GCC 12 destroys temporaries of a
+    // co_await full-expression twice.)
+    QFuture<QList<Hit>> job = QtConcurrent::run([query, folder] { return TranscriptSearch::search(query, folder); });
+    QList<Hit> hits;
+    try {
+        hits = co_await job;
+    } catch (const std::exception &) {
+        // Out of memory on a huge library, say: the search simply finds nothing.
+    }
+    // Nothing cancels a search; an answer overtaken by a newer search is dropped.
+    if (!self || generation != self->m_generation)
+        co_return;
+    self->m_hits = std::move(hits);
+    self->m_searching = false;
+    self->m_searched = true;
+    self->m_spinner->hide();
+    self->rebuildRows();
+    self->showState();
+    Q_EMIT self->searchFinished();
+}
+
+void FindView::rebuildRows() {
+    for (QWidget *row : std::as_const(m_rows))
+        delete row;
+    m_rows.clear();
+    int position = 0;
+    for (const Hit &hit : std::as_const(m_hits)) {
+        const QUuid id = hit.id;
+        auto *row = new HitRow(hit, [this, id] { exportClip(id); });
+        m_resultsLayout->insertWidget(position++, row);
+        m_rows.insert(id, row);
+        if (m_exporting.contains(id))
+            row->setExporting(true);
+    }
+}
+
+void FindView::refreshRow(const QUuid &hitID) {
+    if (auto *row = static_cast<HitRow *>(m_rows.value(hitID)))
+        row->setExporting(m_exporting.contains(hitID));
+}
+
+void FindView::exportClip(const QUuid &hitID) {
+    const auto hit = std::find_if(m_hits.cbegin(), m_hits.cend(), [&hitID](const Hit &h) { return h.id == hitID; });
+    if (hit == m_hits.cend() || !hit->videoFile || m_exporting.contains(hitID))
+        return;
+    m_exporting.insert(hitID);
+    refreshRow(hitID);
+    exportHit(*hit);
+}
+
+QCoro::Task<> FindView::exportHit(Hit hit) {
+    QPointer<FindView> self(this);
+    QPointer<DownloadQueue> queue(&m_queue);
+    std::optional<QString> clip;
+    try {
+        QCoro::Task<std::optional<QString>> job = TranscriptSearch::exportClip(hit);
+        clip = co_await job;
+    } catch (const std::exception &) {
+        // Reported like any other failed cut.
+    }
+    // The status line belongs to the queue, which outlives this screen.
+    if (queue)
+        queue->setLastMessage(clip ? QStringLiteral("Saved ") + QFileInfo(*clip).fileName()
+                                   : QStringLiteral("Clip export failed"));
+    if (!self)
+        co_return;
+    self->m_exporting.remove(hit.id);
+    self->refreshRow(hit.id);
+    if (clip && self->m_reveal)
+        self->m_reveal(QUrl::fromLocalFile(*clip));
+    Q_EMIT self->exportFinished(hit.id, clip.value_or(QString()));
+}

@@ -12,9 +12,11 @@
 #include "ui/Desktop.h"
 #include "ui/ElidedLabel.h"
 #include "ui/EmberButtonStyle.h"
+#include "ui/ImagesView.h"
 #include "ui/OptionsSheet.h"
 #include "ui/PinchMark.h"
 #include "ui/QueueList.h"
+#include "ui/SearchView.h"
 #include "ui/SheetParts.h"
 #include "ui/Symbols.h"
 
@@ -133,7 +135,11 @@ ContentView::ContentView(DownloadQueue &queue, AppSettings &settings, SelfHealer
     m_pages->addWidget(m_queuePage);
     // The other screens fill their tabs as they arrive; until then the tab is a quiet page.
     for (Tab tab : allTabs)
-        if (tab != Tab::queue) {
+        if (tab == Tab::search) {
+            m_pages->addWidget(new SearchView(m_queue));
+        } else if (tab == Tab::images) {
+            m_pages->addWidget(new ImagesView(m_queue, m_queue.history(), m_settings));
+        } else if (tab != Tab::queue) {
             auto *page = new QWidget;
             page->setObjectName(tabLabel(tab).toLower() + QStringLiteral("Page"));
             m_pages->addWidget(page);

@@ -1,0 +1,79 @@
+#include "ui/ScreenParts.h"
+
+#include "ui/Brand.h"
+#include "ui/Symbols.h"
+
+#include <QAction>
+#include <QLabel>
+#include <QLineEdit>
+#include <QVBoxLayout>
+
+namespace ScreenParts {
+
+QLabel *label(const QString &text, const QFont &font, const QColor &color) {
+    auto *l = new QLabel(text);
+    l->setFont(font);
+    QPalette p = l->palette();
+    p.setColor(QPalette::WindowText, color);
+    l->setPalette(p);
+    return l;
+}
+
+QLineEdit *searchField(const QString &symbol) {
+    auto *field = new QLineEdit;
+    field->setObjectName(QStringLiteral("query"));
+    field->setFont(Brand::monoFont(13));
+    field->setClearButtonEnabled(true);
+    field->setMinimumHeight(34);
+    field->addAction(Symbols::icon(symbol, Brand::stone(), 16), QLineEdit::LeadingPosition);
+    field->setStyleSheet(QStringLiteral("QLineEdit { background: #16130F; border: 1px solid #2B2620; border-radius: 6px;"
+                                        " padding: 0 8px; color: #FAF8F5; }"
+                                        "QLineEdit:focus { border-color: #FF4A1F; }"));
+    return field;
+}
+
+QWidget *messagePage(const QString &symbol, const QString &text, const QString &textName) {
+    auto *page = new QWidget;
+    auto *column = new QVBoxLayout(page);
+    column->setSpacing(10);
+    column->addStretch(1);
+    auto *icon = new QLabel;
+    icon->setPixmap(Symbols::pixmap(symbol, Brand::stone(), 30));
+    icon->setAlignment(Qt::AlignCenter);
+    column->addWidget(icon);
+    QLabel *message = label(text, Brand::systemFont(13), Brand::stone());
+    message->setObjectName(textName);
+    message->setAlignment(Qt::AlignCenter);
+    message->setWordWrap(true);
+    column->addWidget(message);
+    column->addStretch(1);
+    return page;
+}
+
+QWidget *welcomePage(const QString &symbol, const QString &headline, const QString &line) {
+    auto *page = new QWidget;
+    page->setObjectName(QStringLiteral("welcome"));
+    auto *column = new QVBoxLayout(page);
+    column->setContentsMargins(40, 0, 40, 0);
+    column->setSpacing(12);
+    column->addStretch(1);
+    auto *icon = new QLabel;
+    icon->setPixmap(Symbols::pixmap(symbol, Brand::ember(), 52));
+    icon->setAlignment(Qt::AlignCenter);
+    column->addWidget(icon);
+    QLabel *title = label(headline, Brand::displayFont(22, QFont::Bold), Brand::bone());
+    title->setObjectName(QStringLiteral("headline"));
+    title->setAlignment(Qt::AlignCenter);
+    title->setWordWrap(true);
+    column->addWidget(title);
+    QLabel *note = label(line, Brand::systemFont(13), Brand::stone());
+    note->setObjectName(QStringLiteral("line"));
+    note->setAlignment(Qt::AlignCenter);
+    note->setWordWrap(true);
+    note->setMaximumWidth(520);
+    column->addWidget(note, 0, Qt::AlignHCenter);
+    column->addStretch(2);
+    return page;
+}
+
+} // namespace ScreenParts

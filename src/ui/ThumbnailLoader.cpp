@@ -148,32 +148,32 @@ void ThumbnailLoader::finished(QNetworkReply *reply, const QUrl &url) {
     m_replies.remove(url);
     const int status = reply->attribute(QNetworkRequest::HttpStatusCodeAttribute).toInt();
     const bool ok = reply->error() == QNetworkReply::NoError && (status == 0 || status == 200);
-    QList<Spec> specs;
+    QList<Shape> shapes;
     for (const Wish &w : std::as_const(m_wishes))
         if (w.url == url) {
             const QString key = cacheKey(w.url, w.size, w.radius, w.pixelRatio);
-            if (std::none_of(specs.cbegin(), specs.cend(), [&key](const Spec &s) { return s.key == key; }))
-                specs.append({w.size, w.radius, w.pixelRatio, key});
+            if (std::none_of(shapes.cbegin(), shapes.cend(), [&key](const Shape &s) { return s.key == key; }))
+                shapes.append({w.size, w.radius, w.pixelRatio, key});
         }
-    if (!ok || specs.isEmpty()) {
+    if (!ok || shapes.isEmpty()) {
         decoded(url, {});
     } else {
         m_decoding.insert(url);
-        decode(this, url, reply->readAll(), specs);
+        decode(this, url, reply->readAll(), shapes);
     }
     startNext();
 }
 
-QCoro::Task<> ThumbnailLoader::decode(QPointer<ThumbnailLoader> self, QUrl url, QByteArray bytes, QList<Spec> specs) {
-    auto work = [](const QByteArray &data, const QList<Spec> &wanted) {
+QCoro::Task<> ThumbnailLoader::decode(QPointer<ThumbnailLoader> self, QUrl url, QByteArray bytes, QList<Shape> shapes) {
+    auto work = [](const QByteArray &data, const QList<Shape> &wanted) {
         QHash<QString, QImage> out;
         const QImage picture = readPicture(data);
         if (!picture.isNull())
-            for (const Spec &s : wanted)
+            for (const Shape &s : wanted)
                 out.insert(s.key, fill(picture, s.size, s.radius, s.pixelRatio));
         return out;
     };
-    const QHash<QString, QImage> pictures = co_await QtConcurrent::run(work, std::move(bytes), std::move(specs));
+    const QHash<QString, QImage> pictures = co_await QtConcurrent::run(work, std::move(bytes), std::move(shapes));
     if (self)
         self->decoded(url, pictures);
 }

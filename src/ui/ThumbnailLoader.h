@@ -71,13 +71,13 @@ private:
     void dropIfUnwanted(const QUrl &url);
     void startNext();
     void finished(QNetworkReply *reply, const QUrl &url);
-    struct Spec {
+    struct Shape {
         QSize size;
         qreal radius = 0;
         qreal pixelRatio = 1;
         QString key;
     };
-    static QCoro::Task<> decode(QPointer<ThumbnailLoader> self, QUrl url, QByteArray bytes, QList<Spec> specs);
+    static QCoro::Task<> decode(QPointer<ThumbnailLoader> self, QUrl url, QByteArray bytes, QList<Shape> shapes);
     void decoded(const QUrl &url, const QHash<QString, QImage> &pictures);
 
     QNetworkAccessManager *m_network;

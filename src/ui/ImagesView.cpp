@@ -161,7 +161,7 @@ QLabel *caption(const QString &text, const QColor &color, const QString &name) {
     return label;
 }
 
-QString errorText(const std::exception &e, const QString &fallback) {
+QString describe(const std::exception &e, const QString &fallback) {
     QString text;
     if (const auto *image = dynamic_cast<const ImageSearch::ImageError *>(&e))
         text = image->description();
@@ -179,7 +179,7 @@ QCoro::Task<SearchOutcome> searchFor(QString query, ImageSearch::Endpoint endpoi
         QList<Result> found = co_await ImageSearch::search(std::move(query), 1, ImagesView::pageSize, endpoint);
         co_return SearchOutcome{std::move(found), std::nullopt};
     } catch (const std::exception &e) {
-        co_return SearchOutcome{{}, errorText(e, QStringLiteral("Search failed"))};
+        co_return SearchOutcome{{}, describe(e, QStringLiteral("Search failed"))};
     }
 }
 
@@ -413,7 +413,7 @@ QCoro::Task<ImagesView::Outcome> ImagesView::save(Result result, QString folder,
         QString path = co_await ImageSearch::download(std::move(result), std::move(folder), endpoint);
         co_return Outcome{std::move(path), QString()};
     } catch (const std::exception &e) {
-        co_return Outcome{QString(), errorText(e, QStringLiteral("Image download failed"))};
+        co_return Outcome{QString(), describe(e, QStringLiteral("Image download failed"))};
     }
 }
 

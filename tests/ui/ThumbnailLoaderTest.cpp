@@ -105,7 +105,7 @@ private Q_SLOTS:
         QObject receiver;
         auto load = [&](int i) {
             arrived = false;
-            loader.request(&receiver, QUrl(site.url(u"/pic/%1.png"_s.arg(i))), QSize(50, 50), 0,
+            loader.request(&receiver, QUrl(site.url(u"/pic/%1.png?maxage=600"_s.arg(i))), QSize(50, 50), 0,
                            [&arrived](const QPixmap &pm) { arrived = !pm.isNull(); });
             return arrived; // true only when it came from memory at once
         };

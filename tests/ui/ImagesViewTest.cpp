@@ -151,6 +151,7 @@ private Q_SLOTS:
     }
 
     void cellsShowAndExposeTheirTexts() {
+        const qsizetype goneBefore = site.requests().filter(u"/img/gone.png"_s).size();
         Harness h(site.url(u"/api"_s));
         h.search(u"sunset"_s);
         QTRY_VERIFY(h.finished());
@@ -168,7 +169,7 @@ private Q_SLOTS:
             return thumb->grab().toImage().pixelColor(thumb->width() / 2, thumb->height() / 2);
         };
         QTRY_COMPARE(grabbed(sunset).green(), 200);
-        QTRY_VERIFY(site.requests().filter(u"/img/gone.png"_s).size() == 1);
+        QTRY_VERIFY(site.requests().filter(u"/img/gone.png"_s).size() > goneBefore);
         QTest::qWait(100);
         QVERIFY(grabbed(h.cell(u"Forest"_s)).green() < 100); // a missing thumbnail keeps the tile
 

@@ -313,7 +313,8 @@ QWidget *ImagesView::buildCell(const Result &result) {
     column->setContentsMargins(8, 8, 8, 10);
     column->setSpacing(6);
     auto *thumbnail = new Thumbnail;
-    m_setup.thumbnails->request(thumbnail, result.thumbURL, QSize(maxCellWidth, thumbnailHeight), 0,
+    // Kept in its own shape: the cell crops it to whatever width the grid gives it.
+    m_setup.thumbnails->request(thumbnail, result.thumbURL, QSize(0, thumbnailHeight), 0,
                                 [thumbnail](const QPixmap &picture) {
                                     thumbnail->picture = picture;
                                     thumbnail->update();
@@ -334,10 +335,22 @@ QWidget *ImagesView::buildCell(const Result &result) {
     texts->addWidget(title);
     auto *licence = new QHBoxLayout;
     licence->setSpacing(8);
-    licence->addWidget(caption(result.license.toUpper(), Brand::ember(), QStringLiteral("license")));
-    if (!result.dimensions.isEmpty())
-        licence->addWidget(caption(result.dimensions, Brand::stoneDark(), QStringLiteral("dimensions")));
-    licence->addStretch(1);
+    QLabel *licenceText = caption(result.license.toUpper(), Brand::ember(), QStringLiteral("license"));
+    licenceText->setMinimumWidth(licenceText->sizeHint().width()); // the licence wins over the dimensions
+    licence->addWidget(licenceText);
+    if (!result.dimensions.isEmpty()) {
+        auto *dimensions = new ElidedLabel(nullptr, Qt::ElideRight);
+        dimensions->setObjectName(QStringLiteral("dimensions"));
+        QFont font = licenceText->font();
+        dimensions->setFont(font);
+        QPalette p = dimensions->palette();
+        p.setColor(QPalette::WindowText, Brand::stoneDark());
+        dimensions->setPalette(p);
+        dimensions->setFullText(result.dimensions);
+        licence->addWidget(dimensions, 1);
+    } else {
+        licence->addStretch(1);
+    }
     texts->addLayout(licence);
     lines->addLayout(texts, 1);
 

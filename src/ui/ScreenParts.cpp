@@ -4,6 +4,7 @@
 #include "ui/Symbols.h"
 
 #include <QAction>
+#include <QHBoxLayout>
 #include <QLabel>
 #include <QLineEdit>
 #include <QVBoxLayout>
@@ -71,7 +72,12 @@ QWidget *welcomePage(const QString &symbol, const QString &headline, const QStri
     note->setAlignment(Qt::AlignCenter);
     note->setWordWrap(true);
     note->setMaximumWidth(520);
-    column->addWidget(note, 0, Qt::AlignHCenter);
+    // Centred by stretches, not by alignment: an aligned label loses its wrapped height.
+    auto *centred = new QHBoxLayout;
+    centred->addStretch(1);
+    centred->addWidget(note, 100);
+    centred->addStretch(1);
+    column->addLayout(centred);
     column->addStretch(2);
     return page;
 }

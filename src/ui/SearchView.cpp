@@ -140,7 +140,7 @@ SearchView::SearchView(DownloadQueue &queue, Setup setup, QWidget *parent)
     m_formatBar = new QWidget;
     m_formatBar->setObjectName(QStringLiteral("formatBar"));
     auto *formatRow = new QHBoxLayout(m_formatBar);
-    formatRow->setContentsMargins(0, 2, 0, 2);
+    formatRow->setContentsMargins(10, 2, 10, 2); // in line with the rows
     m_count = SheetParts::capsLabel(QString());
     m_count->setObjectName(QStringLiteral("count"));
     formatRow->addWidget(m_count);
@@ -368,6 +368,7 @@ QWidget *SearchView::buildRow(const SearchResult &result) {
                                      QStringLiteral("Download"));
     download->setObjectName(QStringLiteral("download"));
     EmberButtonStyle::apply(download, true);
+    download->setMinimumWidth(download->sizeHint().width() + 12); // room for the gap after the arrow
     connect(download, &QPushButton::clicked, this, [this, result] { queue(result, m_format); });
     layout->addWidget(download, 0, Qt::AlignVCenter);
     auto *queued = new QWidget;

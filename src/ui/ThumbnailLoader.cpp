@@ -78,7 +78,7 @@ QString ThumbnailLoader::cacheKey(const QUrl &url, QSize size, qreal radius, qre
 
 void ThumbnailLoader::request(QObject *receiver, const QUrl &url, QSize size, qreal radius, Ready ready) {
     cancel(receiver);
-    if (!receiver || !size.isValid() || size.isEmpty())
+    if (!receiver || size.height() <= 0)
         return;
     if (url.isEmpty() || !(url.scheme() == QLatin1String("http") || url.scheme() == QLatin1String("https"))) {
         ready(QPixmap());
@@ -217,6 +217,12 @@ void ThumbnailLoader::decoded(const QUrl &url, const QHash<QString, QImage> &pic
 }
 
 QImage ThumbnailLoader::fill(const QImage &source, QSize size, qreal radius, qreal pixelRatio) {
+    if (size.width() <= 0) {
+        // Only the height is fixed: keep the picture's shape, within reason.
+        const int h = size.height();
+        const int w = source.isNull() || source.height() <= 0 ? h : int(std::lround(qreal(h) * source.width() / source.height()));
+        size = QSize(std::clamp(w, h / 2, h * 3), h);
+    }
     QImage out(size * pixelRatio, QImage::Format_ARGB32_Premultiplied);
     out.setDevicePixelRatio(pixelRatio);
     out.fill(Qt::transparent);

@@ -42,14 +42,16 @@ public:
     // The application's loader, caching under <app support>/Caches/Thumbnails.
     static ThumbnailLoader &shared();
 
-    // Asks for `url` scaled to fill `size` (cropped evenly, corners rounded by `radius`). When the
+    // Asks for `url` scaled to fill `size` (cropped evenly, corners rounded by `radius`); a width
+    // of 0 keeps the picture's own shape at that height. When the
     // picture is in memory, `ready` runs before this returns; otherwise it runs later on the main
     // thread with the picture, or with a null pixmap when the address fails or is no picture.
     void request(QObject *receiver, const QUrl &url, QSize size, qreal radius, Ready ready);
     // The receiver no longer waits for anything.
     void cancel(QObject *receiver);
 
-    // `source` filling `size` with rounded corners; a null source gives the neutral placeholder tile.
+    // `source` filling `size` with rounded corners (a width of 0: the source's shape at that height);
+    // a null source gives the neutral placeholder tile.
     static QImage fill(const QImage &source, QSize size, qreal radius, qreal pixelRatio = 1.0);
 
     int inFlight() const { return int(m_replies.size()); }

@@ -7,7 +7,32 @@
 #include <QHBoxLayout>
 #include <QLabel>
 #include <QLineEdit>
+#include <QPainter>
+#include <QPainterPath>
 #include <QVBoxLayout>
+
+namespace {
+// The theme has a magnifier but no sparkle: a four-pointed star is added at its upper right.
+QPixmap headlineSymbol(const QString &symbol, int size) {
+    const bool sparkle = symbol == QLatin1String("sparkle.magnifyingglass");
+    QPixmap pm = Symbols::pixmap(sparkle ? QStringLiteral("magnifyingglass") : symbol, Brand::ember(), size);
+    if (!sparkle)
+        return pm;
+    QPainter p(&pm);
+    p.setRenderHint(QPainter::Antialiasing);
+    const QPointF c(size * 0.84, size * 0.16);
+    const qreal r = size * 0.16;
+    const qreal w = r * 0.28;
+    QPainterPath star;
+    star.moveTo(c.x(), c.y() - r);
+    star.quadTo(c.x() + w, c.y() - w, c.x() + r, c.y());
+    star.quadTo(c.x() + w, c.y() + w, c.x(), c.y() + r);
+    star.quadTo(c.x() - w, c.y() + w, c.x() - r, c.y());
+    star.quadTo(c.x() - w, c.y() - w, c.x(), c.y() - r);
+    p.fillPath(star, Brand::emberLight());
+    return pm;
+}
+} // namespace
 
 namespace ScreenParts {
 
@@ -59,7 +84,7 @@ QWidget *welcomePage(const QString &symbol, const QString &headline, const QStri
     column->setSpacing(12);
     column->addStretch(1);
     auto *icon = new QLabel;
-    icon->setPixmap(Symbols::pixmap(symbol, Brand::ember(), 52));
+    icon->setPixmap(headlineSymbol(symbol, 52));
     icon->setAlignment(Qt::AlignCenter);
     column->addWidget(icon);
     QLabel *title = label(headline, Brand::displayFont(22, QFont::Bold), Brand::bone());

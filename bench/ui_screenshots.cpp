@@ -1,7 +1,8 @@
 // `bench_ui_screenshots <folder>` renders the Ember sampler, the main window and its sheets, the
-// History and Find tabs and the settings window into PNG files, for looking at them as a person would
+// History, Find, Search and Images tabs and the settings window into PNG files, for looking at them as a person would
 // (bench/ui_screenshots.sh runs it under Xvfb).
 #include "TestEnv.h"
+#include "FixtureSite.h"
 
 #include "Await.h"
 #include "analysis/Transcriber.h"
@@ -23,6 +24,9 @@
 #include "ui/PinchMark.h"
 #include "ui/SettingsView.h"
 #include "ui/StatusChip.h"
+#include "ui/ImagesView.h"
+#include "ui/SearchView.h"
+#include "ui/SegmentedPicker.h"
 
 #include <QApplication>
 #include <QDir>
@@ -35,6 +39,9 @@
 #include <QLineEdit>
 #include <QSignalSpy>
 #include <QCoroTimer>
+#include <QAbstractButton>
+#include <QBuffer>
+#include <QPainter>
 
 namespace {
 bool save(QWidget &w, const QString &folder, const QString &name) {
@@ -256,6 +263,114 @@ bool historyAndFindShots(AppSettings &settings, SelfHealer &healer, const QStrin
     return ok;
 }
 
+// ---- The Search and Images tabs, against a stand-in engine and a local picture site ----
+
+using namespace Qt::StringLiterals;
+
+QByteArray gradientPicture(int width, int height, int hue) {
+    QImage picture(width, height, QImage::Format_RGB32);
+    QPainter p(&picture);
+    QLinearGradient g(0, 0, width, height);
+    g.setColorAt(0, QColor::fromHsv(hue, 170, 230));
+    g.setColorAt(1, QColor::fromHsv((hue + 40) % 360, 200, 90));
+    p.fillRect(picture.rect(), g);
+    p.setBrush(QColor(255, 255, 255, 60));
+    p.setPen(Qt::NoPen);
+    p.drawEllipse(QPointF(width * 0.7, height * 0.35), height * 0.22, height * 0.22);
+    p.end();
+    QByteArray bytes;
+    QBuffer buffer(&bytes);
+    buffer.open(QIODevice::WriteOnly);
+    picture.save(&buffer, "PNG");
+    return bytes;
+}
+
+bool waitFor(const std::function<bool()> &done, int ms = 10000) {
+    for (int waited = 0; waited < ms; waited += 50) {
+        if (done())
+            return true;
+        QTest::qWait(50);
+    }
+    return done();
+}
+
+bool searchShots(AppSettings &settings, const FixtureSite &site, const QString &folder) {
+    const QStringList hits{u"c1\tGolden hour timelapse over the harbour — 4K\tOpen Footage Lab\t754\t1284000"_s,
+                           u"c2\tRain on a tin roof (free stock footage)\tNature Sounds Archive\t3725\t48200"_s,
+                           u"c3\tCity lights drone flight, CC-BY\tSkyline Commons\t212.4\t912"_s,
+                           u"c4\tOcean waves at dawn\tBlue Hour Films\t59\t2450000"_s};
+    QString script = u"#!/bin/sh\n"_s;
+    for (int i = 0; i < hits.size(); ++i) {
+        const QString id = hits[i].section(u'\t', 0, 0);
+        site.put(u"vi/"_s + id + u"/mqdefault.jpg"_s, gradientPicture(320, 180, 20 + 70 * i));
+        script += u"printf 'VORLIXSR\\t%s\\n' '"_s + hits[i] + u"'\n"_s;
+    }
+    TestEnv::writeStubTool(u"yt-dlp"_s, script);
+    HistoryStore history(TestEnv::root() + u"/search-history.json"_s);
+    QuietNotifier notifier;
+    DownloadQueue::Services services;
+    services.probe = neverAnswers;
+    services.isSpotifyTrackURL = [](const QString &) { return false; };
+    DownloadQueue queue(settings, history, notifier, services);
+    SearchView view(queue, SearchView::Setup{site.url(QString()), nullptr});
+    view.resize(860, 560);
+    bool ok = save(view, folder, u"search-welcome.png"_s);
+    view.findChild<SegmentedPicker *>(u"modePicker"_s)->button(2)->click();
+    view.field()->setText(u"harbour timelapse"_s);
+    view.run();
+    ok &= waitFor([&view] { return view.hasSearched() && !view.isSearching(); });
+    view.queue(view.results().at(1), DownloadMode::bestVideoAudio);
+    QTest::qWait(600); // thumbnails
+    ok &= save(view, folder, u"search-results.png"_s);
+    for (const DownloadItemPtr &item : queue.items())
+        queue.cancel(item);
+    TestEnv::removeStubTool(u"yt-dlp"_s);
+    return ok;
+}
+
+bool imagesShots(AppSettings &settings, const FixtureSite &site, const QString &folder) {
+    const char *titles[] = {"Harbour at dusk", "Alpine meadow in bloom", "Old lighthouse, Brittany", "Market street",
+                            "Fern spiral", "Night train"};
+    const char *licences[][2] = {{"by", "2.0"}, {"cc0", ""}, {"by-sa", "4.0"}, {"pdm", ""}, {"by", "4.0"}, {"by-nc", "3.0"}};
+    QStringList items;
+    for (int i = 0; i < 6; ++i) {
+        site.put(u"thumb/%1.png"_s.arg(i), gradientPicture(400, 300, 15 + 55 * i));
+        items << u"{\"id\": \"p%1\", \"title\": \"%2\", \"license\": \"%3\", \"license_version\": \"%4\", \"source\": \"flickr\","
+                 u" \"width\": %5, \"height\": %6, \"thumbnail\": \"%7\", \"url\": \"%8\", \"foreign_landing_url\": \"https://flickr.example/%1\"}"_s
+                     .arg(i)
+                     .arg(QString::fromUtf8(titles[i]), QLatin1String(licences[i][0]), QLatin1String(licences[i][1]))
+                     .arg(1600 + 400 * i)
+                     .arg(1200 + 100 * i)
+                     .arg(site.url(u"/thumb/%1.png"_s.arg(i)),
+                          site.url(i == 2 ? u"/full/%1.png?rate=200"_s.arg(i) : u"/full/%1.png"_s.arg(i)));
+        site.put(u"full/%1.png"_s.arg(i), gradientPicture(1600, 1200, 15 + 55 * i));
+    }
+    site.put(u"api/v1/images/index.html"_s, (u"{\"results\": ["_s + items.join(u',') + u"]}"_s).toUtf8());
+    HistoryStore history(TestEnv::root() + u"/images-history.json"_s);
+    QuietNotifier notifier;
+    DownloadQueue queue(settings, history, notifier, DownloadQueue::Services());
+    ImagesView::Setup setup{ImageSearch::Endpoint{QUrl(site.url(u"/api"_s))}, [](const QUrl &) {}, [](const QUrl &) {}, nullptr};
+    ImagesView view(queue, history, settings, setup);
+    view.resize(860, 600);
+    bool ok = save(view, folder, u"images-welcome.png"_s);
+    view.field()->setText(u"harbour"_s);
+    view.run();
+    ok &= waitFor([&view] { return view.hasSearched() && !view.isSearching(); });
+    view.download(view.results().at(0));
+    ok &= waitFor([&view] { return !view.downloadingID(); });
+    view.download(view.results().at(2)); // throttled: still saving when the picture is taken
+    QTest::qWait(600);
+    ok &= save(view, folder, u"images-grid.png"_s);
+    return ok;
+}
+
+bool discoveryShots(AppSettings &settings, const QString &folder) {
+    FixtureSite site;
+    if (!site.isRunning())
+        return false;
+    return searchShots(settings, site, folder) & imagesShots(settings, site, folder);
+}
+
 int screenshots(int argc, char **argv) {
     const QString folder = argc > 1 ? QString::fromLocal8Bit(argv[1]) : QStringLiteral("screenshots");
     QDir().mkpath(folder);
@@ -283,6 +398,7 @@ int screenshots(int argc, char **argv) {
     Transcriber transcriber(setup);
     ok &= mainWindowShots(settings, healer, folder);
     ok &= historyAndFindShots(settings, healer, folder);
+    ok &= discoveryShots(settings, folder);
     SettingsView view(settings, healer, transcriber);
     ok &= save(view, folder, QStringLiteral("settings.png"));
     view.resize(SettingsView::formSize.width(), 1180); // the whole form at once

@@ -30,6 +30,8 @@ inline const QString youTubeSite = QStringLiteral("https://www.youtube.com");
 inline const QString youTubeMusicSite = QStringLiteral("https://music.youtube.com");
 // The standard watch address up to and including "?v="; a video id completes it.
 inline const QString youTubeWatchPrefix = QStringLiteral("https://www.youtube.com/watch?v=");
+// The video site's image server; "/vi/<id>/mqdefault.jpg" is a video's 320×180 still.
+inline const QString youTubeThumbnailServer = QStringLiteral("https://i.ytimg.com");
 // A channel's handle page: the domain immediately followed by "/@".
 inline const QString youTubeChannelHandleMarker = QStringLiteral("youtube.com/@");
 

@@ -78,6 +78,7 @@ public:
     ~DownloadQueue() override;
 
     const QList<DownloadItemPtr> &items() const { return m_items; }
+    HistoryStore &history() const { return m_history; }
     const std::optional<QString> &lastMessage() const { return m_lastMessage; }
     void setLastMessage(const QString &message);
     void clearLastMessage();

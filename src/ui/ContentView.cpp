@@ -15,9 +15,11 @@
 #include "ui/EmberButtonStyle.h"
 #include "ui/FindView.h"
 #include "ui/HistoryView.h"
+#include "ui/ImagesView.h"
 #include "ui/OptionsSheet.h"
 #include "ui/PinchMark.h"
 #include "ui/QueueList.h"
+#include "ui/SearchView.h"
 #include "ui/SheetParts.h"
 #include "ui/Symbols.h"
 
@@ -134,17 +136,11 @@ ContentView::ContentView(DownloadQueue &queue, AppSettings &settings, SelfHealer
     m_queueList = new QueueList(m_queue);
     m_queuePage->addWidget(m_queueList);
     m_pages->addWidget(m_queuePage);
-    // The other screens fill their tabs as they arrive; until then the tab is a quiet page.
-    for (Tab tab : allTabs)
-        if (tab == Tab::find) {
-            m_pages->addWidget(new FindView(m_settings, m_queue));
-        } else if (tab == Tab::history) {
-            m_pages->addWidget(new HistoryView(HistoryStore::shared(), m_queue));
-        } else if (tab != Tab::queue) {
-            auto *page = new QWidget;
-            page->setObjectName(tabLabel(tab).toLower() + QStringLiteral("Page"));
-            m_pages->addWidget(page);
-        }
+    // Pages follow the order of allTabs.
+    m_pages->addWidget(new SearchView(m_queue));
+    m_pages->addWidget(new ImagesView(m_queue, m_queue.history(), m_settings));
+    m_pages->addWidget(new FindView(m_settings, m_queue));
+    m_pages->addWidget(new HistoryView(m_queue.history(), m_queue));
     layout->addWidget(m_pages, 1);
     layout->addWidget(buildStatusBar());
 

@@ -6,50 +6,24 @@
 #include "ui/EmberProgressBar.h"
 #include "ui/StatusChip.h"
 #include "ui/Symbols.h"
+#include "ui/ThumbnailLoader.h"
 
 #include <QApplication>
 #include <QClipboard>
 #include <QContextMenuEvent>
 #include <QDesktopServices>
 #include <QHBoxLayout>
-#include <QHash>
 #include <QLabel>
 #include <QMenu>
 #include <QMimeData>
-#include <QNetworkAccessManager>
-#include <QNetworkReply>
 #include <QPainter>
-#include <QPainterPath>
 #include <QPushButton>
 #include <QToolButton>
 #include <QVBoxLayout>
 
 namespace {
-QHash<QUrl, QPixmap> &thumbnailCache() {
-    static QHash<QUrl, QPixmap> cache;
-    return cache;
-}
-
-QPixmap rounded(const QPixmap &source, QSize size) {
-    QPixmap out(size);
-    out.fill(Qt::transparent);
-    QPainter p(&out);
-    p.setRenderHint(QPainter::Antialiasing);
-    QPainterPath clip;
-    clip.addRoundedRect(QRectF(0, 0, size.width(), size.height()), 6, 6);
-    p.setClipPath(clip);
-    if (source.isNull()) {
-        p.fillRect(out.rect(), Brand::hairline());
-    } else {
-        // Fill the frame, cropping the overflow evenly.
-        const QPixmap scaled = source.scaled(size, Qt::KeepAspectRatioByExpanding, Qt::SmoothTransformation);
-        p.drawPixmap((size.width() - scaled.width()) / 2, (size.height() - scaled.height()) / 2, scaled);
-    }
-    return out;
-}
-
 QPixmap placeholder(DownloadMode mode, QSize size) {
-    QPixmap out = rounded(QPixmap(), size);
+    QPixmap out = QPixmap::fromImage(ThumbnailLoader::fill(QImage(), size, 6));
     QPainter p(&out);
     const int glyph = 20;
     p.drawPixmap((size.width() - glyph) / 2, (size.height() - glyph) / 2,
@@ -130,11 +104,6 @@ void ItemRow::setItem(DownloadItemPtr item) {
     refresh();
 }
 
-QNetworkAccessManager &ItemRow::network() {
-    static QNetworkAccessManager *manager = new QNetworkAccessManager(qApp);
-    return *manager;
-}
-
 QString ItemRow::semitoneLabel(int semitones) {
     return (semitones > 0 ? QStringLiteral("+") : QString()) + QString::number(semitones) +
            QStringLiteral(" semitone") + (std::abs(semitones) == 1 ? QString() : QStringLiteral("s"));
@@ -158,27 +127,11 @@ void ItemRow::refreshThumbnail() {
     const QUrl url = m_item->thumbnailURL();
     if (m_thumbnail->pixmap().isNull() || url != m_thumbnailShown) {
         m_thumbnailShown = url;
-        const auto cached = thumbnailCache().constFind(url);
-        if (!url.isEmpty() && cached != thumbnailCache().constEnd()) {
-            m_thumbnail->setPixmap(rounded(*cached, thumbnailSize));
-            return;
-        }
         m_thumbnail->setPixmap(placeholder(m_item->mode(), thumbnailSize));
-        if (url.isEmpty() || !(url.scheme() == QLatin1String("http") || url.scheme() == QLatin1String("https")))
-            return;
-        QNetworkRequest request(url);
-        request.setAttribute(QNetworkRequest::RedirectPolicyAttribute, QNetworkRequest::NoLessSafeRedirectPolicy);
-        request.setTransferTimeout(20000);
-        QNetworkReply *reply = network().get(request);
-        connect(reply, &QNetworkReply::finished, this, [this, reply, url] {
-            reply->deleteLater();
-            QPixmap picture;
-            // A failed or undecodable answer keeps the placeholder.
-            if (reply->error() != QNetworkReply::NoError || !picture.loadFromData(reply->readAll()))
-                return;
-            thumbnailCache().insert(url, picture);
-            if (m_thumbnailShown == url)
-                m_thumbnail->setPixmap(rounded(picture, thumbnailSize));
+        // A failed or undecodable answer keeps the placeholder.
+        ThumbnailLoader::shared().request(this, url, thumbnailSize, 6, [this](const QPixmap &picture) {
+            if (!picture.isNull())
+                m_thumbnail->setPixmap(picture);
         });
     }
 }

@@ -10,7 +10,6 @@ class EmberProgressBar;
 class QHBoxLayout;
 class QLabel;
 class QMenu;
-class QNetworkAccessManager;
 
 // One queue row: thumbnail, title, chips, a status line for the item's state and the buttons
 // that apply to it. Redraws whenever the item changes. Actions that change the queue are
@@ -35,9 +34,6 @@ public:
     static QString semitoneLabel(int semitones);
     // The clip chip's text: "1:20–end", "start–2:45".
     static QString clipText(const ClipRange &clip);
-
-    // Thumbnails are fetched once per address for the whole process.
-    static QNetworkAccessManager &network();
 
 Q_SIGNALS:
     void cancelRequested(const DownloadItemPtr &item);

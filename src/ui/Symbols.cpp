@@ -38,6 +38,9 @@ const QHash<QString, QString> &table() {
         {QStringLiteral("magnifyingglass.circle"), QStringLiteral("edit-find-symbolic")},
         {QStringLiteral("trash"), QStringLiteral("user-trash-symbolic")},
         {QStringLiteral("photo"), QStringLiteral("image-x-generic-symbolic")},
+        {QStringLiteral("photo.stack"), QStringLiteral("folder-pictures-symbolic")},
+        {QStringLiteral("wifi.exclamationmark"), QStringLiteral("network-wireless-offline-symbolic")},
+        {QStringLiteral("sparkle.magnifyingglass"), QStringLiteral("system-search-symbolic")},
         {QStringLiteral("play.fill"), QStringLiteral("media-playback-start-symbolic")},
         {QStringLiteral("gearshape"), QStringLiteral("preferences-system-symbolic")},
     };

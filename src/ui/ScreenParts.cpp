@@ -1,0 +1,110 @@
+#include "ui/ScreenParts.h"
+
+#include "ui/Brand.h"
+#include "ui/Symbols.h"
+
+#include <QAction>
+#include <QHBoxLayout>
+#include <QLabel>
+#include <QLineEdit>
+#include <QPainter>
+#include <QPainterPath>
+#include <QVBoxLayout>
+
+namespace {
+// The theme has a magnifier but no sparkle: a four-pointed star is added at its upper right.
+QPixmap headlineSymbol(const QString &symbol, int size) {
+    const bool sparkle = symbol == QLatin1String("sparkle.magnifyingglass");
+    QPixmap pm = Symbols::pixmap(sparkle ? QStringLiteral("magnifyingglass") : symbol, Brand::ember(), size);
+    if (!sparkle)
+        return pm;
+    QPainter p(&pm);
+    p.setRenderHint(QPainter::Antialiasing);
+    const QPointF c(size * 0.84, size * 0.16);
+    const qreal r = size * 0.16;
+    const qreal w = r * 0.28;
+    QPainterPath star;
+    star.moveTo(c.x(), c.y() - r);
+    star.quadTo(c.x() + w, c.y() - w, c.x() + r, c.y());
+    star.quadTo(c.x() + w, c.y() + w, c.x(), c.y() + r);
+    star.quadTo(c.x() - w, c.y() + w, c.x() - r, c.y());
+    star.quadTo(c.x() - w, c.y() - w, c.x(), c.y() - r);
+    p.fillPath(star, Brand::emberLight());
+    return pm;
+}
+} // namespace
+
+namespace ScreenParts {
+
+QLabel *label(const QString &text, const QFont &font, const QColor &color) {
+    auto *l = new QLabel(text);
+    l->setFont(font);
+    QPalette p = l->palette();
+    p.setColor(QPalette::WindowText, color);
+    l->setPalette(p);
+    return l;
+}
+
+QLineEdit *searchField(const QString &symbol) {
+    auto *field = new QLineEdit;
+    field->setObjectName(QStringLiteral("query"));
+    field->setFont(Brand::monoFont(13));
+    field->setClearButtonEnabled(true);
+    field->setMinimumHeight(34);
+    field->addAction(Symbols::icon(symbol, Brand::stone(), 16), QLineEdit::LeadingPosition);
+    field->setStyleSheet(QStringLiteral("QLineEdit { background: #16130F; border: 1px solid #2B2620; border-radius: 6px;"
+                                        " padding: 0 8px; color: #FAF8F5; }"
+                                        "QLineEdit:focus { border-color: #FF4A1F; }"));
+    return field;
+}
+
+QWidget *messagePage(const QString &symbol, const QString &text, const QString &textName) {
+    auto *page = new QWidget;
+    auto *column = new QVBoxLayout(page);
+    column->setSpacing(10);
+    column->addStretch(1);
+    auto *icon = new QLabel;
+    icon->setPixmap(Symbols::pixmap(symbol, Brand::stone(), 30));
+    icon->setAlignment(Qt::AlignCenter);
+    column->addWidget(icon);
+    QLabel *message = label(text, Brand::systemFont(13), Brand::stone());
+    message->setObjectName(textName);
+    message->setAlignment(Qt::AlignCenter);
+    message->setWordWrap(true);
+    column->addWidget(message);
+    column->addStretch(1);
+    return page;
+}
+
+QWidget *welcomePage(const QString &symbol, const QString &headline, const QString &line) {
+    auto *page = new QWidget;
+    page->setObjectName(QStringLiteral("welcome"));
+    auto *column = new QVBoxLayout(page);
+    column->setContentsMargins(40, 0, 40, 0);
+    column->setSpacing(12);
+    column->addStretch(1);
+    auto *icon = new QLabel;
+    icon->setPixmap(headlineSymbol(symbol, 52));
+    icon->setAlignment(Qt::AlignCenter);
+    column->addWidget(icon);
+    QLabel *title = label(headline, Brand::displayFont(22, QFont::Bold), Brand::bone());
+    title->setObjectName(QStringLiteral("headline"));
+    title->setAlignment(Qt::AlignCenter);
+    title->setWordWrap(true);
+    column->addWidget(title);
+    QLabel *note = label(line, Brand::systemFont(13), Brand::stone());
+    note->setObjectName(QStringLiteral("line"));
+    note->setAlignment(Qt::AlignCenter);
+    note->setWordWrap(true);
+    note->setMaximumWidth(520);
+    // Centred by stretches, not by alignment: an aligned label loses its wrapped height.
+    auto *centred = new QHBoxLayout;
+    centred->addStretch(1);
+    centred->addWidget(note, 100);
+    centred->addStretch(1);
+    column->addLayout(centred);
+    column->addStretch(2);
+    return page;
+}
+
+} // namespace ScreenParts

@@ -1,0 +1,20 @@
+#pragma once
+
+#include <QColor>
+#include <QFont>
+#include <QString>
+
+class QLabel;
+class QLineEdit;
+class QWidget;
+
+// Pieces the search screens share, so their bars and empty states read alike.
+namespace ScreenParts {
+QLabel *label(const QString &text, const QFont &font, const QColor &color);
+// The monospaced search field with its symbol in front.
+QLineEdit *searchField(const QString &symbol);
+// A symbol over one centred line of text (errors, "No results"); the text label is named `textName`.
+QWidget *messagePage(const QString &symbol, const QString &text, const QString &textName);
+// A large symbol, a headline in the brand face and an explanatory line under it.
+QWidget *welcomePage(const QString &symbol, const QString &headline, const QString &line);
+} // namespace ScreenParts

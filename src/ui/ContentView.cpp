@@ -11,6 +11,7 @@
 #include "ui/Brand.h"
 #include "ui/Desktop.h"
 #include "ui/ElidedLabel.h"
+#include "ui/MomentsView.h"
 #include "ui/EmberButtonStyle.h"
 #include "ui/OptionsSheet.h"
 #include "ui/PinchMark.h"
@@ -149,6 +150,7 @@ ContentView::ContentView(DownloadQueue &queue, AppSettings &settings, SelfHealer
         QMetaObject::invokeMethod(this, &ContentView::queueChanged, Qt::QueuedConnection);
     });
     connect(&m_queue, &DownloadQueue::lastMessageChanged, this, &ContentView::refreshLastMessage);
+    connect(&m_queue, &DownloadQueue::momentsRequestChanged, this, &ContentView::showMomentsRequest);
     connect(&m_settings, &AppSettings::changed, this, &ContentView::settingsChanged);
     connect(&m_healer, &SelfHealer::engineVersionChanged, this, &ContentView::refreshEngine);
     connect(&m_healer, &SelfHealer::isUpdatingChanged, this, &ContentView::refreshEngine);
@@ -474,6 +476,24 @@ void ContentView::showOptions() {
         },
         this);
     sheet->setAttribute(Qt::WA_DeleteOnClose);
+    sheet->open();
+}
+
+// One review at a time: a request that arrives while a sheet is open waits until it closes.
+void ContentView::showMomentsRequest() {
+    const DownloadItemPtr item = m_queue.momentsRequest();
+    if (!item || m_momentsView)
+        return;
+    auto *sheet = new MomentsView(item, m_queue, m_settings, MomentsView::Engines::real(), this);
+    sheet->setAttribute(Qt::WA_DeleteOnClose);
+    m_momentsView = sheet;
+    connect(sheet, &QDialog::finished, this, [this, item] {
+        m_momentsView = nullptr;
+        if (m_queue.momentsRequest() == item)
+            m_queue.setMomentsRequest(nullptr);
+        else
+            QMetaObject::invokeMethod(this, &ContentView::showMomentsRequest, Qt::QueuedConnection);
+    });
     sheet->open();
 }
 

@@ -479,6 +479,8 @@ void ContentView::showOptions() {
     sheet->open();
 }
 
+MomentsView *ContentView::momentsView() const { return m_momentsView; }
+
 // One review at a time: a request that arrives while a sheet is open waits until it closes.
 void ContentView::showMomentsRequest() {
     const DownloadItemPtr item = m_queue.momentsRequest();

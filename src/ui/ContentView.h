@@ -52,7 +52,7 @@ public:
     QLineEdit *linkBar() const { return m_linkBar; }
     QueueList *queueList() const { return m_queueList; }
     // The open Smart Moments sheet, if any.
-    MomentsView *momentsView() const { return m_momentsView; }
+    MomentsView *momentsView() const;
 
 protected:
     void dragEnterEvent(QDragEnterEvent *event) override;

@@ -16,6 +16,7 @@
 #include <QCheckBox>
 #include <QFileInfo>
 #include <QGridLayout>
+#include <QGuiApplication>
 #include <QHBoxLayout>
 #include <QImageReader>
 #include <QLabel>
@@ -214,7 +215,7 @@ protected:
 
 private:
     static QPixmap boltBadge() {
-        const qreal ratio = qApp ? qApp->devicePixelRatio() : 1.0;
+        const qreal ratio = qGuiApp ? qGuiApp->devicePixelRatio() : 1.0;
         QPixmap badge(QSize(20, 20) * ratio);
         badge.setDevicePixelRatio(ratio);
         badge.fill(Qt::transparent);

@@ -19,9 +19,11 @@
 #include <QApplication>
 #include <QCheckBox>
 #include <QCoroSignal>
+#include <QCoroTimer>
 #include <QDir>
 #include <QLabel>
 #include <QPushButton>
+#include <QSignalSpy>
 #include <QSpinBox>
 #include <QTemporaryDir>
 #include <QTest>
@@ -37,12 +39,13 @@ struct NoClipboard : ClipboardSource {
     std::optional<QString> text() const override { return std::nullopt; }
 };
 
-// Six 2-second scenes with hard cuts between them, no sound (so no tempo).
+// Eight 2-second scenes with hard cuts between them, no sound (so no tempo).
 bool makeCutsVideo(const QString &path) {
     const QString size = QStringLiteral("s=320x180:r=25");
     const QStringList sources{QStringLiteral("testsrc2=") + size, QStringLiteral("smptebars=") + size,
                               QStringLiteral("mandelbrot=") + size, QStringLiteral("rgbtestsrc=") + size,
-                              QStringLiteral("testsrc=") + size, QStringLiteral("yuvtestsrc=") + size};
+                              QStringLiteral("testsrc=") + size, QStringLiteral("yuvtestsrc=") + size,
+                              QStringLiteral("pal100bars=") + size, QStringLiteral("smptehdbars=") + size};
     QStringList args;
     QString graph;
     for (qsizetype i = 0; i < sources.size(); ++i) {
@@ -75,8 +78,10 @@ QList<Moment> fakeMoments(int count) {
 QCoro::Task<QList<Moment>> streamed(QList<Moment> moments, MomentsEngine::ThumbnailCallback onThumbnail) {
     QList<Moment> byScore = moments;
     std::stable_sort(byScore.begin(), byScore.end(), [](const Moment &a, const Moment &b) { return a.score > b.score; });
-    for (const Moment &m : std::as_const(byScore))
+    for (const Moment &m : std::as_const(byScore)) {
+        co_await QCoro::sleepFor(std::chrono::milliseconds(5));
         onThumbnail(m);
+    }
     co_return moments;
 }
 
@@ -121,11 +126,8 @@ struct Sheet {
     QList<QAbstractButton *> cells() const {
         QList<QAbstractButton *> out;
         for (QAbstractButton *b : view->findChildren<QAbstractButton *>())
-            if (b->metaObject()->className() == QByteArray("QAbstractButton") && b->isCheckable() && b->isVisible())
-                out << b;
-        std::sort(out.begin(), out.end(), [](QWidget *a, QWidget *b) {
-            return a->y() != b->y() ? a->y() < b->y() : a->x() < b->x();
-        });
+            if (b->metaObject()->className() == QByteArray("QAbstractButton"))
+                out << b; // the grid's cells, in the order they were laid out
         return out;
     }
     QList<QPushButton *> exportButtons() const {
@@ -372,3 +374,4 @@ private Q_SLOTS:
 };
 
 VORLIX_TEST_SUITE(MomentsViewTest)
+#include "MomentsViewTest.moc"

@@ -444,6 +444,8 @@ QWidget *MomentsView::buildFooter() {
     m_both->setIcon(Symbols::icon(QStringLiteral("sparkles"), Brand::bone()));
     m_both->setDefault(true);
     EmberButtonStyle::apply(m_both);
+    // The style sizes for the label alone; the symbol in front needs its own room.
+    m_both->setMinimumWidth(m_both->sizeHint().width() + m_both->iconSize().width() + 8);
     connect(m_both, &QPushButton::clicked, this, [this] { exportSelected(true, true, false); });
     for (QPushButton *button : {m_gifs, m_stills, m_clips}) {
         button->setAutoDefault(false);

@@ -370,6 +370,9 @@ private Q_SLOTS:
         QTRY_VERIFY(!window.momentsView());
         QVERIFY(!queue.momentsRequest());
         QTRY_VERIFY(!first);
+        // The closed sheets' analyses wind down before the queue and the window go.
+        QTRY_VERIFY(noFfmpegOn(m_media.path()));
+        QTest::qWait(100);
     }
 };
 

@@ -1,5 +1,5 @@
 // `bench_ui_screenshots <folder>` renders the Ember sampler, the main window and its sheets, the
-// History, Find, Search and Images tabs and the settings window into PNG files, for looking at them as a person would
+// History, Find, Search and Images tabs, the Smart Moments sheet and the settings window into PNG files, for looking at them as a person would
 // (bench/ui_screenshots.sh runs it under Xvfb).
 #include "TestEnv.h"
 #include "FixtureSite.h"
@@ -20,6 +20,7 @@
 #include "queue/Notifier.h"
 #include "ui/BatchSheet.h"
 #include "ui/ContentView.h"
+#include "ui/MomentsView.h"
 #include "ui/OptionsSheet.h"
 #include "ui/PinchMark.h"
 #include "ui/SettingsView.h"
@@ -29,6 +30,8 @@
 #include "ui/SegmentedPicker.h"
 
 #include <QApplication>
+#include <QCheckBox>
+#include <QFileInfo>
 #include <QDir>
 #include <QGridLayout>
 #include <QHBoxLayout>
@@ -371,6 +374,106 @@ bool discoveryShots(AppSettings &settings, const QString &folder) {
     return searchShots(settings, site, folder) & imagesShots(settings, site, folder);
 }
 
+// Smart Moments: the sheet while the first moments stream in, the finished review, and the
+// finished video row that opens it.
+QList<Moment> shotMoments(const QString &folder) {
+    const QStringList sources{QStringLiteral("testsrc2"), QStringLiteral("smptebars"), QStringLiteral("mandelbrot"),
+                              QStringLiteral("rgbtestsrc"), QStringLiteral("testsrc"), QStringLiteral("yuvtestsrc"),
+                              QStringLiteral("pal100bars"), QStringLiteral("smptehdbars"), QStringLiteral("cellauto"),
+                              QStringLiteral("life")};
+    const QList<double> scores{0.62, 0.18, 0.44, 0.13, 0.27, 0.51, 0.2, 0.16, 0.35, 0.12};
+    QList<Moment> moments;
+    for (qsizetype i = 0; i < sources.size(); ++i) {
+        const QString jpeg = folder + QStringLiteral("/moment%1.jpg").arg(i);
+        if (!QFileInfo::exists(jpeg))
+            TestEnv::runFfmpeg({QStringLiteral("-f"), QStringLiteral("lavfi"), QStringLiteral("-i"),
+                                sources[i] + QStringLiteral("=s=480x270"), QStringLiteral("-frames:v"),
+                                QStringLiteral("1"), jpeg});
+        Moment m;
+        m.time = 4.0 + 9.3 * double(i);
+        m.score = scores[i];
+        m.thumbnail = jpeg;
+        moments.append(m);
+    }
+    return moments;
+}
+
+QCoro::Task<QList<Moment>> streamThenWait(QList<Moment> moments, MomentsEngine::ThumbnailCallback onThumbnail) {
+    for (const Moment &m : std::as_const(moments))
+        onThumbnail(m);
+    co_await QCoro::sleepFor(std::chrono::hours(1)); // still scanning while the picture is taken
+    co_return moments;
+}
+
+QCoro::Task<QList<Moment>> foundAll(QList<Moment> moments, MomentsEngine::ThumbnailCallback onThumbnail) {
+    for (const Moment &m : std::as_const(moments))
+        onThumbnail(m);
+    co_return moments;
+}
+
+QCoro::Task<std::optional<PracticeMode::BeatGrid>> shotGrid(QUrl) { co_return PracticeMode::BeatGrid{124.0, 0.2}; }
+
+bool momentsShots(AppSettings &settings, SelfHealer &healer, const QString &folder) {
+    const QString media = TestEnv::root() + QStringLiteral("/moments-shots");
+    QDir().mkpath(media);
+    const QList<Moment> moments = shotMoments(media);
+    HistoryStore history(TestEnv::root() + QStringLiteral("/moments-history.json"));
+    QuietNotifier notifier;
+    NoClipboard clipboard;
+    DownloadQueue::Services services;
+    services.probe = neverAnswers;
+    services.isSpotifyTrackURL = [](const QString &) { return false; };
+    DownloadQueue queue(settings, history, notifier, services);
+    auto item = DownloadItem::make(QStringLiteral("https://www.youtube.com/watch?v=moments"), DownloadMode::bestVideoAudio);
+    item->setTitle(QStringLiteral("Tokyo Night Walk — Shibuya Crossing 4K"));
+    item->setFinalFileURL(QUrl::fromLocalFile(media + QStringLiteral("/Tokyo Night Walk.mp4")));
+    item->setState(ItemState::done());
+    settings.setMomentsCount(8);
+
+    MomentsView::Engines engines = MomentsView::Engines::real();
+    engines.analyze = [first = moments.mid(0, 3)](QString, MomentsEngine::ThumbnailCallback cb, Tools::CancellationPtr) {
+        return streamThenWait(first, std::move(cb));
+    };
+    engines.openFolder = [](const QString &) {};
+    bool ok = true;
+    {
+        MomentsView scanning(item, queue, settings, engines);
+        scanning.resize(scanning.minimumSize());
+        ok &= save(scanning, folder, QStringLiteral("moments-scanning.png"));
+        scanning.reject();
+    }
+    engines.analyze = [moments](QString, MomentsEngine::ThumbnailCallback cb, Tools::CancellationPtr) {
+        return foundAll(moments, std::move(cb));
+    };
+    engines.beatGrid = shotGrid;
+    {
+        MomentsView ready(item, queue, settings, engines);
+        ready.resize(ready.minimumSize());
+        ready.show();
+        QTest::qWait(300);
+        const QList<Moment> shown = ready.displayed();
+        ready.toggle(shown.at(1).id);
+        ready.toggle(shown.at(4).id);
+        ready.findChild<QCheckBox *>(QStringLiteral("snapToBeat"))->click();
+        ok &= save(ready, folder, QStringLiteral("moments-ready.png"));
+        ready.reject();
+    }
+
+    ClipboardWatcher watcher(clipboard, settings, queue);
+    ContentView view(queue, settings, healer, watcher, clipboard);
+    view.resize(860, 560);
+    queue.add(QStringLiteral("https://vimeo.com/moments"));
+    const DownloadItemPtr row = queue.items().first();
+    row->setTitle(item->title());
+    row->setCategory(QStringLiteral("Travel"));
+    row->setFinalFileURL(item->finalFileURL());
+    row->setState(ItemState::done());
+    ok &= save(view, folder, QStringLiteral("moments-row.png"));
+    for (const DownloadItemPtr &i : queue.items())
+        queue.cancel(i);
+    return ok;
+}
+
 int screenshots(int argc, char **argv) {
     const QString folder = argc > 1 ? QString::fromLocal8Bit(argv[1]) : QStringLiteral("screenshots");
     QDir().mkpath(folder);
@@ -399,6 +502,7 @@ int screenshots(int argc, char **argv) {
     ok &= mainWindowShots(settings, healer, folder);
     ok &= historyAndFindShots(settings, healer, folder);
     ok &= discoveryShots(settings, folder);
+    ok &= momentsShots(settings, healer, folder);
     SettingsView view(settings, healer, transcriber);
     ok &= save(view, folder, QStringLiteral("settings.png"));
     view.resize(SettingsView::formSize.width(), 1180); // the whole form at once

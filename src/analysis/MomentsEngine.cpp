@@ -62,11 +62,14 @@ std::optional<QByteArray> readThumbnail(const QString &path) {
 }
 
 // The result of one successful ffmpeg run that writes `output`.
-QCoro::Task<bool> runProducing(QString ffmpeg, QStringList args, double timeout, QString output) {
+QCoro::Task<bool> runProducing(QString ffmpeg, QStringList args, double timeout, QString output,
+                               Tools::CancellationPtr cancellation = {}) {
     if (ffmpeg.isEmpty())
         co_return false;
     try {
-        const Tools::RunResult result = co_await Tools::run(ffmpeg, args, timeout);
+        const Tools::RunResult result = co_await Tools::run(ffmpeg, args, timeout, cancellation);
+        if (cancellation && cancellation->isCancelled())
+            co_return false;
         co_return result.status == 0 && QFileInfo::exists(output);
     } catch (const std::exception &) {
         co_return false;
@@ -169,6 +172,7 @@ struct AnalysisJob {
     QString file;
     QString cacheDir;
     QString ffmpeg;
+    Tools::CancellationPtr cancellation;
     DistinctSelector selector;
     qsizetype next = 0;
     qsizetype walked = 0;
@@ -188,7 +192,8 @@ struct AnalysisJob {
             ++walked;
         }
     }
-    bool hasWork() const { return next < pool.size() && !selector.isFull(); }
+    bool isCancelled() const { return cancellation && cancellation->isCancelled(); }
+    bool hasWork() const { return next < pool.size() && !selector.isFull() && !isCancelled(); }
 };
 
 QCoro::Task<> analysisWorker(AnalysisJob *job) {
@@ -196,7 +201,7 @@ QCoro::Task<> analysisWorker(AnalysisJob *job) {
         const qsizetype i = job->next++;
         const QString path = job->cacheDir + QStringLiteral("/m%1.jpg").arg(i);
         const QStringList args = thumbnailArguments(job->pool[i].time, job->file, path);
-        if (co_await runProducing(job->ffmpeg, args, 60, path)) {
+        if (co_await runProducing(job->ffmpeg, args, 60, path, job->cancellation)) {
             job->thumbnails[i] = path;
             // Decoding stays off the calling thread; the future is a named local because GCC 12
             // mishandles temporaries inside a co_await expression.
@@ -204,7 +209,8 @@ QCoro::Task<> analysisWorker(AnalysisJob *job) {
             job->hashes[i] = co_await hashing;
         }
         job->finished[i] = true;
-        job->walk();
+        if (!job->isCancelled())
+            job->walk();
     }
 }
 
@@ -277,13 +283,13 @@ std::optional<double> parseDuration(const QString &ffmpegOutput) {
 
 QCoro::Task<std::optional<double>> mediaDuration(QString file) { co_return co_await mediaDuration(file, Tools::ffmpegURL()); }
 
-QCoro::Task<std::optional<double>> mediaDuration(QString file, QString ffmpeg) {
+QCoro::Task<std::optional<double>> mediaDuration(QString file, QString ffmpeg, Tools::CancellationPtr cancellation) {
     if (ffmpeg.isEmpty())
         co_return std::nullopt;
     const QStringList args{QStringLiteral("-i"), file};
     try {
         // ffmpeg with an input and no output always fails; only the banner matters.
-        const Tools::RunResult result = co_await Tools::run(ffmpeg, args, 60);
+        const Tools::RunResult result = co_await Tools::run(ffmpeg, args, 60, cancellation);
         co_return parseDuration(result.stderrText);
     } catch (const std::exception &) {
         co_return std::nullopt;
@@ -423,10 +429,11 @@ QCoro::Task<QList<Moment>> analyze(QString file, ThumbnailCallback onThumbnail) 
     co_return co_await analyze(file, std::move(onThumbnail), Tools::ffmpegURL(), AppSettings::appSupportDir());
 }
 
-QCoro::Task<QList<Moment>> analyze(QString file, ThumbnailCallback onThumbnail, QString ffmpeg, QString supportDir) {
+QCoro::Task<QList<Moment>> analyze(QString file, ThumbnailCallback onThumbnail, QString ffmpeg, QString supportDir,
+                                   Tools::CancellationPtr cancellation) {
     if (ffmpeg.isEmpty())
         co_return {};
-    const std::optional<double> duration = co_await mediaDuration(file, ffmpeg);
+    const std::optional<double> duration = co_await mediaDuration(file, ffmpeg, cancellation);
     if (!duration || *duration <= shortestVideo)
         co_return {};
 
@@ -441,17 +448,19 @@ QCoro::Task<QList<Moment>> analyze(QString file, ThumbnailCallback onThumbnail, 
     QList<Candidate> scenes;
     try {
         // The exit status is ignored: a scan cut short by its time-out still printed real cuts.
-        const Tools::RunResult scan = co_await Tools::run(ffmpeg, scanArgs, 600);
+        const Tools::RunResult scan = co_await Tools::run(ffmpeg, scanArgs, 600, cancellation);
         scenes = parseSceneScores(scan.stderrText + u'\n' + scan.stdoutText);
     } catch (const std::exception &) {
         // No scan: the even fill below provides every candidate.
     }
+    if (cancellation && cancellation->isCancelled())
+        co_return {};
     const QList<Candidate> pool = pickCandidates(scenes, *duration);
 
     const QString cacheDir = supportDir + QStringLiteral("/moments-cache/") +
                              QUuid::createUuid().toString(QUuid::WithoutBraces).toUpper();
     QDir().mkpath(cacheDir);
-    AnalysisJob job{pool, file, cacheDir, ffmpeg, DistinctSelector(std::move(onThumbnail)), 0, 0, {}, {}, {}};
+    AnalysisJob job{pool, file, cacheDir, ffmpeg, cancellation, DistinctSelector(std::move(onThumbnail)), 0, 0, {}, {}, {}};
     job.thumbnails.resize(pool.size());
     job.hashes.resize(pool.size());
     job.finished.resize(pool.size());
@@ -460,6 +469,8 @@ QCoro::Task<QList<Moment>> analyze(QString file, ThumbnailCallback onThumbnail, 
         workers.push_back(analysisWorker(&job));
     for (auto &worker : workers)
         co_await worker;
+    if (job.isCancelled())
+        co_return {};
     QList<Moment> moments = job.selector.finish();
     std::stable_sort(moments.begin(), moments.end(), [](const Moment &a, const Moment &b) { return a.time < b.time; });
     co_return moments;
@@ -492,16 +503,20 @@ QStringList gifArguments(const QString &video, double start, double length, Aspe
             QStringLiteral("-i"), video, QStringLiteral("-filter_complex"), graph, QStringLiteral("-y"), output};
 }
 
-QCoro::Task<bool> exportClip(QString video, double start, double length, Aspect aspect, QString output) {
-    co_return co_await runProducing(Tools::ffmpegURL(), clipArguments(video, start, length, aspect, output), 300, output);
+QCoro::Task<bool> exportClip(QString video, double start, double length, Aspect aspect, QString output,
+                             Tools::CancellationPtr cancellation) {
+    co_return co_await runProducing(Tools::ffmpegURL(), clipArguments(video, start, length, aspect, output), 300, output,
+                                    cancellation);
 }
 
-QCoro::Task<bool> exportStill(QString video, double time, QString output) {
-    co_return co_await runProducing(Tools::ffmpegURL(), stillArguments(video, time, output), 120, output);
+QCoro::Task<bool> exportStill(QString video, double time, QString output, Tools::CancellationPtr cancellation) {
+    co_return co_await runProducing(Tools::ffmpegURL(), stillArguments(video, time, output), 120, output, cancellation);
 }
 
-QCoro::Task<bool> exportGif(QString video, double start, double length, Aspect aspect, QString output) {
-    co_return co_await runProducing(Tools::ffmpegURL(), gifArguments(video, start, length, aspect, output), 300, output);
+QCoro::Task<bool> exportGif(QString video, double start, double length, Aspect aspect, QString output,
+                            Tools::CancellationPtr cancellation) {
+    co_return co_await runProducing(Tools::ffmpegURL(), gifArguments(video, start, length, aspect, output), 300, output,
+                                    cancellation);
 }
 
 QString exportFolder(const QString &video) {

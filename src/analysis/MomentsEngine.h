@@ -1,6 +1,7 @@
 #pragma once
 
 #include "analysis/Moment.h"
+#include "engine/Tools.h"
 
 #include <QByteArray>
 #include <QList>
@@ -42,10 +43,13 @@ using ThumbnailCallback = std::function<void(const Moment &)>;
 // as it is accepted.
 QCoro::Task<QList<Moment>> analyze(QString file, ThumbnailCallback onThumbnail = {});
 // Same with an explicit ffmpeg (empty: none) and the folder that holds "moments-cache".
-QCoro::Task<QList<Moment>> analyze(QString file, ThumbnailCallback onThumbnail, QString ffmpeg, QString supportDir);
+// Cancelling `cancellation` ends the running ffmpeg children; the analysis then returns empty
+// without handing out further moments.
+QCoro::Task<QList<Moment>> analyze(QString file, ThumbnailCallback onThumbnail, QString ffmpeg, QString supportDir,
+                                   Tools::CancellationPtr cancellation = {});
 
 QCoro::Task<std::optional<double>> mediaDuration(QString file);
-QCoro::Task<std::optional<double>> mediaDuration(QString file, QString ffmpeg);
+QCoro::Task<std::optional<double>> mediaDuration(QString file, QString ffmpeg, Tools::CancellationPtr cancellation = {});
 // Reads "Duration: hh:mm:ss.ss," out of ffmpeg's banner.
 std::optional<double> parseDuration(const QString &ffmpegOutput);
 
@@ -66,9 +70,12 @@ bool isNearDuplicate(quint64 hashA, const QByteArray &signatureA, quint64 hashB,
 // near-duplicates, strongest first. Returns the accepted moments in acceptance order.
 QList<Moment> selectDistinct(const QList<Fingerprint> &pool, const ThumbnailCallback &onThumbnail);
 
-QCoro::Task<bool> exportClip(QString video, double start, double length, Aspect aspect, QString output);
-QCoro::Task<bool> exportStill(QString video, double time, QString output);
-QCoro::Task<bool> exportGif(QString video, double start, double length, Aspect aspect, QString output);
+// A cancelled export ends its ffmpeg and reports false; the caller removes the partial file.
+QCoro::Task<bool> exportClip(QString video, double start, double length, Aspect aspect, QString output,
+                             Tools::CancellationPtr cancellation = {});
+QCoro::Task<bool> exportStill(QString video, double time, QString output, Tools::CancellationPtr cancellation = {});
+QCoro::Task<bool> exportGif(QString video, double start, double length, Aspect aspect, QString output,
+                            Tools::CancellationPtr cancellation = {});
 // Argument vectors of the three exports, without the program.
 QStringList clipArguments(const QString &video, double start, double length, Aspect aspect, const QString &output);
 QStringList stillArguments(const QString &video, double time, const QString &output);

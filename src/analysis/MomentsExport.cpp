@@ -9,9 +9,16 @@
 struct MomentsExportRunner {
     // Runs on the main thread; the export object may be deleted while ffmpeg works, so it is
     // re-checked after every step and the run simply stops when it is gone.
-    static QCoro::Task<> run(QPointer<MomentsExport> self, MomentsExport::Choices choices, bool clips, bool stills,
-                             bool gifs) {
+    static QCoro::Task<> run(QPointer<MomentsExport> self, MomentsExport::Choices choices,
+                             Tools::CancellationPtr cancellation, bool clips, bool stills, bool gifs) {
         int saved = 0;
+        // A product cut short by a cancel is half a file: it goes, and the run ends there.
+        const auto stopped = [&](const QString &out) {
+            if (!cancellation->isCancelled())
+                return !self;
+            QFile::remove(out);
+            return true;
+        };
         try {
             const QString folder = MomentsEngine::exportFolder(choices.video);
             const QString base = MomentsEngine::shortName(choices.video, 42);
@@ -30,23 +37,25 @@ struct MomentsExportRunner {
                     choices.beatGrid ? choices.beatGrid->snapLength(choices.clipLength) : choices.clipLength;
                 if (clips) {
                     const QString out = stem + QStringLiteral(".mp4");
-                    if (co_await MomentsEngine::exportClip(choices.video, start, length, choices.aspect, out))
+                    if (co_await MomentsEngine::exportClip(choices.video, start, length, choices.aspect, out,
+                                                           cancellation))
                         ++saved;
-                    if (!self)
+                    if (stopped(out))
                         co_return;
                 }
                 if (gifs) {
                     const QString out = stem + QStringLiteral(".gif");
-                    if (co_await MomentsEngine::exportGif(choices.video, start, length, choices.aspect, out))
+                    if (co_await MomentsEngine::exportGif(choices.video, start, length, choices.aspect, out,
+                                                          cancellation))
                         ++saved;
-                    if (!self)
+                    if (stopped(out))
                         co_return;
                 }
                 if (stills) {
                     const QString out = stem + QStringLiteral(".png");
-                    if (co_await MomentsEngine::exportStill(choices.video, moment.time, out))
+                    if (co_await MomentsEngine::exportStill(choices.video, moment.time, out, cancellation))
                         ++saved;
-                    if (!self)
+                    if (stopped(out))
                         co_return;
                 }
             }
@@ -56,20 +65,24 @@ struct MomentsExportRunner {
         } catch (const std::exception &) {
             // Exports report through their count only; whatever was saved stays saved.
         }
-        if (self)
+        if (self && !cancellation->isCancelled())
             self->finish(saved);
     }
 };
 
 MomentsExport::MomentsExport(Choices choices, QObject *parent) : QObject(parent), m_choices(std::move(choices)) {}
 
+MomentsExport::~MomentsExport() { cancel(); }
+
+void MomentsExport::cancel() { m_cancellation->cancel(); }
+
 void MomentsExport::start(bool clips, bool stills, bool gifs) {
-    if (m_exporting)
+    if (m_exporting || m_cancellation->isCancelled())
         return;
     m_exporting = true;
     m_saved = 0;
     Q_EMIT exportingChanged(true);
-    MomentsExportRunner::run(QPointer<MomentsExport>(this), m_choices, clips, stills, gifs);
+    MomentsExportRunner::run(QPointer<MomentsExport>(this), m_choices, m_cancellation, clips, stills, gifs);
 }
 
 QString MomentsExport::savedMessage(int saved, const QString &folder) {

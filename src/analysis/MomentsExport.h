@@ -13,7 +13,8 @@
 // One export of approved moments: clips, GIFs and stills into the video's Moments folder. The
 // review screen creates it with its current choices, starts it and observes it: statusText while
 // it works, then finished() with the line for the status bar (the screen opens the folder and
-// closes itself).
+// closes itself). Cancelling, or deleting the object, ends the running ffmpeg and removes the
+// product it was writing.
 class MomentsExport : public QObject {
     Q_OBJECT
     Q_PROPERTY(QString statusText READ statusText NOTIFY statusTextChanged)
@@ -30,9 +31,12 @@ public:
     };
 
     explicit MomentsExport(Choices choices, QObject *parent = nullptr);
+    ~MomentsExport() override;
 
     // Starts the run; ignored while one is going.
     void start(bool clips, bool stills, bool gifs);
+    // Stops the run for good: no finished() follows.
+    void cancel();
 
     QString statusText() const { return m_statusText; }
     bool isExporting() const { return m_exporting; }
@@ -55,6 +59,7 @@ private:
     void finish(int saved);
 
     Choices m_choices;
+    Tools::CancellationPtr m_cancellation = std::make_shared<Tools::Cancellation>();
     QString m_folder;
     QString m_statusText;
     bool m_exporting = false;

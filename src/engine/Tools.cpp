@@ -162,7 +162,16 @@ void terminateProcessGroup(qint64 pid) {
         ::kill(static_cast<pid_t>(pid), SIGTERM);
 }
 
-QCoro::Task<RunResult> run(QString executable, QStringList arguments, double timeoutSeconds) {
+void Cancellation::cancel() {
+    m_cancelled = true;
+    for (qint64 pid : std::as_const(m_running))
+        terminateProcessGroup(pid);
+}
+
+QCoro::Task<RunResult> run(QString executable, QStringList arguments, double timeoutSeconds,
+                           CancellationPtr cancellation) {
+    if (cancellation && cancellation->isCancelled())
+        throw LaunchError("cancelled");
     ensureLaunchable(executable);
 
     QProcess process;
@@ -186,9 +195,16 @@ QCoro::Task<RunResult> run(QString executable, QStringList arguments, double tim
     });
     deadline.start();
 
+    if (cancellation) {
+        cancellation->add(pid);
+        if (cancellation->isCancelled()) // cancelled while the child was starting
+            terminateProcessGroup(pid);
+    }
     if (process.state() != QProcess::NotRunning)
         co_await qCoro(&process, &QProcess::finished);
     deadline.stop();
+    if (cancellation)
+        cancellation->remove(pid);
 
     RunResult result;
     result.status = process.exitCode(); // for a signalled child this is the signal number

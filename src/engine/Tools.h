@@ -2,9 +2,11 @@
 
 #include <QCoroTask>
 #include <QHash>
+#include <QSet>
 #include <QString>
 #include <QStringList>
 
+#include <memory>
 #include <stdexcept>
 
 // Where the external programs live, how they are installed into the private tool folder,
@@ -56,10 +58,26 @@ QString ytDlpURL(const Layout &layout);
 QString systemFirstURL(const QString &name, const Layout &layout);
 void installBundledTools(const Layout &layout);
 
-// Runs a program to completion with both pipes drained. At the time-out the child's process
-// group gets SIGTERM once; the run still ends with an ordinary result (status 15).
-// Throws LaunchError when the program cannot be started.
-QCoro::Task<RunResult> run(QString executable, QStringList arguments, double timeoutSeconds);
+// Lets an owner end every child it started through run() at once (a sheet that closes while
+// its analysis runs). Once cancelled, further runs with it are refused with LaunchError.
+class Cancellation {
+public:
+    void cancel();
+    bool isCancelled() const { return m_cancelled; }
+    void add(qint64 pid) { m_running.insert(pid); }
+    void remove(qint64 pid) { m_running.remove(pid); }
+
+private:
+    bool m_cancelled = false;
+    QSet<qint64> m_running;
+};
+using CancellationPtr = std::shared_ptr<Cancellation>;
+
+// Runs a program to completion with both pipes drained. At the time-out, or when `cancellation`
+// is cancelled, the child's process group gets SIGTERM once; the run still ends with an
+// ordinary result (status 15). Throws LaunchError when the program cannot be started.
+QCoro::Task<RunResult> run(QString executable, QStringList arguments, double timeoutSeconds,
+                           CancellationPtr cancellation = {});
 
 // Throws LaunchError (with the platform's text) unless `executable` can be run.
 void ensureLaunchable(const QString &executable);

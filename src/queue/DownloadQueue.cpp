@@ -15,6 +15,7 @@
 
 #include <algorithm>
 #include <exception>
+#include <utility>
 
 namespace {
 
@@ -83,7 +84,14 @@ void DownloadQueue::setMomentsRequest(DownloadItemPtr item)
 {
     if (m_momentsRequest == item)
         return;
-    m_momentsRequest = std::move(item);
+    // An item stays in the list while its moments are reviewed, and leaves like any finished
+    // item once the review is over.
+    const DownloadItemPtr previous = std::exchange(m_momentsRequest, std::move(item));
+    if (m_momentsRequest)
+        cancelAutoClear(m_momentsRequest->id());
+    if (previous && m_items.contains(previous) &&
+        (previous->state().is(ItemState::Kind::done) || previous->state().is(ItemState::Kind::cancelled)))
+        scheduleAutoClear(previous);
     Q_EMIT momentsRequestChanged();
 }
 

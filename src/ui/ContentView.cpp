@@ -12,6 +12,7 @@
 #include "ui/Brand.h"
 #include "ui/Desktop.h"
 #include "ui/ElidedLabel.h"
+#include "ui/MomentsView.h"
 #include "ui/EmberButtonStyle.h"
 #include "ui/FindView.h"
 #include "ui/HistoryView.h"
@@ -152,6 +153,7 @@ ContentView::ContentView(DownloadQueue &queue, AppSettings &settings, SelfHealer
         QMetaObject::invokeMethod(this, &ContentView::queueChanged, Qt::QueuedConnection);
     });
     connect(&m_queue, &DownloadQueue::lastMessageChanged, this, &ContentView::refreshLastMessage);
+    connect(&m_queue, &DownloadQueue::momentsRequestChanged, this, &ContentView::showMomentsRequest);
     connect(&m_settings, &AppSettings::changed, this, &ContentView::settingsChanged);
     connect(&m_healer, &SelfHealer::engineVersionChanged, this, &ContentView::refreshEngine);
     connect(&m_healer, &SelfHealer::isUpdatingChanged, this, &ContentView::refreshEngine);
@@ -477,6 +479,26 @@ void ContentView::showOptions() {
         },
         this);
     sheet->setAttribute(Qt::WA_DeleteOnClose);
+    sheet->open();
+}
+
+MomentsView *ContentView::momentsView() const { return m_momentsView; }
+
+// One review at a time: a request that arrives while a sheet is open waits until it closes.
+void ContentView::showMomentsRequest() {
+    const DownloadItemPtr item = m_queue.momentsRequest();
+    if (!item || m_momentsView)
+        return;
+    auto *sheet = new MomentsView(item, m_queue, m_settings, MomentsView::Engines::real(), this);
+    sheet->setAttribute(Qt::WA_DeleteOnClose);
+    m_momentsView = sheet;
+    connect(sheet, &QDialog::finished, this, [this, item] {
+        m_momentsView = nullptr;
+        if (m_queue.momentsRequest() == item)
+            m_queue.setMomentsRequest(nullptr);
+        else
+            QMetaObject::invokeMethod(this, &ContentView::showMomentsRequest, Qt::QueuedConnection);
+    });
     sheet->open();
 }
 

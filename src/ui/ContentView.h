@@ -1,5 +1,6 @@
 #pragma once
 
+#include <QPointer>
 #include <QSet>
 #include <QUuid>
 #include <QWidget>
@@ -11,6 +12,7 @@ class ClipboardSource;
 class ClipboardWatcher;
 class DownloadQueue;
 class ElidedLabel;
+class MomentsView;
 class QCheckBox;
 class QLabel;
 class QLineEdit;
@@ -49,6 +51,8 @@ public:
 
     QLineEdit *linkBar() const { return m_linkBar; }
     QueueList *queueList() const { return m_queueList; }
+    // The open Smart Moments sheet, if any.
+    MomentsView *momentsView() const;
 
 protected:
     void dragEnterEvent(QDragEnterEvent *event) override;
@@ -66,6 +70,7 @@ private:
     void refreshLastMessage();
     void refreshModeMenu();
     void refreshLinkBar();
+    void showMomentsRequest();
 
     DownloadQueue &m_queue;
     AppSettings &m_settings;
@@ -90,4 +95,5 @@ private:
     QLabel *m_engine = nullptr;
     ElidedLabel *m_lastMessage = nullptr;
     QPushButton *m_clearFinished = nullptr;
+    QPointer<MomentsView> m_momentsView;
 };

@@ -367,6 +367,8 @@ private Q_SLOTS:
         QCOMPARE(r.queue.momentsRequest(), video);
         QVERIFY(!r.queue.hasAutoClear(video->id()));
         QVERIFY(r.queue.hasAutoClear(audio->id()));
+        r.queue.setMomentsRequest(nullptr); // the review is over: the item leaves like any other
+        QVERIFY(r.queue.hasAutoClear(video->id()));
         QCOMPARE(r.notifier.titles, QStringList(3, QStringLiteral("Download complete")));
         QCOMPARE(r.message(), QStringLiteral("Saved \u00B7 Title of ") + linkA);
         QCOMPARE(r.engine.outputDirs.first(), QDir(r.downloads).filePath(QStringLiteral("TikTok")));

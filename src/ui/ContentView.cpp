@@ -205,6 +205,11 @@ QWidget *ContentView::buildHeader() {
     m_linkBar->setFont(Brand::monoFont(13));
     m_linkBar->setMinimumHeight(34);
     m_linkBar->setClearButtonEnabled(true);
+    // The field shows only "https://": name it, and its clear button, for screen readers.
+    m_linkBar->setAccessibleName(QStringLiteral("Link"));
+    for (QAction *action : m_linkBar->actions())
+        if (action->text().isEmpty())
+            action->setText(QStringLiteral("Clear"));
     // Drops belong to the whole window, which queues them at once.
     m_linkBar->setAcceptDrops(false);
     connect(m_linkBar, &QLineEdit::returnPressed, this, &ContentView::addFromField);
@@ -240,7 +245,7 @@ QWidget *ContentView::buildHeader() {
     barRow->addWidget(m_download);
 
     QToolButton *batch = symbolButton(QStringLiteral("square.stack.3d.down.right"),
-                                      QStringLiteral("Batch: paste a whole list of links (⌘B)"));
+                                      QStringLiteral("Batch: paste a whole list of links (Ctrl+B)"));
     batch->setObjectName(QStringLiteral("batch"));
     connect(batch, &QToolButton::clicked, this, &ContentView::showBatch);
     barRow->addWidget(batch);

@@ -4,6 +4,7 @@
 #include "ui/ElidedLabel.h"
 #include "ui/EmberButtonStyle.h"
 #include "ui/EmberProgressBar.h"
+#include "ui/Spinner.h"
 #include "ui/StatusChip.h"
 #include "ui/Symbols.h"
 
@@ -60,8 +61,11 @@ QPixmap placeholder(DownloadMode mode, QSize size) {
 QLabel *secondary(const QString &text, const QColor &color, qreal points = 11.5) {
     auto *label = new QLabel(text);
     label->setFont(Brand::monoFont(points));
+    // Inside the queue list the row inherits the viewport's Base background, and a label then
+    // paints with Text instead of WindowText: tint both.
     QPalette p = label->palette();
     p.setColor(QPalette::WindowText, color);
+    p.setColor(QPalette::Text, color);
     label->setPalette(p);
     return label;
 }
@@ -226,10 +230,12 @@ void ItemRow::rebuildStatus() {
         m_statusLayout->addWidget(new StatusChip(text, symbol, tint));
     };
     auto spinner = [this](const QString &text) {
-        auto *busy = secondary(QStringLiteral("◌"), Brand::ember(), 12);
+        auto *busy = new Spinner;
         busy->setObjectName(QStringLiteral("spinner"));
         m_statusLayout->addWidget(busy);
-        m_statusLayout->addWidget(secondary(text, Brand::stone()));
+        QLabel *label = secondary(text, Brand::stone());
+        label->setObjectName(QStringLiteral("statusText"));
+        m_statusLayout->addWidget(label);
     };
     switch (state.kind()) {
     case ItemState::Kind::queued:

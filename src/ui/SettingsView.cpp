@@ -108,6 +108,9 @@ public:
         h->setContentsMargins(0, 0, 0, 0);
         auto *l = new QLabel(label);
         h->addWidget(l);
+        // A screen reader announces a picker with the label beside it.
+        if (!trailing.isEmpty())
+            l->setBuddy(trailing.first());
         h->addStretch(1);
         for (QWidget *w : trailing)
             h->addWidget(w);
@@ -170,6 +173,7 @@ void SettingsView::build() {
         QPalette p = m_folderPath->palette();
         p.setColor(QPalette::WindowText, Brand::stone());
         m_folderPath->setPalette(p);
+        m_folderPath->setAccessibleName(QStringLiteral("Save to"));
         auto *choose = new QPushButton(QStringLiteral("Choose…"));
         connect(choose, &QPushButton::clicked, this, &SettingsView::chooseFolder);
         auto *row = new QWidget;

@@ -1,3 +1,4 @@
+#include "AccessibleNames.h"
 #include "FixtureSite.h"
 #include "TestEnv.h"
 #include "TestMain.h"
@@ -20,6 +21,7 @@
 #include <QApplication>
 #include <QCheckBox>
 #include <QComboBox>
+#include <QDialog>
 #include <QFile>
 #include <QFileInfo>
 #include <QCoroSignal>
@@ -118,6 +120,8 @@ struct Harness {
 void press(QWidget *widget, Qt::Key key) { QTest::keyClick(widget, key); }
 
 } // namespace
+
+Q_DECLARE_METATYPE(ItemState)
 
 class ContentViewTest : public QObject {
     Q_OBJECT
@@ -356,6 +360,73 @@ private Q_SLOTS:
         const DownloadItemPtr last = h.queue->items().last();
         h.queue->cancel(last);
         QVERIFY(list->rowFor(last)->findChildren<QToolButton *>().first()->toolTip() == QStringLiteral("Remove"));
+    }
+
+    // A screen reader can say every control of the window and its sheets, rows included.
+    void everyControlHasAnAccessibleName() {
+        Harness h(1);
+        for (int i = 0; i < 3; ++i)
+            h.queue->add(QStringLiteral("https://a.example/v/") + QString::number(i));
+        h.queue->items()[0]->setState(ItemState::failed(QStringLiteral("Video unavailable")));
+        h.queue->items()[1]->setFinalFileURL(QUrl::fromLocalFile(h.dir + QStringLiteral("/clip.mp4")));
+        h.queue->items()[1]->setState(ItemState::done());
+        h.view->show();
+        QTRY_VERIFY(h.view->queueList()->rowFor(h.queue->items()[1]));
+        QCOMPARE(AccessibleNames::unnamedControls(h.view.get()), QStringList());
+        QCOMPARE(AccessibleNames::of(h.view->linkBar()), QStringLiteral("Link"));
+        QCOMPARE(AccessibleNames::of(h.child<QToolButton>(QStringLiteral("batch"))),
+                 QStringLiteral("Batch: paste a whole list of links (Ctrl+B)"));
+        h.view->showBatch();
+        h.view->showOptions();
+        for (QDialog *sheet : h.view->findChildren<QDialog *>()) {
+            sheet->show();
+            QCOMPARE(AccessibleNames::unnamedControls(sheet), QStringList());
+        }
+        QCOMPARE(h.view->findChildren<QDialog *>().size(), 2);
+    }
+
+    // Rows live in the list's viewport, whose background role changes how labels pick their
+    // colour: sample the pixels of each status text inside the real list.
+    void rowTextsKeepTheirColoursInTheList_data() {
+        QTest::addColumn<ItemState>("state");
+        QTest::addColumn<QString>("label");
+        QTest::addColumn<QColor>("colour");
+        QTest::newRow("failure message") << ItemState::failed(QStringLiteral("Video unavailable"))
+                                         << QStringLiteral("failure") << Brand::danger();
+        QTest::newRow("percentage") << ItemState::downloading() << QStringLiteral("percent") << Brand::ember();
+        QTest::newRow("speed") << ItemState::downloading() << QStringLiteral("speed") << Brand::stone();
+        QTest::newRow("fetching info") << ItemState::probing() << QStringLiteral("statusText") << Brand::stone();
+    }
+    void rowTextsKeepTheirColoursInTheList() {
+        QFETCH(ItemState, state);
+        QFETCH(QString, label);
+        QFETCH(QColor, colour);
+        Harness h(1);
+        h.queue->add(QStringLiteral("https://a.example/v/1"));
+        h.queue->add(QStringLiteral("https://a.example/v/2"));
+        const DownloadItemPtr item = h.queue->items().first(); // the newest one, still queued
+        item->setState(state);
+        item->setProgress(0.42);
+        item->setSpeedText(QStringLiteral("2.1MiB/s"));
+        item->setEtaText(QStringLiteral("00:12"));
+        h.view->show();
+        QTRY_VERIFY(h.view->queueList()->rowFor(item));
+        ItemRow *row = h.view->queueList()->rowFor(item);
+        QLabel *text = row->findChild<QLabel *>(label);
+        QVERIFY(text && text->isVisible());
+        const QImage shot = row->grab().toImage();
+        const QRect area(text->mapTo(row, QPoint(0, 0)), text->size());
+        // The text's most opaque pixel is the one farthest from the background around it.
+        const QColor background = shot.pixelColor(area.topLeft());
+        auto distance = [](const QColor &a, const QColor &b) {
+            return std::abs(a.red() - b.red()) + std::abs(a.green() - b.green()) + std::abs(a.blue() - b.blue());
+        };
+        QColor ink = background;
+        for (int y = area.top(); y <= area.bottom(); ++y)
+            for (int x = area.left(); x <= area.right(); ++x)
+                if (distance(shot.pixelColor(x, y), background) > distance(ink, background))
+                    ink = shot.pixelColor(x, y);
+        QVERIFY2(distance(ink, colour) < distance(ink, Brand::bone()), qPrintable(ink.name()));
     }
 
     // The real engine against the local site, into a folder that cannot exist: the row says why.

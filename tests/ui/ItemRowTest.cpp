@@ -4,6 +4,7 @@
 
 #include "ui/Brand.h"
 #include "ui/ItemRow.h"
+#include "ui/Spinner.h"
 #include "ui/StatusChip.h"
 
 #include <QApplication>
@@ -127,6 +128,28 @@ private Q_SLOTS:
         item->setProgress(0.999);
         QCOMPARE(row.findChild<QLabel *>(QStringLiteral("percent")), percent);
         QCOMPARE(percent->text(), QStringLiteral("99%"));
+    }
+
+    // Busy rows turn a real indicator; the shared timer runs only while one is on screen.
+    void spinnerTurnsOnlyWhileShown() {
+        auto item = DownloadItem::make(QStringLiteral("https://example.com/v/1"), DownloadMode::bestVideoAudio);
+        ItemRow row(item);
+        row.resize(600, 95);
+        item->setState(ItemState::probing());
+        QVERIFY(!Spinner::isTicking());
+        row.show();
+        auto *spinner = row.findChild<Spinner *>(QStringLiteral("spinner"));
+        QVERIFY(spinner && Spinner::isTicking());
+        const QImage before = spinner->grab().toImage();
+        QTRY_VERIFY(spinner->grab().toImage() != before); // it turns
+        row.hide();
+        QVERIFY(!Spinner::isTicking());
+        row.show();
+        item->setState(ItemState::processing(QStringLiteral("Tagging")));
+        QTRY_VERIFY(Spinner::isTicking()); // a new child of a shown row appears on the next turn
+        item->setState(ItemState::downloading());
+        QVERIFY(!row.findChild<Spinner *>());
+        QVERIFY(!Spinner::isTicking());
     }
 
     void metadataChips() {

@@ -1,3 +1,4 @@
+#include "AccessibleNames.h"
 #include "Await.h"
 #include "TestEnv.h"
 #include "TestMain.h"
@@ -168,6 +169,7 @@ private Q_SLOTS:
             modes << combo(0)->itemText(i);
         QCOMPARE(modes, (QStringList{QStringLiteral("Video (best quality)"), QStringLiteral("Video only (no audio)"),
                                      QStringLiteral("Audio only")}));
+        QCOMPARE(AccessibleNames::unnamedControls(m_view.get()), QStringList());
     }
 
     void togglesWriteTheirKeyAtOnce_data() {

@@ -99,6 +99,8 @@ QToolButton *symbolButton(const QString &symbol, const QString &help) {
     return button;
 }
 
+constexpr QSize modeIconSize{24, 18};
+
 const QString tabStyle = QStringLiteral(
     "QPushButton { border: none; border-bottom: 2px solid transparent; padding: 7px 12px; color: #8A8178; }"
     "QPushButton:hover { color: #FAF8F5; }"
@@ -216,11 +218,11 @@ QWidget *ContentView::buildHeader() {
     connect(m_linkBar, &QLineEdit::textChanged, this, &ContentView::refreshLinkBar);
     barRow->addWidget(m_linkBar, 1);
 
-    m_modeMenu = new QToolButton;
+    // A push button pads its icon and gives its menu arrow room of its own.
+    m_modeMenu = new QPushButton;
     m_modeMenu->setObjectName(QStringLiteral("modeMenu"));
-    m_modeMenu->setPopupMode(QToolButton::InstantPopup);
-    m_modeMenu->setToolButtonStyle(Qt::ToolButtonTextBesideIcon);
     m_modeMenu->setMinimumHeight(34);
+    m_modeMenu->setIconSize(modeIconSize);
     auto *modes = new QMenu(m_modeMenu);
     auto *group = new QActionGroup(modes);
     for (DownloadMode mode : DownloadModes::all) {
@@ -444,7 +446,15 @@ void ContentView::refreshLastMessage() { m_lastMessage->setFullText(m_queue.last
 void ContentView::refreshModeMenu() {
     const DownloadMode mode = DownloadModes::fromRawOrDefault(m_settings.defaultModeRaw());
     m_modeMenu->setText(DownloadModes::label(mode));
-    m_modeMenu->setIcon(Symbols::icon(DownloadModes::symbol(mode), Brand::bone()));
+    // A button with a menu draws its icon against the left edge: the icon brings its own margin.
+    QPixmap padded(modeIconSize * m_modeMenu->devicePixelRatioF());
+    padded.setDevicePixelRatio(m_modeMenu->devicePixelRatioF());
+    padded.fill(Qt::transparent);
+    {
+        QPainter p(&padded);
+        p.drawPixmap(modeIconSize.width() - 16, 1, Symbols::pixmap(DownloadModes::symbol(mode), Brand::bone(), 16));
+    }
+    m_modeMenu->setIcon(QIcon(padded));
     for (QAction *action : m_modeMenu->menu()->actions())
         action->setChecked(action->data().toString() == DownloadModes::rawValue(mode));
 }

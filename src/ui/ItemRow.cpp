@@ -319,7 +319,7 @@ void ItemRow::rebuildButtons() {
             connect(moments, &QToolButton::clicked, this, [this] { Q_EMIT momentsRequested(m_item); });
         }
         auto *reveal = static_cast<QToolButton *>(
-            iconButton(QStringLiteral("magnifyingglass.circle"), QStringLiteral("Show in Finder"), Brand::stone()));
+            iconButton(QStringLiteral("magnifyingglass.circle"), QStringLiteral("Show in Folder"), Brand::stone()));
         connect(reveal, &QToolButton::clicked, this, [this] { Q_EMIT revealRequested(m_item->finalFileURL()); });
     } else if (state.is(ItemState::Kind::cancelled)) {
         auto *remove = static_cast<QToolButton *>(iconButton(QStringLiteral("trash"), QStringLiteral("Remove"), Brand::stone()));
@@ -332,7 +332,7 @@ QMenu *ItemRow::buildContextMenu(QWidget *parent) {
     const DownloadItemPtr item = m_item;
     if (!item->finalFileURL().isEmpty()) {
         const QUrl file = item->finalFileURL();
-        menu->addAction(QStringLiteral("Show in Finder"), this, [this, file] { Q_EMIT revealRequested(file); });
+        menu->addAction(QStringLiteral("Show in Folder"), this, [this, file] { Q_EMIT revealRequested(file); });
         menu->addAction(QStringLiteral("Open"), this, [file] { QDesktopServices::openUrl(file); });
         menu->addSeparator();
         if (item->mode() != DownloadMode::audioOnly)

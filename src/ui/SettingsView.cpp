@@ -4,6 +4,7 @@
 #include "core/AppSettings.h"
 #include "core/DownloadMode.h"
 #include "engine/SelfHealer.h"
+#include "queue/InboxWatcher.h"
 #include "ui/Brand.h"
 #include "ui/ElidedLabel.h"
 #include "ui/EmberButtonStyle.h"
@@ -14,6 +15,7 @@
 #include <QComboBox>
 #include <QCoroTask>
 #include <QDesktopServices>
+#include <QDir>
 #include <QFileDialog>
 #include <QFrame>
 #include <QHBoxLayout>
@@ -250,9 +252,12 @@ void SettingsView::build() {
         connect(m_smartMode, &QCheckBox::toggled, &m_settings, &AppSettings::setSmartMode);
         capture.add(m_smartMode);
 
-        m_watchInbox = new QCheckBox(QStringLiteral("Watch iCloud inbox (iPhone hand-off)"));
+        m_watchInbox = new QCheckBox(QStringLiteral("Watch phone inbox"));
         connect(m_watchInbox, &QCheckBox::toggled, &m_settings, &AppSettings::setWatchiCloudInbox);
-        capture.add(m_watchInbox);
+        const QString inbox = InboxWatcher::defaultInboxPath();
+        capture.add(m_watchInbox, QStringLiteral("Downloads every link your phone adds to ") +
+                                      QDir::toNativeSeparators(inbox) + QStringLiteral(" (synced by ") +
+                                      InboxWatcher::syncServiceName(inbox) + QStringLiteral(")."));
 
         m_cookies = new QCheckBox(QStringLiteral("Use Chrome login for private content"));
         connect(m_cookies, &QCheckBox::toggled, &m_settings, &AppSettings::setUseBrowserCookies);
@@ -261,7 +266,7 @@ void SettingsView::build() {
 
         auto *show = new QPushButton(QStringLiteral("Show Instructions"));
         connect(show, &QPushButton::clicked, this, &SettingsView::showInstructions);
-        capture.labelled(QStringLiteral("iPhone setup"), {show});
+        capture.labelled(QStringLiteral("Phone setup"), {show});
     }
 
     Section transcription(QStringLiteral("Transcription"), form);

@@ -217,7 +217,7 @@ private Q_SLOTS:
 
     void modeMenuWritesTheDefaultMode() {
         Harness h;
-        auto *menu = h.child<QToolButton>(QStringLiteral("modeMenu"));
+        auto *menu = h.child<QPushButton>(QStringLiteral("modeMenu"));
         QCOMPARE(menu->text(), DownloadModes::label(DownloadMode::bestVideoAudio));
         menu->menu()->actions().at(2)->trigger();
         QCOMPARE(h.settings.defaultModeRaw(), DownloadModes::rawValue(DownloadMode::audioOnly));

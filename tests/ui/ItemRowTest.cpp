@@ -174,7 +174,7 @@ private Q_SLOTS:
         QTest::addColumn<int>("mode");
         QTest::addColumn<bool>("transcribed");
         QTest::addColumn<QStringList>("expected");
-        const QString show = QStringLiteral("Show in Finder"), open = QStringLiteral("Open"), sep = QStringLiteral("-"),
+        const QString show = QStringLiteral("Show in Folder"), open = QStringLiteral("Open"), sep = QStringLiteral("-"),
                       moments = QStringLiteral("Smart Moments…"), practice = QStringLiteral("Practice Versions"),
                       copy = QStringLiteral("Copy Link"), remove = QStringLiteral("Remove from List");
         QTest::newRow("video") << int(DownloadMode::bestVideoAudio) << false

@@ -181,7 +181,7 @@ private Q_SLOTS:
                                       << QStringLiteral("autoAnalyzeAudio");
         QTest::newRow("smart mode") << QStringLiteral("Smart Mode — auto-download copied media links")
                                     << QStringLiteral("smartMode");
-        QTest::newRow("inbox") << QStringLiteral("Watch iCloud inbox (iPhone hand-off)")
+        QTest::newRow("inbox") << QStringLiteral("Watch phone inbox")
                                << QStringLiteral("watchiCloudInbox");
         QTest::newRow("cookies") << QStringLiteral("Use Chrome login for private content")
                                  << QStringLiteral("useBrowserCookies");
@@ -292,7 +292,7 @@ private Q_SLOTS:
         QDesktopServices::unsetUrlHandler(QStringLiteral("file"));
         QCOMPARE(recorder.opened.size(), 1);
         QCOMPARE(recorder.opened.first().toLocalFile(),
-                 AppSettings::appSupportDir() + QStringLiteral("/iPhone Shortcut Setup.txt"));
+                 AppSettings::appSupportDir() + QStringLiteral("/Phone Hand-off Setup.txt"));
     }
 
     void lastCheckAppearsAfterAnUpdate() {

@@ -3,6 +3,7 @@
 #include "analysis/Transcriber.h"
 #include "core/AppSettings.h"
 #include "core/DownloadMode.h"
+#include "engine/CookieBrowser.h"
 #include "engine/SelfHealer.h"
 #include "queue/InboxWatcher.h"
 #include "ui/Brand.h"
@@ -259,10 +260,19 @@ void SettingsView::build() {
                                       QDir::toNativeSeparators(inbox) + QStringLiteral(" (synced by ") +
                                       InboxWatcher::syncServiceName(inbox) + QStringLiteral(")."));
 
-        m_cookies = new QCheckBox(QStringLiteral("Use Chrome login for private content"));
+        // Named after the browser whose login is actually read; without one the option stays off.
+        const auto browser = CookieBrowser::detect();
+        m_cookieBrowserFound = browser.has_value();
+        const QString name = browser ? browser->label : QStringLiteral("browser");
+        m_cookies = new QCheckBox(QStringLiteral("Use ") + name + QStringLiteral(" login for private content"));
+        m_cookies->setObjectName(QStringLiteral("cookies"));
+        m_cookies->setEnabled(m_cookieBrowserFound);
         connect(m_cookies, &QCheckBox::toggled, &m_settings, &AppSettings::setUseBrowserCookies);
-        capture.add(m_cookies, QStringLiteral("Needed for Instagram Stories and members-only videos. Chrome must be "
-                                              "installed and logged in."));
+        capture.add(m_cookies, browser ? QStringLiteral("Needed for Instagram Stories and members-only videos. ") + name +
+                                             QStringLiteral(" must be installed and logged in.")
+                                       : QStringLiteral("Off: no browser profile found on this computer. Sign in to ") +
+                                             CookieBrowser::supportedLabels() +
+                                             QStringLiteral(" to download private content."));
 
         auto *show = new QPushButton(QStringLiteral("Show Instructions"));
         connect(show, &QPushButton::clicked, this, &SettingsView::showInstructions);
@@ -336,7 +346,7 @@ void SettingsView::refreshSettings() {
     m_autoAnalyze->setChecked(m_settings.autoAnalyzeAudio());
     m_smartMode->setChecked(m_settings.smartMode());
     m_watchInbox->setChecked(m_settings.watchiCloudInbox());
-    m_cookies->setChecked(m_settings.useBrowserCookies());
+    m_cookies->setChecked(m_cookieBrowserFound && m_settings.useBrowserCookies());
     m_whisperModel->setCurrentIndex(std::max(0, m_whisperModel->findData(m_settings.whisperModel())));
 
     const int concurrent = m_settings.maxConcurrent();

@@ -69,6 +69,7 @@ private:
     QCheckBox *m_smartMode = nullptr;
     QCheckBox *m_watchInbox = nullptr;
     QCheckBox *m_cookies = nullptr;
+    bool m_cookieBrowserFound = false;
     QComboBox *m_whisperModel = nullptr;
     QWidget *m_modelDownloadRow = nullptr;
     EmberProgressBar *m_modelProgress = nullptr;

@@ -41,3 +41,4 @@ if ((${#missing[@]})); then
 fi
 
 "$here/build-whisper.sh"
+"$here/fetch-fonts.sh"

@@ -12,6 +12,7 @@
 #include "core/Utf8.h"
 #include "engine/Tools.h"
 #include "engine/YtDlp.h"
+#include "ui/Brand.h"
 
 #include <QApplication>
 #include <QCoreApplication>
@@ -130,6 +131,7 @@ int runDiagnostic(int argc, char **argv, const QString &command, const QString &
 
 int runApplication(int argc, char **argv) {
     QApplication app(argc, argv);
+    Brand::loadFonts();
     InstanceGuard guard;
     if (!guard.claim())
         return 0;

@@ -8,6 +8,7 @@
 #include "queue/ClipboardWatcher.h"
 #include "queue/DownloadQueue.h"
 #include "ui/BatchSheet.h"
+#include "ui/BreathingDot.h"
 #include "ui/Brand.h"
 #include "ui/Desktop.h"
 #include "ui/ElidedLabel.h"
@@ -34,42 +35,8 @@
 #include <QStackedWidget>
 #include <QToolButton>
 #include <QVBoxLayout>
-#include <QVariantAnimation>
 
 namespace {
-
-// The Smart Mode dot: breathes while it is on screen and costs nothing while hidden.
-class PulseDot : public QWidget {
-public:
-    explicit PulseDot(QWidget *parent = nullptr) : QWidget(parent) {
-        setFixedSize(12, 12);
-        m_pulse.setStartValue(1.0);
-        m_pulse.setKeyValueAt(0.5, 0.25);
-        m_pulse.setEndValue(1.0);
-        m_pulse.setDuration(1600);
-        m_pulse.setLoopCount(-1);
-        m_pulse.setEasingCurve(QEasingCurve::InOutSine);
-        QObject::connect(&m_pulse, &QVariantAnimation::valueChanged, this, [this] { update(); });
-    }
-
-protected:
-    void showEvent(QShowEvent *) override { m_pulse.start(); }
-    void hideEvent(QHideEvent *) override { m_pulse.stop(); }
-    void paintEvent(QPaintEvent *) override {
-        QPainter p(this);
-        p.setRenderHint(QPainter::Antialiasing);
-        QColor glow = Brand::ember();
-        glow.setAlphaF(0.35 * m_pulse.currentValue().toReal());
-        p.setPen(Qt::NoPen);
-        p.setBrush(glow);
-        p.drawEllipse(rect());
-        p.setBrush(Brand::ember());
-        p.drawEllipse(QRectF(rect()).adjusted(3, 3, -3, -3));
-    }
-
-private:
-    QVariantAnimation m_pulse;
-};
 
 QLabel *label(const QString &text, const QFont &font, const QColor &color) {
     auto *l = new QLabel(text);
@@ -316,7 +283,9 @@ QWidget *ContentView::buildEmptyState() {
     indicator->setContentsMargins(0, 10, 0, 0);
     indicator->setSpacing(8);
     indicator->addStretch(1);
-    indicator->addWidget(new PulseDot);
+    auto *dot = new BreathingDot(Brand::ember());
+    dot->setObjectName(QStringLiteral("smartDot"));
+    indicator->addWidget(dot);
     indicator->addWidget(label(QStringLiteral("SMART MODE IS WATCHING YOUR CLIPBOARD"), Brand::monoFont(10, QFont::Medium),
                                Brand::ember()));
     indicator->addStretch(1);

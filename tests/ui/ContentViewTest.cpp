@@ -11,6 +11,7 @@
 #include "queue/HistoryStore.h"
 #include "queue/Notifier.h"
 #include "ui/BatchSheet.h"
+#include "ui/BreathingDot.h"
 #include "ui/Brand.h"
 #include "ui/ContentView.h"
 #include "ui/ElidedLabel.h"
@@ -203,7 +204,15 @@ private Q_SLOTS:
         auto *box = h.child<QCheckBox>(QStringLiteral("smartMode"));
         QVERIFY(box->isChecked());
         QVERIFY(h.child<QWidget>(QStringLiteral("smartIndicator"))->isVisible());
+        // The dot breathes only while someone can see it.
+        auto *dot = h.child<BreathingDot>(QStringLiteral("smartDot"));
+        QTRY_VERIFY(dot->isBreathing());
+        h.view->showMinimized();
+        QTRY_VERIFY(!dot->isBreathing());
+        h.view->showNormal();
+        QTRY_VERIFY(dot->isBreathing());
         box->click();
+        QVERIFY(!dot->isBreathing());
         QVERIFY(!h.settings.smartMode());
         QVERIFY(!h.watcher->isRunning());
         QVERIFY(!h.child<QWidget>(QStringLiteral("smartIndicator"))->isVisible());

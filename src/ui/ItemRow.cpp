@@ -25,6 +25,8 @@
 #include <QToolButton>
 #include <QVBoxLayout>
 
+#include <algorithm>
+
 namespace {
 QHash<QUrl, QPixmap> &thumbnailCache() {
     static QHash<QUrl, QPixmap> cache;
@@ -70,6 +72,19 @@ QLabel *secondary(const QString &text, const QColor &color, qreal points = 11.5)
     return label;
 }
 
+quint64 refreshes = 0;
+
+// A status text whose size never changes, so a new value repaints it without a relayout.
+void fixWidth(QLabel *label, const QString &widest) {
+    label->setFixedSize(label->fontMetrics().horizontalAdvance(widest) + 2, label->sizeHint().height());
+}
+
+void setTextIfChanged(QLabel *label, const QString &text) {
+    const QString shown = label->fontMetrics().elidedText(text, Qt::ElideRight, label->width());
+    if (label->text() != shown)
+        label->setText(shown);
+}
+
 void clear(QHBoxLayout *layout) {
     while (QLayoutItem *entry = layout->takeAt(0)) {
         if (QWidget *w = entry->widget())
@@ -101,6 +116,7 @@ ItemRow::ItemRow(DownloadItemPtr item, QWidget *parent)
     m_chipsLayout = new QHBoxLayout(m_chips);
     m_chipsLayout->setContentsMargins(0, 0, 0, 0);
     m_chipsLayout->setSpacing(5);
+    m_chipsLayout->addStretch(1);
     column->addWidget(m_chips);
     m_status = new QWidget;
     m_status->setObjectName(QStringLiteral("status"));
@@ -116,18 +132,33 @@ ItemRow::ItemRow(DownloadItemPtr item, QWidget *parent)
     m_buttonsLayout->setSpacing(4);
     row->addWidget(m_buttons, 0, Qt::AlignVCenter);
 
-    m_itemConnection = connect(m_item.get(), &DownloadItem::changed, this, &ItemRow::refresh);
+    m_refreshTimer.setSingleShot(true);
+    connect(&m_refreshTimer, &QTimer::timeout, this, &ItemRow::refresh);
+    m_itemConnection = connect(m_item.get(), &DownloadItem::changed, this, &ItemRow::itemChanged);
     refresh();
 }
 
 ItemRow::~ItemRow() = default;
+
+quint64 ItemRow::refreshCount() { return refreshes; }
+
+void ItemRow::itemChanged() {
+    // A new state reshapes the row at once; the stream of progress, speed and ETA changes
+    // within a state is gathered into one refresh per interval.
+    if (m_item->state().kind() != m_shownKind) {
+        refresh();
+        return;
+    }
+    if (!m_refreshTimer.isActive())
+        m_refreshTimer.start(int(std::max<qint64>(0, minRefreshMs - m_sinceRefresh.elapsed())));
+}
 
 void ItemRow::setItem(DownloadItemPtr item) {
     if (!item || item == m_item)
         return;
     disconnect(m_itemConnection);
     m_item = std::move(item);
-    m_itemConnection = connect(m_item.get(), &DownloadItem::changed, this, &ItemRow::refresh);
+    m_itemConnection = connect(m_item.get(), &DownloadItem::changed, this, &ItemRow::itemChanged);
     m_statusBuilt = false;
     m_thumbnailShown = QUrl();
     m_thumbnail->clear();
@@ -150,6 +181,9 @@ QString ItemRow::clipText(const ClipRange &clip) {
 }
 
 void ItemRow::refresh() {
+    m_refreshTimer.stop();
+    m_sinceRefresh.start();
+    ++refreshes;
     const QString title = m_item->title().isEmpty() ? m_item->url() : m_item->title();
     if (m_title->fullText() != title)
         m_title->setFullText(title);
@@ -188,26 +222,42 @@ void ItemRow::refreshThumbnail() {
 }
 
 void ItemRow::rebuildChips() {
-    clear(m_chipsLayout);
-    const DownloadItem &it = *m_item;
-    auto add = [this](const QString &text, const QString &symbol, const QColor &tint, const QString &help = {}) {
-        auto *chip = new StatusChip(text, symbol, tint);
-        chip->setToolTip(help);
-        m_chipsLayout->addWidget(chip);
+    struct Chip {
+        QString text, symbol;
+        QColor tint;
+        QString help;
     };
-    add(DownloadModes::label(it.mode()), DownloadModes::symbol(it.mode()), Brand::stone());
+    QList<Chip> wanted;
+    const DownloadItem &it = *m_item;
+    wanted.append({DownloadModes::label(it.mode()), DownloadModes::symbol(it.mode()), Brand::stone(), {}});
     if (it.category())
-        add(*it.category(), QString(), Brand::ember());
+        wanted.append({*it.category(), QString(), Brand::ember(), {}});
     if (it.clip() && it.clip()->isValid())
-        add(clipText(*it.clip()), QStringLiteral("scissors"), Brand::stone());
+        wanted.append({clipText(*it.clip()), QStringLiteral("scissors"), Brand::stone(), {}});
     if (it.detectedBPM())
-        add(QString::asprintf("%.0f BPM", *it.detectedBPM()), QStringLiteral("metronome"), Brand::stone());
+        wanted.append({QString::asprintf("%.0f BPM", *it.detectedBPM()), QStringLiteral("metronome"), Brand::stone(), {}});
     if (it.detectedKey())
-        add(*it.detectedKey(), QStringLiteral("pianokeys"), Brand::stone());
+        wanted.append({*it.detectedKey(), QStringLiteral("pianokeys"), Brand::stone(), {}});
     if (it.didSelfHeal())
-        add(QStringLiteral("self-healed"), QStringLiteral("bandage"), Brand::ember(),
-            QStringLiteral("The engine auto-updated itself to complete this download"));
-    m_chipsLayout->addStretch(1);
+        wanted.append({QStringLiteral("self-healed"), QStringLiteral("bandage"), Brand::ember(),
+                       QStringLiteral("The engine auto-updated itself to complete this download")});
+    // The chips are made once and re-labelled; a progress tick leaves them untouched.
+    for (qsizetype i = 0; i < wanted.size(); ++i) {
+        if (i == m_chipWidgets.size()) {
+            auto *chip = new StatusChip;
+            m_chipsLayout->insertWidget(int(i), chip);
+            m_chipWidgets.append(chip);
+        }
+        StatusChip *chip = m_chipWidgets[i];
+        chip->set(wanted[i].text, wanted[i].symbol, wanted[i].tint);
+        if (chip->toolTip() != wanted[i].help)
+            chip->setToolTip(wanted[i].help);
+        if (chip->isHidden())
+            chip->show();
+    }
+    for (qsizetype i = wanted.size(); i < m_chipWidgets.size(); ++i)
+        if (!m_chipWidgets[i]->isHidden())
+            m_chipWidgets[i]->hide();
 }
 
 void ItemRow::rebuildStatus() {
@@ -215,10 +265,11 @@ void ItemRow::rebuildStatus() {
     const bool sameShape = m_statusBuilt && state.kind() == m_shownKind && state.kind() == ItemState::Kind::downloading;
     if (sameShape) {
         m_progress->setValue(m_item->progress());
-        m_percent->setText(QString::number(int(m_item->progress() * 100)) + u'%');
+        setTextIfChanged(m_percent, QString::number(int(m_item->progress() * 100)) + u'%');
         const bool hasSpeed = !m_item->speedText().isEmpty();
-        m_speed->setVisible(hasSpeed);
-        m_speed->setText(m_item->speedText() + QStringLiteral(" · ETA ") + m_item->etaText());
+        if (m_speed->isHidden() == hasSpeed)
+            m_speed->setVisible(hasSpeed);
+        setTextIfChanged(m_speed, m_item->speedText() + QStringLiteral(" · ETA ") + m_item->etaText());
         return;
     }
     m_statusBuilt = true;
@@ -252,9 +303,12 @@ void ItemRow::rebuildStatus() {
         m_progress->setMinimumWidth(120);
         m_percent = secondary(QString::number(int(m_item->progress() * 100)) + u'%', Brand::ember());
         m_percent->setObjectName(QStringLiteral("percent"));
+        fixWidth(m_percent, QStringLiteral("100%"));
         m_statusLayout->addWidget(m_percent);
         m_speed = secondary(m_item->speedText() + QStringLiteral(" · ETA ") + m_item->etaText(), Brand::stone());
         m_speed->setObjectName(QStringLiteral("speed"));
+        fixWidth(m_speed, QStringLiteral("1023.99KiB/s · ETA 00:00:00"));
+        setTextIfChanged(m_speed, m_speed->text());
         m_speed->setVisible(!m_item->speedText().isEmpty());
         m_statusLayout->addWidget(m_speed);
         break;

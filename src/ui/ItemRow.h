@@ -2,7 +2,9 @@
 
 #include "core/DownloadItem.h"
 
+#include <QElapsedTimer>
 #include <QPixmap>
+#include <QTimer>
 #include <QWidget>
 
 class ElidedLabel;
@@ -11,6 +13,7 @@ class QHBoxLayout;
 class QLabel;
 class QMenu;
 class QNetworkAccessManager;
+class StatusChip;
 
 // One queue row: thumbnail, title, chips, a status line for the item's state and the buttons
 // that apply to it. Redraws whenever the item changes. Actions that change the queue are
@@ -20,6 +23,8 @@ class ItemRow : public QWidget {
 public:
     static constexpr QSize thumbnailSize{96, 54};
     static constexpr int progressMaxWidth = 280;
+    // Changes within one state (progress, speed, chips) redraw the row at most this often.
+    static constexpr int minRefreshMs = 125;
 
     explicit ItemRow(DownloadItemPtr item, QWidget *parent = nullptr);
     ~ItemRow() override;
@@ -35,6 +40,9 @@ public:
     static QString semitoneLabel(int semitones);
     // The clip chip's text: "1:20–end", "start–2:45".
     static QString clipText(const ClipRange &clip);
+
+    // Row refreshes since the process started, for measurements.
+    static quint64 refreshCount();
 
     // Thumbnails are fetched once per address for the whole process.
     static QNetworkAccessManager &network();
@@ -54,6 +62,7 @@ protected:
     void contextMenuEvent(QContextMenuEvent *event) override;
 
 private:
+    void itemChanged();
     void refresh();
     void refreshThumbnail();
     void rebuildChips();
@@ -77,4 +86,7 @@ private:
     bool m_statusBuilt = false;
     QUrl m_thumbnailShown;
     QMetaObject::Connection m_itemConnection;
+    QList<StatusChip *> m_chipWidgets;
+    QTimer m_refreshTimer;
+    QElapsedTimer m_sinceRefresh;
 };

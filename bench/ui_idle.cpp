@@ -110,6 +110,7 @@ int main(int argc, char **argv) {
     view.showMinimized();
     const Sample minimised = idle(seconds, &counter);
     view.showNormal();
+    const Sample again = idle(seconds, &counter); // shown again: the dot resumes
     settings.setSmartMode(false);
     const Sample off = idle(seconds, &counter);
 
@@ -118,6 +119,8 @@ int main(int argc, char **argv) {
     std::printf("  bare Qt window           %.3f %%\n", bare.cpuPercent);
     std::printf("  Smart Mode on, dot shown %.3f %% (ratio %.1f vs bare), dot %.1f frames/s (target < 0.3 %%)\n",
                 on.cpuPercent, ratio(on.cpuPercent), on.framesPerSecond);
+    std::printf("  shown again              %.3f %% (ratio %.1f vs bare), dot %.1f frames/s\n", again.cpuPercent,
+                ratio(again.cpuPercent), again.framesPerSecond);
     std::printf("  window minimised         %.3f %% (ratio %.1f vs bare), dot %.1f frames/s (target 0)\n",
                 minimised.cpuPercent, ratio(minimised.cpuPercent), minimised.framesPerSecond);
     std::printf("  Smart Mode off           %.3f %% (ratio %.1f vs bare), dot %.1f frames/s\n", off.cpuPercent,

@@ -9,6 +9,8 @@
 
 BreathingDot::BreathingDot(const QColor &colour, QWidget *parent) : QWidget(parent), m_colour(colour) {
     setFixedSize(12, 12);
+    // It paints its own background, so a frame repaints these 144 pixels and nothing behind them.
+    setAttribute(Qt::WA_OpaquePaintEvent);
     m_timer.setInterval(frameMs);
     connect(&m_timer, &QTimer::timeout, this, [this] {
         // A window that stopped being exposed gets no more frames until it is exposed again.
@@ -64,6 +66,7 @@ void BreathingDot::paintEvent(QPaintEvent *) {
     const double phase = double(m_clock.elapsed() % periodMs) / periodMs;
     const double strength = 0.625 + 0.375 * std::cos(2 * std::numbers::pi * phase);
     QPainter p(this);
+    p.fillRect(rect(), palette().window());
     p.setRenderHint(QPainter::Antialiasing);
     QColor glow = m_colour;
     glow.setAlphaF(float(0.35 * strength));

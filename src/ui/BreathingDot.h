@@ -5,13 +5,13 @@
 #include <QTimer>
 #include <QWidget>
 
-// A small dot whose glow breathes, as a sign that something keeps watching. It draws about 15
-// frames a second (plenty for a slow pulse) and none at all while it is hidden, its window is
+// A small dot whose glow breathes, as a sign that something keeps watching. It draws about 12
+// frames a second (plenty for a 1.6 s pulse) and none at all while it is hidden, its window is
 // minimised, or the window system reports the window as not exposed.
 class BreathingDot : public QWidget {
     Q_OBJECT
 public:
-    static constexpr int frameMs = 66;
+    static constexpr int frameMs = 80;
     static constexpr int periodMs = 1600;
 
     explicit BreathingDot(const QColor &colour, QWidget *parent = nullptr);

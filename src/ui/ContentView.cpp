@@ -176,9 +176,8 @@ QWidget *ContentView::buildHeader() {
     m_linkBar->setClearButtonEnabled(true);
     // The field shows only "https://": name it, and its clear button, for screen readers.
     m_linkBar->setAccessibleName(QStringLiteral("Link"));
-    for (QAction *action : m_linkBar->actions())
-        if (action->text().isEmpty())
-            action->setText(QStringLiteral("Clear"));
+    for (QToolButton *clear : m_linkBar->findChildren<QToolButton *>())
+        clear->setAccessibleName(QStringLiteral("Clear"));
     // Drops belong to the whole window, which queues them at once.
     m_linkBar->setAcceptDrops(false);
     connect(m_linkBar, &QLineEdit::returnPressed, this, &ContentView::addFromField);

@@ -381,6 +381,7 @@ private Q_SLOTS:
         h.queue->items()[1]->setState(ItemState::done());
         h.view->show();
         QTRY_VERIFY(h.view->queueList()->rowFor(h.queue->items()[1]));
+        h.view->linkBar()->setText(QStringLiteral("https://a.example/v/9")); // shows its clear button
         QCOMPARE(AccessibleNames::unnamedControls(h.view.get()), QStringList());
         QCOMPARE(AccessibleNames::of(h.view->linkBar()), QStringLiteral("Link"));
         QCOMPARE(AccessibleNames::of(h.child<QToolButton>(QStringLiteral("batch"))),

@@ -479,6 +479,7 @@ int screenshots(int argc, char **argv) {
     QDir().mkpath(folder);
     TestEnv::setUp(); // private settings and data folders
     QApplication app(argc, argv);
+    Brand::loadFonts();
     Brand::applyDarkAppearance(app);
     app.setWindowIcon(PinchMark::icon(Brand::bone(), true));
 

@@ -43,3 +43,4 @@ if ((${#missing[@]})); then
 fi
 
 "$here/build-whisper.sh"
+"$here/fetch-fonts.sh"

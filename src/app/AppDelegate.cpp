@@ -8,7 +8,9 @@
 #include "ui/Brand.h"
 
 #include <QApplication>
+#include <QDir>
 #include <QFile>
+#include <QFileInfo>
 #include <QSaveFile>
 
 namespace {
@@ -83,27 +85,31 @@ void AppDelegate::breadcrumb(const QString &message) const {
 }
 
 void AppDelegate::writeShortcutInstructions() const {
-    writeAtomically(m_supportDir + u'/' + helpFileName, shortcutInstructions());
+    writeAtomically(m_supportDir + u'/' + helpFileName, shortcutInstructions(InboxWatcher::defaultInboxPath()));
 }
 
-QByteArray AppDelegate::shortcutInstructions() {
-    return QStringLiteral(
-               "Vorlix \u2014 iPhone Hand-off Setup (one time, ~2 minutes)\n"
-               "\n"
-               "On your iPhone, open the Shortcuts app and create a new Shortcut:\n"
-               "\n"
-               "1. Tap + to create a new Shortcut, name it \"Send to Vorlix\".\n"
-               "2. Add action: \"Get File\" (Documents app) \u2014 set it to the file\n"
-               "   iCloud Drive \u25B8 Vorlix \u25B8 inbox.txt  (turn OFF \"Show Document Picker\").\n"
-               "3. Add action: \"Combine Text\" \u2014 first input: the File from step 2,\n"
-               "   second input: the Shortcut Input (the shared URL). Separator: New Line.\n"
-               "4. Add action: \"Save File\" \u2014 save the combined text back to\n"
-               "   iCloud Drive \u25B8 Vorlix \u25B8 inbox.txt with \"Overwrite\" ON.\n"
-               "5. In the Shortcut's settings (\u24D8), enable \"Show in Share Sheet\"\n"
-               "   and set accepted types to URLs.\n"
-               "\n"
-               "Now share any link on your iPhone \u2192 \"Send to Vorlix\" \u2192 your Mac\n"
-               "downloads it automatically (Vorlix must be running; it lives in the\n"
-               "menu bar even when the window is closed).")
+QByteArray AppDelegate::shortcutInstructions(const QString &inboxPath) {
+    const QString inbox = QDir::toNativeSeparators(inboxPath);
+    const QString synced = QDir::toNativeSeparators(QFileInfo(QFileInfo(inboxPath).path()).path());
+    const QString service = InboxWatcher::syncServiceName(inboxPath);
+    return (QStringLiteral("Vorlix \u2014 Phone Hand-off Setup (one time, ~2 minutes)\n"
+                           "\n"
+                           "Vorlix watches this file, synced with your phone by ") +
+            service + QStringLiteral(":\n   ") + inbox +
+            QStringLiteral("\n"
+                           "\n"
+                           "1. Install ") +
+            service + QStringLiteral(" on your phone and sync this computer's folder\n   ") + synced +
+            QStringLiteral(" with it.\n"
+                           "2. Install an app that can append shared text to a file \u2014 any\n"
+                           "   share-to-file or automation app (e.g. Tasker or Automate on\n"
+                           "   Android, the Shortcuts app on an iPhone).\n"
+                           "3. Make an action named \"Send to Vorlix\" that takes the shared link and\n"
+                           "   appends it as a new line to Vorlix \u25B8 inbox.txt in that synced folder.\n"
+                           "4. Offer the action in your phone's share menu for links (URLs).\n"
+                           "\n"
+                           "Now share any link on your phone \u2192 \"Send to Vorlix\" \u2192 your computer\n"
+                           "downloads it automatically (Vorlix must be running; it lives in the\n"
+                           "system tray even when the window is closed)."))
         .toUtf8();
 }

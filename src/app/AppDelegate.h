@@ -28,7 +28,7 @@ public:
     using Clock = std::function<QDateTime()>;
 
     static inline const QString logFileName = QStringLiteral("launch.log");
-    static inline const QString helpFileName = QStringLiteral("iPhone Shortcut Setup.txt");
+    static inline const QString helpFileName = QStringLiteral("Phone Hand-off Setup.txt");
 
     // The application's delegate: the support folder, this executable, the system clock.
     explicit AppDelegate(QApplication &app, QObject *parent = nullptr);
@@ -43,8 +43,8 @@ public:
 
     // "2026-11-16 13:10:10 +0000": always in UTC.
     static QString dateDescription(const QDateTime &when);
-    // The help file's exact bytes.
-    static QByteArray shortcutInstructions();
+    // The help file's exact bytes, for the synced inbox file at `inboxPath`.
+    static QByteArray shortcutInstructions(const QString &inboxPath);
 
 private:
     void breadcrumb(const QString &message) const;

@@ -15,6 +15,7 @@
 #include "engine/Tools.h"
 #include "engine/YtDlp.h"
 #include "queue/DownloadQueue.h"
+#include "ui/Brand.h"
 
 #include <QApplication>
 #include <QCoreApplication>
@@ -134,6 +135,7 @@ int runDiagnostic(int argc, char **argv, const QString &command, const QString &
 int runApplication(int argc, char **argv) {
     QApplication app(argc, argv);
     const LinkHandOver::Request request = LinkHandOver::parse(app.arguments());
+    Brand::loadFonts();
     InstanceGuard guard;
     if (!guard.claim()) {
         if (!request.isEmpty())
@@ -182,10 +184,41 @@ QString categoryList(const QStringList &categories) {
     return u'[' + quoted.join(QStringLiteral(", ")) + u']';
 }
 
+QString usageText() {
+    return QStringLiteral(
+        "Usage: vorlix [COMMAND ARGUMENT | LINK... | --from-clipboard]\n"
+        "\n"
+        "Without a command, starts Vorlix: the main window and its tray menu. Closing the\n"
+        "window keeps it running in the tray; starting it again brings the window back.\n"
+        "Web links given on the command line are queued, by the running Vorlix when there\n"
+        "is one; --from-clipboard queues the link on the clipboard.\n"
+        "\n"
+        "Diagnostic commands run without a display and print plain text:\n"
+        "  analyze FILE     tempo (BPM) and key of an audio or video file\n"
+        "  beatgrid FILE    beat grid of an audio or video file\n"
+        "  moments FILE     visually distinct moments of a video file\n"
+        "  summarize FILE   key sentences of a UTF-8 transcript\n"
+        "  probe LINK       title, source, genre and library folder of a link\n"
+        "\n"
+        "Options:\n"
+        "  -h, --help       show this help and exit\n"
+        "  --version        show the version and exit\n");
+}
+
+QString versionText() { return QStringLiteral("vorlix " VORLIX_VERSION "\n"); }
+
 void main(int argc, char **argv) {
     QStringList arguments;
     for (int i = 0; i < argc; ++i)
         arguments << QString::fromLocal8Bit(argv[i]);
+    // Answered before any application object exists, so they work without a display.
+    if (arguments.size() >= 2 && (arguments[1] == QLatin1String("--help") || arguments[1] == QLatin1String("-h") ||
+                                  arguments[1] == QLatin1String("--version"))) {
+        const QByteArray text = (arguments[1] == QLatin1String("--version") ? versionText() : usageText()).toLocal8Bit();
+        std::fwrite(text.constData(), 1, size_t(text.size()), stdout);
+        std::fflush(stdout);
+        return;
+    }
     const QString command = diagnosticCommand(arguments);
     if (command.isEmpty())
         runApplication(argc, argv);

@@ -17,6 +17,10 @@ void main(int argc, char **argv);
 // The diagnostic command the arguments (program first) ask for; empty to start the application.
 QString diagnosticCommand(const QStringList &arguments);
 
+// What --help and --version print.
+QString usageText();
+QString versionText();
+
 // Output lines of the commands.
 QString tempoText(std::optional<double> bpm);
 QString momentLine(const Moment &moment);

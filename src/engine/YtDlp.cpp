@@ -1,5 +1,7 @@
 #include "engine/YtDlp.h"
 
+#include "engine/CookieBrowser.h"
+
 #include "core/TextTrim.h"
 
 #include "core/AppSettings.h"
@@ -97,7 +99,8 @@ QStringList buildArguments(const DownloadItem &item, const AppSettings &settings
         args << QStringLiteral("--ffmpeg-location") << QFileInfo(ffmpeg).path();
 
     if (settings.useBrowserCookies())
-        args << QStringLiteral("--cookies-from-browser") << QStringLiteral("chrome");
+        if (const auto browser = CookieBrowser::detect())
+            args << QStringLiteral("--cookies-from-browser") << browser->id;
 
     switch (item.mode()) {
     case DownloadMode::bestVideoAudio:
@@ -164,9 +167,23 @@ QString friendlyError(const QString &text) {
 
     message.remove(QStringLiteral("ERROR: "));
 
+    // The browser's login was asked for but the browser has no profile here.
+    static const QRegularExpression noCookies(QStringLiteral("could not find (\\w+) cookies database"));
+    if (const QRegularExpressionMatch m = noCookies.match(text); m.hasMatch()) {
+        const QString browser = CookieBrowser::labelFor(m.captured(1));
+        return QStringLiteral("No %1 login found on this computer: sign in to %1, or turn off \u201CUse %1 login "
+                              "for private content\u201D in Settings.")
+            .arg(browser);
+    }
+
     if (message.contains(QLatin1String("--cookies")) || message.contains(QLatin1String("login required")) ||
-        message.contains(QLatin1String("Requested content is not available")))
+        message.contains(QLatin1String("Requested content is not available"))) {
+        // The hint names the settings row as it reads here.
+        if (const auto browser = CookieBrowser::detect())
+            return QString(loginNeededMessage)
+                .replace(QStringLiteral("Use Chrome login"), QStringLiteral("Use ") + browser->label + QStringLiteral(" login"));
         return loginNeededMessage;
+    }
 
     message = truncateGraphemes(message, 220);
     return message.isEmpty() ? QStringLiteral("Unknown error") : message;

@@ -54,6 +54,11 @@ DownloadQueue::DownloadQueue(AppSettings &settings, HistoryStore &history, Notif
     : QObject(parent), m_settings(settings), m_history(history), m_notifier(notifier),
       m_services(std::move(services)), m_clock(clock ? std::move(clock) : monotonicClock())
 {
+    // A raised limit fills the new slots now; a lowered one lets running items finish.
+    connect(&m_settings, &AppSettings::changed, this, [this](const QString &key) {
+        if (key == QLatin1String("maxConcurrent"))
+            pump();
+    });
 }
 
 DownloadQueue::~DownloadQueue()

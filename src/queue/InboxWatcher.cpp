@@ -36,6 +36,15 @@ InboxWatcher::InboxWatcher(AppSettings &settings, DownloadQueue &queue, PathProv
 
 InboxWatcher::~InboxWatcher() = default;
 
+QString InboxWatcher::syncServiceName(const QString &inboxPath)
+{
+    // <synced folder>/Vorlix/inbox.txt; ~/Sync is Syncthing's default folder.
+    const QString folder = QFileInfo(QFileInfo(QFileInfo(inboxPath).path()).path()).fileName();
+    if (folder == QLatin1String("Nextcloud") || folder == QLatin1String("Dropbox"))
+        return folder;
+    return QStringLiteral("Syncthing");
+}
+
 QString InboxWatcher::defaultInboxPath()
 {
     const QDir home(QDir::homePath());
@@ -98,6 +107,6 @@ void InboxWatcher::drain()
     for (const QString &link : std::as_const(links))
         m_queue.add(link);
     const auto n = links.size();
-    m_queue.setLastMessage(QStringLiteral("iPhone \u00B7 queued ") + QString::number(n)
+    m_queue.setLastMessage(QStringLiteral("Phone \u00B7 queued ") + QString::number(n)
                            + (n == 1 ? QStringLiteral(" link") : QStringLiteral(" links")));
 }

@@ -29,6 +29,8 @@ public:
 
     // <first existing of ~/Nextcloud, ~/Dropbox, ~/Sync; else ~/Sync>/Vorlix/inbox.txt
     static QString defaultInboxPath();
+    // The service that syncs the inbox's folder with a phone: "Nextcloud", "Dropbox" or "Syncthing".
+    static QString syncServiceName(const QString &inboxPath);
 
     void start();
     bool isRunning() const { return m_timer != nullptr; }

@@ -43,6 +43,7 @@ BatchSheet::BatchSheet(DownloadQueue &queue, AppSettings &settings, ClipboardSou
     m_editor->setObjectName(QStringLiteral("batchText"));
     m_editor->setFont(Brand::monoFont(12));
     m_editor->setTabChangesFocus(true);
+    m_editor->setAccessibleName(QStringLiteral("Links"));
     layout->addWidget(m_editor, 1);
 
     m_count = new QLabel;
@@ -53,6 +54,7 @@ BatchSheet::BatchSheet(DownloadQueue &queue, AppSettings &settings, ClipboardSou
     auto *modeRow = new QHBoxLayout;
     modeRow->addWidget(SheetParts::capsLabel(QStringLiteral("Mode")));
     m_mode = SheetParts::modePicker(DownloadModes::fromRawOrDefault(settings.defaultModeRaw()));
+    m_mode->setAccessibleName(QStringLiteral("Mode"));
     modeRow->addWidget(m_mode);
     modeRow->addStretch(1);
     layout->addLayout(modeRow);

@@ -1,6 +1,9 @@
 #include "ui/Brand.h"
 
 #include <QApplication>
+#include <QDir>
+#include <QFileInfo>
+#include <QFontDatabase>
 #include <QIcon>
 #include <QPalette>
 #include <QStyleFactory>
@@ -41,6 +44,24 @@ QFont systemFont(qreal points, QFont::Weight weight) {
     font.setPointSizeF(points * 72.0 / 96.0);
     font.setWeight(weight);
     return font;
+}
+
+QString fontsDir() {
+    return QDir::cleanPath(QCoreApplication::applicationDirPath() + QStringLiteral("/../share/vorlix/fonts"));
+}
+
+QStringList loadFonts(const QString &dir) {
+    const bool systemMono = QFontDatabase::hasFamily(monoFamily);
+    QStringList added;
+    for (const QFileInfo &file : QDir(dir).entryInfoList({QStringLiteral("*.ttf")}, QDir::Files, QDir::Name)) {
+        if (systemMono && file.fileName().startsWith(QLatin1String("JetBrainsMono")))
+            continue;
+        const int id = QFontDatabase::addApplicationFont(file.filePath());
+        for (const QString &family : QFontDatabase::applicationFontFamilies(id))
+            if (!added.contains(family))
+                added << family;
+    }
+    return added;
 }
 
 QPalette darkPalette() {

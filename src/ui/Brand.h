@@ -32,6 +32,12 @@ QFont displayFont(qreal points, QFont::Weight weight = QFont::Normal);
 QFont monoFont(qreal points, QFont::Weight weight = QFont::Normal);
 QFont systemFont(qreal points, QFont::Weight weight = QFont::Normal);
 
+// <directory of the executable>/../share/vorlix/fonts, in the build tree as in an install.
+QString fontsDir();
+// Adds the shipped faces to the application's fonts (JetBrains Mono only when the system lacks
+// it); call once the application object exists and before any widget. Returns the families added.
+QStringList loadFonts(const QString &dir = fontsDir());
+
 // The forced dark palette built from the colours above.
 QPalette darkPalette();
 // Fusion with the dark palette, whatever the desktop's own theme is.

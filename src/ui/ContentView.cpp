@@ -9,6 +9,7 @@
 #include "queue/DownloadQueue.h"
 #include "queue/HistoryStore.h"
 #include "ui/BatchSheet.h"
+#include "ui/BreathingDot.h"
 #include "ui/Brand.h"
 #include "ui/Desktop.h"
 #include "ui/ElidedLabel.h"
@@ -40,42 +41,8 @@
 #include <QStackedWidget>
 #include <QToolButton>
 #include <QVBoxLayout>
-#include <QVariantAnimation>
 
 namespace {
-
-// The Smart Mode dot: breathes while it is on screen and costs nothing while hidden.
-class PulseDot : public QWidget {
-public:
-    explicit PulseDot(QWidget *parent = nullptr) : QWidget(parent) {
-        setFixedSize(12, 12);
-        m_pulse.setStartValue(1.0);
-        m_pulse.setKeyValueAt(0.5, 0.25);
-        m_pulse.setEndValue(1.0);
-        m_pulse.setDuration(1600);
-        m_pulse.setLoopCount(-1);
-        m_pulse.setEasingCurve(QEasingCurve::InOutSine);
-        QObject::connect(&m_pulse, &QVariantAnimation::valueChanged, this, [this] { update(); });
-    }
-
-protected:
-    void showEvent(QShowEvent *) override { m_pulse.start(); }
-    void hideEvent(QHideEvent *) override { m_pulse.stop(); }
-    void paintEvent(QPaintEvent *) override {
-        QPainter p(this);
-        p.setRenderHint(QPainter::Antialiasing);
-        QColor glow = Brand::ember();
-        glow.setAlphaF(0.35 * m_pulse.currentValue().toReal());
-        p.setPen(Qt::NoPen);
-        p.setBrush(glow);
-        p.drawEllipse(rect());
-        p.setBrush(Brand::ember());
-        p.drawEllipse(QRectF(rect()).adjusted(3, 3, -3, -3));
-    }
-
-private:
-    QVariantAnimation m_pulse;
-};
 
 QLabel *label(const QString &text, const QFont &font, const QColor &color) {
     auto *l = new QLabel(text);
@@ -104,6 +71,8 @@ QToolButton *symbolButton(const QString &symbol, const QString &help) {
     button->setMinimumSize(34, 34);
     return button;
 }
+
+constexpr QSize modeIconSize{24, 18};
 
 const QString tabStyle = QStringLiteral(
     "QPushButton { border: none; border-bottom: 2px solid transparent; padding: 7px 12px; color: #8A8178; }"
@@ -210,17 +179,21 @@ QWidget *ContentView::buildHeader() {
     m_linkBar->setFont(Brand::monoFont(13));
     m_linkBar->setMinimumHeight(34);
     m_linkBar->setClearButtonEnabled(true);
+    // The field shows only "https://": name it, and its clear button, for screen readers.
+    m_linkBar->setAccessibleName(QStringLiteral("Link"));
+    for (QToolButton *clear : m_linkBar->findChildren<QToolButton *>())
+        clear->setAccessibleName(QStringLiteral("Clear"));
     // Drops belong to the whole window, which queues them at once.
     m_linkBar->setAcceptDrops(false);
     connect(m_linkBar, &QLineEdit::returnPressed, this, &ContentView::addFromField);
     connect(m_linkBar, &QLineEdit::textChanged, this, &ContentView::refreshLinkBar);
     barRow->addWidget(m_linkBar, 1);
 
-    m_modeMenu = new QToolButton;
+    // A push button pads its icon and gives its menu arrow room of its own.
+    m_modeMenu = new QPushButton;
     m_modeMenu->setObjectName(QStringLiteral("modeMenu"));
-    m_modeMenu->setPopupMode(QToolButton::InstantPopup);
-    m_modeMenu->setToolButtonStyle(Qt::ToolButtonTextBesideIcon);
     m_modeMenu->setMinimumHeight(34);
+    m_modeMenu->setIconSize(modeIconSize);
     auto *modes = new QMenu(m_modeMenu);
     auto *group = new QActionGroup(modes);
     for (DownloadMode mode : DownloadModes::all) {
@@ -245,7 +218,7 @@ QWidget *ContentView::buildHeader() {
     barRow->addWidget(m_download);
 
     QToolButton *batch = symbolButton(QStringLiteral("square.stack.3d.down.right"),
-                                      QStringLiteral("Batch: paste a whole list of links (⌘B)"));
+                                      QStringLiteral("Batch: paste a whole list of links (Ctrl+B)"));
     batch->setObjectName(QStringLiteral("batch"));
     connect(batch, &QToolButton::clicked, this, &ContentView::showBatch);
     barRow->addWidget(batch);
@@ -314,7 +287,9 @@ QWidget *ContentView::buildEmptyState() {
     indicator->setContentsMargins(0, 10, 0, 0);
     indicator->setSpacing(8);
     indicator->addStretch(1);
-    indicator->addWidget(new PulseDot);
+    auto *dot = new BreathingDot(Brand::ember());
+    dot->setObjectName(QStringLiteral("smartDot"));
+    indicator->addWidget(dot);
     indicator->addWidget(label(QStringLiteral("SMART MODE IS WATCHING YOUR CLIPBOARD"), Brand::monoFont(10, QFont::Medium),
                                Brand::ember()));
     indicator->addStretch(1);
@@ -444,7 +419,15 @@ void ContentView::refreshLastMessage() { m_lastMessage->setFullText(m_queue.last
 void ContentView::refreshModeMenu() {
     const DownloadMode mode = DownloadModes::fromRawOrDefault(m_settings.defaultModeRaw());
     m_modeMenu->setText(DownloadModes::label(mode));
-    m_modeMenu->setIcon(Symbols::icon(DownloadModes::symbol(mode), Brand::bone()));
+    // A button with a menu draws its icon against the left edge: the icon brings its own margin.
+    QPixmap padded(modeIconSize * m_modeMenu->devicePixelRatioF());
+    padded.setDevicePixelRatio(m_modeMenu->devicePixelRatioF());
+    padded.fill(Qt::transparent);
+    {
+        QPainter p(&padded);
+        p.drawPixmap(modeIconSize.width() - 16, 1, Symbols::pixmap(DownloadModes::symbol(mode), Brand::bone(), 16));
+    }
+    m_modeMenu->setIcon(QIcon(padded));
     for (QAction *action : m_modeMenu->menu()->actions())
         action->setChecked(action->data().toString() == DownloadModes::rawValue(mode));
 }

@@ -82,7 +82,7 @@ private:
     bool m_queueChangePending = false;
 
     QLineEdit *m_linkBar = nullptr;
-    QToolButton *m_modeMenu = nullptr;
+    QPushButton *m_modeMenu = nullptr;
     QPushButton *m_download = nullptr;
     std::array<QPushButton *, 5> m_tabButtons{};
     QLabel *m_queueCount = nullptr;

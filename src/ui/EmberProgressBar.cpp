@@ -28,6 +28,13 @@ void EmberProgressBar::setValue(double value) {
     if (target == m_value)
         return;
     m_value = target;
+    // A step of a few pixels reads as smooth anyway; gliding it would cost a repaint a frame.
+    if (std::abs(target - m_shown) * width() < glideMinPixels) {
+        m_animation->stop();
+        m_shown = target;
+        update();
+        return;
+    }
     m_animation->stop();
     m_animation->setStartValue(m_shown);
     m_animation->setEndValue(target);

@@ -5,13 +5,14 @@
 class QVariantAnimation;
 
 // A 3-pixel determinate bar: hairline track, ember fill that glides to each new value over
-// 0.25 s. An empty bar still shows a 2-pixel sliver so a started job never looks idle.
+// 0.25 s (steps of a few pixels jump). An empty bar still shows a 2-pixel sliver so a started job never looks idle.
 class EmberProgressBar : public QWidget {
     Q_OBJECT
 public:
     static constexpr int barHeight = 3;
     static constexpr qreal minimumBarWidth = 2;
     static constexpr int animationMs = 250;
+    static constexpr double glideMinPixels = 6; // smaller steps jump
 
     explicit EmberProgressBar(QWidget *parent = nullptr);
 

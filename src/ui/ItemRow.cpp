@@ -4,6 +4,7 @@
 #include "ui/ElidedLabel.h"
 #include "ui/EmberButtonStyle.h"
 #include "ui/EmberProgressBar.h"
+#include "ui/Spinner.h"
 #include "ui/StatusChip.h"
 #include "ui/Symbols.h"
 #include "ui/ThumbnailLoader.h"
@@ -21,6 +22,8 @@
 #include <QToolButton>
 #include <QVBoxLayout>
 
+#include <algorithm>
+
 namespace {
 QPixmap placeholder(DownloadMode mode, QSize size) {
     QPixmap out = QPixmap::fromImage(ThumbnailLoader::fill(QImage(), size, 6));
@@ -34,10 +37,26 @@ QPixmap placeholder(DownloadMode mode, QSize size) {
 QLabel *secondary(const QString &text, const QColor &color, qreal points = 11.5) {
     auto *label = new QLabel(text);
     label->setFont(Brand::monoFont(points));
+    // Inside the queue list the row inherits the viewport's Base background, and a label then
+    // paints with Text instead of WindowText: tint both.
     QPalette p = label->palette();
     p.setColor(QPalette::WindowText, color);
+    p.setColor(QPalette::Text, color);
     label->setPalette(p);
     return label;
+}
+
+quint64 refreshes = 0;
+
+// A status text whose size never changes, so a new value repaints it without a relayout.
+void fixWidth(QLabel *label, const QString &widest) {
+    label->setFixedSize(label->fontMetrics().horizontalAdvance(widest) + 2, label->sizeHint().height());
+}
+
+void setTextIfChanged(QLabel *label, const QString &text) {
+    const QString shown = label->fontMetrics().elidedText(text, Qt::ElideRight, label->width());
+    if (label->text() != shown)
+        label->setText(shown);
 }
 
 void clear(QHBoxLayout *layout) {
@@ -71,6 +90,7 @@ ItemRow::ItemRow(DownloadItemPtr item, QWidget *parent)
     m_chipsLayout = new QHBoxLayout(m_chips);
     m_chipsLayout->setContentsMargins(0, 0, 0, 0);
     m_chipsLayout->setSpacing(5);
+    m_chipsLayout->addStretch(1);
     column->addWidget(m_chips);
     m_status = new QWidget;
     m_status->setObjectName(QStringLiteral("status"));
@@ -86,18 +106,33 @@ ItemRow::ItemRow(DownloadItemPtr item, QWidget *parent)
     m_buttonsLayout->setSpacing(4);
     row->addWidget(m_buttons, 0, Qt::AlignVCenter);
 
-    m_itemConnection = connect(m_item.get(), &DownloadItem::changed, this, &ItemRow::refresh);
+    m_refreshTimer.setSingleShot(true);
+    connect(&m_refreshTimer, &QTimer::timeout, this, &ItemRow::refresh);
+    m_itemConnection = connect(m_item.get(), &DownloadItem::changed, this, &ItemRow::itemChanged);
     refresh();
 }
 
 ItemRow::~ItemRow() = default;
+
+quint64 ItemRow::refreshCount() { return refreshes; }
+
+void ItemRow::itemChanged() {
+    // A new state reshapes the row at once; the stream of progress, speed and ETA changes
+    // within a state is gathered into one refresh per interval.
+    if (m_item->state().kind() != m_shownKind) {
+        refresh();
+        return;
+    }
+    if (!m_refreshTimer.isActive())
+        m_refreshTimer.start(int(std::max<qint64>(0, minRefreshMs - m_sinceRefresh.elapsed())));
+}
 
 void ItemRow::setItem(DownloadItemPtr item) {
     if (!item || item == m_item)
         return;
     disconnect(m_itemConnection);
     m_item = std::move(item);
-    m_itemConnection = connect(m_item.get(), &DownloadItem::changed, this, &ItemRow::refresh);
+    m_itemConnection = connect(m_item.get(), &DownloadItem::changed, this, &ItemRow::itemChanged);
     m_statusBuilt = false;
     m_thumbnailShown = QUrl();
     m_thumbnail->clear();
@@ -115,6 +150,9 @@ QString ItemRow::clipText(const ClipRange &clip) {
 }
 
 void ItemRow::refresh() {
+    m_refreshTimer.stop();
+    m_sinceRefresh.start();
+    ++refreshes;
     const QString title = m_item->title().isEmpty() ? m_item->url() : m_item->title();
     if (m_title->fullText() != title)
         m_title->setFullText(title);
@@ -137,26 +175,42 @@ void ItemRow::refreshThumbnail() {
 }
 
 void ItemRow::rebuildChips() {
-    clear(m_chipsLayout);
-    const DownloadItem &it = *m_item;
-    auto add = [this](const QString &text, const QString &symbol, const QColor &tint, const QString &help = {}) {
-        auto *chip = new StatusChip(text, symbol, tint);
-        chip->setToolTip(help);
-        m_chipsLayout->addWidget(chip);
+    struct Chip {
+        QString text, symbol;
+        QColor tint;
+        QString help;
     };
-    add(DownloadModes::label(it.mode()), DownloadModes::symbol(it.mode()), Brand::stone());
+    QList<Chip> wanted;
+    const DownloadItem &it = *m_item;
+    wanted.append({DownloadModes::label(it.mode()), DownloadModes::symbol(it.mode()), Brand::stone(), {}});
     if (it.category())
-        add(*it.category(), QString(), Brand::ember());
+        wanted.append({*it.category(), QString(), Brand::ember(), {}});
     if (it.clip() && it.clip()->isValid())
-        add(clipText(*it.clip()), QStringLiteral("scissors"), Brand::stone());
+        wanted.append({clipText(*it.clip()), QStringLiteral("scissors"), Brand::stone(), {}});
     if (it.detectedBPM())
-        add(QString::asprintf("%.0f BPM", *it.detectedBPM()), QStringLiteral("metronome"), Brand::stone());
+        wanted.append({QString::asprintf("%.0f BPM", *it.detectedBPM()), QStringLiteral("metronome"), Brand::stone(), {}});
     if (it.detectedKey())
-        add(*it.detectedKey(), QStringLiteral("pianokeys"), Brand::stone());
+        wanted.append({*it.detectedKey(), QStringLiteral("pianokeys"), Brand::stone(), {}});
     if (it.didSelfHeal())
-        add(QStringLiteral("self-healed"), QStringLiteral("bandage"), Brand::ember(),
-            QStringLiteral("The engine auto-updated itself to complete this download"));
-    m_chipsLayout->addStretch(1);
+        wanted.append({QStringLiteral("self-healed"), QStringLiteral("bandage"), Brand::ember(),
+                       QStringLiteral("The engine auto-updated itself to complete this download")});
+    // The chips are made once and re-labelled; a progress tick leaves them untouched.
+    for (qsizetype i = 0; i < wanted.size(); ++i) {
+        if (i == m_chipWidgets.size()) {
+            auto *chip = new StatusChip;
+            m_chipsLayout->insertWidget(int(i), chip);
+            m_chipWidgets.append(chip);
+        }
+        StatusChip *chip = m_chipWidgets[i];
+        chip->set(wanted[i].text, wanted[i].symbol, wanted[i].tint);
+        if (chip->toolTip() != wanted[i].help)
+            chip->setToolTip(wanted[i].help);
+        if (chip->isHidden())
+            chip->show();
+    }
+    for (qsizetype i = wanted.size(); i < m_chipWidgets.size(); ++i)
+        if (!m_chipWidgets[i]->isHidden())
+            m_chipWidgets[i]->hide();
 }
 
 void ItemRow::rebuildStatus() {
@@ -164,10 +218,11 @@ void ItemRow::rebuildStatus() {
     const bool sameShape = m_statusBuilt && state.kind() == m_shownKind && state.kind() == ItemState::Kind::downloading;
     if (sameShape) {
         m_progress->setValue(m_item->progress());
-        m_percent->setText(QString::number(int(m_item->progress() * 100)) + u'%');
+        setTextIfChanged(m_percent, QString::number(int(m_item->progress() * 100)) + u'%');
         const bool hasSpeed = !m_item->speedText().isEmpty();
-        m_speed->setVisible(hasSpeed);
-        m_speed->setText(m_item->speedText() + QStringLiteral(" · ETA ") + m_item->etaText());
+        if (m_speed->isHidden() == hasSpeed)
+            m_speed->setVisible(hasSpeed);
+        setTextIfChanged(m_speed, m_item->speedText() + QStringLiteral(" · ETA ") + m_item->etaText());
         return;
     }
     m_statusBuilt = true;
@@ -179,10 +234,12 @@ void ItemRow::rebuildStatus() {
         m_statusLayout->addWidget(new StatusChip(text, symbol, tint));
     };
     auto spinner = [this](const QString &text) {
-        auto *busy = secondary(QStringLiteral("◌"), Brand::ember(), 12);
+        auto *busy = new Spinner;
         busy->setObjectName(QStringLiteral("spinner"));
         m_statusLayout->addWidget(busy);
-        m_statusLayout->addWidget(secondary(text, Brand::stone()));
+        QLabel *label = secondary(text, Brand::stone());
+        label->setObjectName(QStringLiteral("statusText"));
+        m_statusLayout->addWidget(label);
     };
     switch (state.kind()) {
     case ItemState::Kind::queued:
@@ -199,9 +256,12 @@ void ItemRow::rebuildStatus() {
         m_progress->setMinimumWidth(120);
         m_percent = secondary(QString::number(int(m_item->progress() * 100)) + u'%', Brand::ember());
         m_percent->setObjectName(QStringLiteral("percent"));
+        fixWidth(m_percent, QStringLiteral("100%"));
         m_statusLayout->addWidget(m_percent);
         m_speed = secondary(m_item->speedText() + QStringLiteral(" · ETA ") + m_item->etaText(), Brand::stone());
         m_speed->setObjectName(QStringLiteral("speed"));
+        fixWidth(m_speed, QStringLiteral("1023.99KiB/s · ETA 00:00:00"));
+        setTextIfChanged(m_speed, m_speed->text());
         m_speed->setVisible(!m_item->speedText().isEmpty());
         m_statusLayout->addWidget(m_speed);
         break;
@@ -266,7 +326,7 @@ void ItemRow::rebuildButtons() {
             connect(moments, &QToolButton::clicked, this, [this] { Q_EMIT momentsRequested(m_item); });
         }
         auto *reveal = static_cast<QToolButton *>(
-            iconButton(QStringLiteral("magnifyingglass.circle"), QStringLiteral("Show in Finder"), Brand::stone()));
+            iconButton(QStringLiteral("magnifyingglass.circle"), QStringLiteral("Show in Folder"), Brand::stone()));
         connect(reveal, &QToolButton::clicked, this, [this] { Q_EMIT revealRequested(m_item->finalFileURL()); });
     } else if (state.is(ItemState::Kind::cancelled)) {
         auto *remove = static_cast<QToolButton *>(iconButton(QStringLiteral("trash"), QStringLiteral("Remove"), Brand::stone()));
@@ -279,7 +339,7 @@ QMenu *ItemRow::buildContextMenu(QWidget *parent) {
     const DownloadItemPtr item = m_item;
     if (!item->finalFileURL().isEmpty()) {
         const QUrl file = item->finalFileURL();
-        menu->addAction(QStringLiteral("Show in Finder"), this, [this, file] { Q_EMIT revealRequested(file); });
+        menu->addAction(QStringLiteral("Show in Folder"), this, [this, file] { Q_EMIT revealRequested(file); });
         menu->addAction(QStringLiteral("Open"), this, [file] { QDesktopServices::openUrl(file); });
         menu->addSeparator();
         if (item->mode() != DownloadMode::audioOnly)

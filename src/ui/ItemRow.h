@@ -2,7 +2,9 @@
 
 #include "core/DownloadItem.h"
 
+#include <QElapsedTimer>
 #include <QPixmap>
+#include <QTimer>
 #include <QWidget>
 
 class ElidedLabel;
@@ -10,6 +12,7 @@ class EmberProgressBar;
 class QHBoxLayout;
 class QLabel;
 class QMenu;
+class StatusChip;
 
 // One queue row: thumbnail, title, chips, a status line for the item's state and the buttons
 // that apply to it. Redraws whenever the item changes. Actions that change the queue are
@@ -19,6 +22,8 @@ class ItemRow : public QWidget {
 public:
     static constexpr QSize thumbnailSize{96, 54};
     static constexpr int progressMaxWidth = 280;
+    // Changes within one state (progress, speed, chips) redraw the row at most this often.
+    static constexpr int minRefreshMs = 125;
 
     explicit ItemRow(DownloadItemPtr item, QWidget *parent = nullptr);
     ~ItemRow() override;
@@ -35,6 +40,9 @@ public:
     // The clip chip's text: "1:20–end", "start–2:45".
     static QString clipText(const ClipRange &clip);
 
+    // Row refreshes since the process started, for measurements.
+    static quint64 refreshCount();
+
 Q_SIGNALS:
     void cancelRequested(const DownloadItemPtr &item);
     void retryRequested(const DownloadItemPtr &item);
@@ -50,6 +58,7 @@ protected:
     void contextMenuEvent(QContextMenuEvent *event) override;
 
 private:
+    void itemChanged();
     void refresh();
     void refreshThumbnail();
     void rebuildChips();
@@ -73,4 +82,7 @@ private:
     bool m_statusBuilt = false;
     QUrl m_thumbnailShown;
     QMetaObject::Connection m_itemConnection;
+    QList<StatusChip *> m_chipWidgets;
+    QTimer m_refreshTimer;
+    QElapsedTimer m_sinceRefresh;
 };

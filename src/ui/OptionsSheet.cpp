@@ -32,6 +32,7 @@ OptionsSheet::OptionsSheet(const QString &initialURL, DownloadMode initialMode, 
     m_url->setObjectName(QStringLiteral("link"));
     m_url->setPlaceholderText(QStringLiteral("https://"));
     m_url->setFont(Brand::monoFont(12));
+    m_url->setAccessibleName(QStringLiteral("Link"));
     layout->addWidget(m_url);
 
     layout->addWidget(SheetParts::capsLabel(QStringLiteral("Mode")));
@@ -54,7 +55,9 @@ OptionsSheet::OptionsSheet(const QString &initialURL, DownloadMode initialMode, 
     m_clipEnd = new QLineEdit;
     m_clipEnd->setObjectName(QStringLiteral("clipEnd"));
     m_clipEnd->setPlaceholderText(QStringLiteral("To (e.g. 2:45)"));
+    // Only a placeholder labels the clip fields; a screen reader needs it as their name.
     for (QLineEdit *field : {m_clipStart, m_clipEnd}) {
+        field->setAccessibleName(field->placeholderText());
         field->setFont(Brand::monoFont(12));
         clipRow->addWidget(field);
     }

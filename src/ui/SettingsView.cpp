@@ -3,7 +3,9 @@
 #include "analysis/Transcriber.h"
 #include "core/AppSettings.h"
 #include "core/DownloadMode.h"
+#include "engine/CookieBrowser.h"
 #include "engine/SelfHealer.h"
+#include "queue/InboxWatcher.h"
 #include "ui/Brand.h"
 #include "ui/ElidedLabel.h"
 #include "ui/EmberButtonStyle.h"
@@ -14,6 +16,7 @@
 #include <QComboBox>
 #include <QCoroTask>
 #include <QDesktopServices>
+#include <QDir>
 #include <QFileDialog>
 #include <QFrame>
 #include <QHBoxLayout>
@@ -108,6 +111,9 @@ public:
         h->setContentsMargins(0, 0, 0, 0);
         auto *l = new QLabel(label);
         h->addWidget(l);
+        // A screen reader announces a picker with the label beside it.
+        if (!trailing.isEmpty())
+            l->setBuddy(trailing.first());
         h->addStretch(1);
         for (QWidget *w : trailing)
             h->addWidget(w);
@@ -170,6 +176,7 @@ void SettingsView::build() {
         QPalette p = m_folderPath->palette();
         p.setColor(QPalette::WindowText, Brand::stone());
         m_folderPath->setPalette(p);
+        m_folderPath->setAccessibleName(QStringLiteral("Save to"));
         auto *choose = new QPushButton(QStringLiteral("Choose…"));
         connect(choose, &QPushButton::clicked, this, &SettingsView::chooseFolder);
         auto *row = new QWidget;
@@ -246,18 +253,30 @@ void SettingsView::build() {
         connect(m_smartMode, &QCheckBox::toggled, &m_settings, &AppSettings::setSmartMode);
         capture.add(m_smartMode);
 
-        m_watchInbox = new QCheckBox(QStringLiteral("Watch iCloud inbox (iPhone hand-off)"));
+        m_watchInbox = new QCheckBox(QStringLiteral("Watch phone inbox"));
         connect(m_watchInbox, &QCheckBox::toggled, &m_settings, &AppSettings::setWatchiCloudInbox);
-        capture.add(m_watchInbox);
+        const QString inbox = InboxWatcher::defaultInboxPath();
+        capture.add(m_watchInbox, QStringLiteral("Downloads every link your phone adds to ") +
+                                      QDir::toNativeSeparators(inbox) + QStringLiteral(" (synced by ") +
+                                      InboxWatcher::syncServiceName(inbox) + QStringLiteral(")."));
 
-        m_cookies = new QCheckBox(QStringLiteral("Use Chrome login for private content"));
+        // Named after the browser whose login is actually read; without one the option stays off.
+        const auto browser = CookieBrowser::detect();
+        m_cookieBrowserFound = browser.has_value();
+        const QString name = browser ? browser->label : QStringLiteral("browser");
+        m_cookies = new QCheckBox(QStringLiteral("Use ") + name + QStringLiteral(" login for private content"));
+        m_cookies->setObjectName(QStringLiteral("cookies"));
+        m_cookies->setEnabled(m_cookieBrowserFound);
         connect(m_cookies, &QCheckBox::toggled, &m_settings, &AppSettings::setUseBrowserCookies);
-        capture.add(m_cookies, QStringLiteral("Needed for Instagram Stories and members-only videos. Chrome must be "
-                                              "installed and logged in."));
+        capture.add(m_cookies, browser ? QStringLiteral("Needed for Instagram Stories and members-only videos. ") + name +
+                                             QStringLiteral(" must be installed and logged in.")
+                                       : QStringLiteral("Off: no browser profile found on this computer. Sign in to ") +
+                                             CookieBrowser::supportedLabels() +
+                                             QStringLiteral(" to download private content."));
 
         auto *show = new QPushButton(QStringLiteral("Show Instructions"));
         connect(show, &QPushButton::clicked, this, &SettingsView::showInstructions);
-        capture.labelled(QStringLiteral("iPhone setup"), {show});
+        capture.labelled(QStringLiteral("Phone setup"), {show});
     }
 
     Section transcription(QStringLiteral("Transcription"), form);
@@ -327,7 +346,7 @@ void SettingsView::refreshSettings() {
     m_autoAnalyze->setChecked(m_settings.autoAnalyzeAudio());
     m_smartMode->setChecked(m_settings.smartMode());
     m_watchInbox->setChecked(m_settings.watchiCloudInbox());
-    m_cookies->setChecked(m_settings.useBrowserCookies());
+    m_cookies->setChecked(m_cookieBrowserFound && m_settings.useBrowserCookies());
     m_whisperModel->setCurrentIndex(std::max(0, m_whisperModel->findData(m_settings.whisperModel())));
 
     const int concurrent = m_settings.maxConcurrent();

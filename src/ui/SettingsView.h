@@ -23,7 +23,7 @@ public:
     static constexpr int minConcurrent = 1;
     static constexpr int maxConcurrent = 6;
     static constexpr QSize formSize{520, 560};
-    static inline const QString shortcutHelpFileName = QStringLiteral("iPhone Shortcut Setup.txt");
+    static inline const QString shortcutHelpFileName = QStringLiteral("Phone Hand-off Setup.txt");
 
     // Answers the chosen folder, or an empty string when the user cancelled.
     using FolderChooser = std::function<QString(QWidget *parent, const QString &startFolder)>;
@@ -69,6 +69,7 @@ private:
     QCheckBox *m_smartMode = nullptr;
     QCheckBox *m_watchInbox = nullptr;
     QCheckBox *m_cookies = nullptr;
+    bool m_cookieBrowserFound = false;
     QComboBox *m_whisperModel = nullptr;
     QWidget *m_modelDownloadRow = nullptr;
     EmberProgressBar *m_modelProgress = nullptr;

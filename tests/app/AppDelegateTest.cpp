@@ -2,6 +2,7 @@
 #include "TestMain.h"
 
 #include "app/AppDelegate.h"
+#include "queue/InboxWatcher.h"
 
 #include <QDir>
 #include <QFile>
@@ -95,31 +96,43 @@ private Q_SLOTS:
 
     void helpFileIsReplacedWhole() {
         const QString dir = freshDir();
-        const QString path = dir + QStringLiteral("/iPhone Shortcut Setup.txt");
+        const QString path = dir + QStringLiteral("/Phone Hand-off Setup.txt");
         {
             QFile old(path);
             QVERIFY(old.open(QIODevice::WriteOnly));
             old.write(QByteArray(5000, 'x'));
         }
         launch(dir, QStringLiteral("/usr/bin/vorlix"), QDateTime::currentDateTimeUtc());
-        const QByteArray expected =
-            "Vorlix \xE2\x80\x94 iPhone Hand-off Setup (one time, ~2 minutes)\n\n"
-            "On your iPhone, open the Shortcuts app and create a new Shortcut:\n\n"
-            "1. Tap + to create a new Shortcut, name it \"Send to Vorlix\".\n"
-            "2. Add action: \"Get File\" (Documents app) \xE2\x80\x94 set it to the file\n"
-            "   iCloud Drive \xE2\x96\xB8 Vorlix \xE2\x96\xB8 inbox.txt  (turn OFF \"Show Document Picker\").\n"
-            "3. Add action: \"Combine Text\" \xE2\x80\x94 first input: the File from step 2,\n"
-            "   second input: the Shortcut Input (the shared URL). Separator: New Line.\n"
-            "4. Add action: \"Save File\" \xE2\x80\x94 save the combined text back to\n"
-            "   iCloud Drive \xE2\x96\xB8 Vorlix \xE2\x96\xB8 inbox.txt with \"Overwrite\" ON.\n"
-            "5. In the Shortcut's settings (\xE2\x93\x98), enable \"Show in Share Sheet\"\n"
-            "   and set accepted types to URLs.\n\n"
-            "Now share any link on your iPhone \xE2\x86\x92 \"Send to Vorlix\" \xE2\x86\x92 your Mac\n"
-            "downloads it automatically (Vorlix must be running; it lives in the\n"
-            "menu bar even when the window is closed).";
-        QCOMPARE(readAll(path), expected);
-        QCOMPARE(expected.count('\n'), 16);
+        QCOMPARE(readAll(path), AppDelegate::shortcutInstructions(InboxWatcher::defaultInboxPath()));
         QCOMPARE(QDir(dir).entryList(QDir::Files | QDir::Hidden).size(), 2); // the log and the help file
+    }
+
+    // The help names the file actually watched and the service that syncs it, in the usual shape.
+    void helpNamesTheWatchedInbox_data() {
+        QTest::addColumn<QString>("folder");
+        QTest::addColumn<QString>("service");
+        QTest::newRow("nextcloud") << QStringLiteral("Nextcloud") << QStringLiteral("Nextcloud");
+        QTest::newRow("dropbox") << QStringLiteral("Dropbox") << QStringLiteral("Dropbox");
+        QTest::newRow("syncthing") << QStringLiteral("Sync") << QStringLiteral("Syncthing");
+    }
+    void helpNamesTheWatchedInbox() {
+        QFETCH(QString, folder);
+        QFETCH(QString, service);
+        const QString synced = QStringLiteral("/home/ada/") + folder;
+        const QString text = QString::fromUtf8(AppDelegate::shortcutInstructions(synced + QStringLiteral("/Vorlix/inbox.txt")));
+        const QStringList lines = text.split(u'\n');
+        QCOMPARE(lines.first(), QStringLiteral("Vorlix \u2014 Phone Hand-off Setup (one time, ~2 minutes)"));
+        QVERIFY(text.contains(QStringLiteral("by ") + service + QStringLiteral(":\n   ") + synced +
+                              QStringLiteral("/Vorlix/inbox.txt\n")));
+        QVERIFY(text.contains(QStringLiteral("1. Install ") + service));
+        QVERIFY(text.contains(QStringLiteral("\n   ") + synced + QStringLiteral(" with it.")));
+        int step = 0;
+        for (const QString &line : lines)
+            step += line.startsWith(QString::number(step + 1) + QStringLiteral(". "));
+        QCOMPARE(step, 4);
+        QVERIFY(lines.last().endsWith(QStringLiteral("system tray even when the window is closed).")));
+        for (const char *mac : {"iCloud", "your Mac", "menu bar"})
+            QVERIFY2(!text.contains(QLatin1String(mac)), mac);
     }
 
     void unwritableFolderIsIgnored() {

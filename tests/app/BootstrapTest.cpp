@@ -275,6 +275,30 @@ private Q_SLOTS:
                  qPrintable(missing.out));
     }
 
+    // Help and version need no display: a GUI start would abort on the missing X server.
+    void helpAndVersionWithoutADisplay_data() {
+        QTest::addColumn<QString>("option");
+        QTest::addColumn<QString>("expected");
+        QTest::newRow("help") << QStringLiteral("--help") << Bootstrap::usageText();
+        QTest::newRow("short help") << QStringLiteral("-h") << Bootstrap::usageText();
+        QTest::newRow("version") << QStringLiteral("--version") << QStringLiteral("vorlix " VORLIX_VERSION "\n");
+    }
+    void helpAndVersionWithoutADisplay() {
+        QFETCH(QString, option);
+        QFETCH(QString, expected);
+        QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
+        env.remove(QStringLiteral("DISPLAY"));
+        env.remove(QStringLiteral("WAYLAND_DISPLAY"));
+        env.insert(QStringLiteral("QT_QPA_PLATFORM"), QStringLiteral("xcb"));
+        QProcess p;
+        p.setProcessEnvironment(env);
+        p.start(vorlix(), {option});
+        QVERIFY(p.waitForFinished(30000));
+        QCOMPARE(p.exitStatus(), QProcess::NormalExit);
+        QCOMPARE(p.exitCode(), 0);
+        QCOMPARE(QString::fromUtf8(p.readAllStandardOutput()), expected);
+    }
+
     void otherArgumentsStartTheApplication_data() {
         QTest::addColumn<QStringList>("arguments");
         QTest::newRow("command without argument") << QStringList{QStringLiteral("moments")};

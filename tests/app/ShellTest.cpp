@@ -1,3 +1,4 @@
+#include "AccessibleNames.h"
 #include "Await.h"
 #include "FixtureSite.h"
 #include "TestEnv.h"
@@ -101,6 +102,10 @@ private Q_SLOTS:
                                              QStringLiteral("Open Vorlix"), QStringLiteral("Open Download Folder"),
                                              QStringLiteral("-"), QStringLiteral("Quit Vorlix")}));
         QCOMPARE(rig.entry(QStringLiteral("Download Link from Clipboard"))->shortcut(), QKeySequence(Qt::CTRL | Qt::Key_V));
+        // What a screen reader reads from the menu: every entry by its text.
+        QCOMPARE(AccessibleNames::menuEntries(rig.menu.menu()),
+                 (QStringList{QStringLiteral("Download Link from Clipboard"), QStringLiteral("Open Vorlix"),
+                              QStringLiteral("Open Download Folder"), QStringLiteral("Quit Vorlix")}));
         QCOMPARE(rig.menu.iconSymbol(), QStringLiteral("arrow.down.circle"));
         const QImage idle = rig.menu.icon().pixmap(22).toImage();
 

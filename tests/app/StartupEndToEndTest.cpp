@@ -122,7 +122,8 @@ private Q_SLOTS:
         static const QRegularExpression stamp(QStringLiteral("^\\d{4}-\\d\\d-\\d\\d \\d\\d:\\d\\d:\\d\\d \\+0000 (.*)$"));
         for (qsizetype i = 0; i < log.size(); ++i)
             QCOMPARE(stamp.match(log[i]).captured(1), messages[i]);
-        QCOMPARE(readAll(home.data() + QStringLiteral("/Vorlix/iPhone Shortcut Setup.txt")), AppDelegate::shortcutInstructions());
+        QCOMPARE(readAll(home.data() + QStringLiteral("/Vorlix/Phone Hand-off Setup.txt")),
+                 AppDelegate::shortcutInstructions(home.home() + QStringLiteral("/Sync/Vorlix/inbox.txt")));
 
         xdotool({QStringLiteral("windowfocus"), QStringLiteral("--sync"), window});
         // The link bar has the focus from the start.

@@ -4,7 +4,9 @@
 #include "core/AppSettings.h"
 #include "engine/YtDlp.h"
 
+#include <QDir>
 #include <QFileInfo>
+#include <QScopeGuard>
 #include <QTest>
 
 namespace {
@@ -40,12 +42,12 @@ private Q_SLOTS:
         row("audio m4a, preferMP4 off", sound, false, false, "m4a", {}, audio.arg(QStringLiteral("m4a")));
         row("audio, unknown format", sound, true, false, "flac", {}, audio.arg(QStringLiteral("mp3")));
         row("audio, M4A is not m4a", sound, true, false, "M4A", {}, audio.arg(QStringLiteral("mp3")));
-        row("cookies before the selector", silent, false, true, "mp3", {}, QStringLiteral("--cookies-from-browser|chrome|-f|bv*"));
+        row("cookies before the selector", silent, false, true, "mp3", {}, QStringLiteral("--cookies-from-browser|firefox|-f|bv*"));
         row("empty clip adds nothing", silent, false, false, "mp3", {QString(), QString()}, QStringLiteral("-f|bv*"));
         row("clip from 1:30", best, false, false, "mp3", {QStringLiteral("1:30"), QString()},
             QStringLiteral("-f|bv*+ba/b|--download-sections|*90-inf|--force-keyframes-at-cuts"));
         row("everything at once", sound, true, true, "m4a", {QStringLiteral("10"), QStringLiteral("1:00")},
-            QStringLiteral("--cookies-from-browser|chrome|") + audio.arg(QStringLiteral("m4a")) +
+            QStringLiteral("--cookies-from-browser|firefox|") + audio.arg(QStringLiteral("m4a")) +
                 QStringLiteral("|--download-sections|*10-60|--force-keyframes-at-cuts"));
     }
     void argumentList() {
@@ -55,6 +57,10 @@ private Q_SLOTS:
         QFETCH(QString, audioFormat);
         QFETCH(QStringList, clip);
         QFETCH(QString, tail);
+        // Only a browser with a profile here is handed to the downloader.
+        const QString profile = QDir::homePath() + QStringLiteral("/.mozilla/firefox");
+        QVERIFY(QDir().mkpath(profile));
+        const auto noProfile = qScopeGuard([] { QDir(QDir::homePath() + QStringLiteral("/.mozilla")).removeRecursively(); });
         AppSettings settings(TestEnv::root() + QStringLiteral("/args.ini"));
         settings.setPreferMP4(preferMP4);
         settings.setUseBrowserCookies(cookies);
@@ -67,6 +73,10 @@ private Q_SLOTS:
         const QStringList ffmpegPair{QStringLiteral("--ffmpeg-location"), QFileInfo(Tools::ffmpegURL()).absolutePath()};
         QVERIFY(QFileInfo::exists(ffmpegPair[1] + QStringLiteral("/ffmpeg")));
         QCOMPARE(args, firstBlock + ffmpegPair + tail.split(u'|') + QStringList{videoLink});
+        QDir(profile).removeRecursively();
+        const QStringList without = YtDlp::buildArguments(DownloadItem(videoLink, mode, range), settings, pathFile,
+                                                          QStringLiteral("/home/u/Downloads/Vorlix/YouTube/Music"));
+        QVERIFY(!without.contains(QStringLiteral("--cookies-from-browser")));
     }
 };
 

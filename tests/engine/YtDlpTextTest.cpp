@@ -52,6 +52,11 @@ private Q_SLOTS:
         QTest::newRow("every prefix removed") << QStringLiteral("ERROR: x ERROR: y") << QStringLiteral("x y");
         QTest::newRow("ERROR is case-sensitive") << QStringLiteral("Error: a\nlast") << QStringLiteral("last");
         QTest::newRow("cookie hint") << QStringLiteral("ERROR: [instagram] x: use --cookies-from-browser or --cookies") << login;
+        QTest::newRow("browser without a profile")
+            << QStringLiteral("Traceback (most recent call last):\n  File \"x.py\", line 1\nFileNotFoundError: could not "
+                              "find chromium cookies database in \"/home/u/.config/chromium\"")
+            << QStringLiteral("No Chromium login found on this computer: sign in to Chromium, or turn off \u201CUse "
+                              "Chromium login for private content\u201D in Settings.");
         QTest::newRow("not available") << QStringLiteral("ERROR: [tiktok] Requested content is not available") << login;
         QTest::newRow("Login Required is not the phrase") << QStringLiteral("ERROR: Login Required") << QStringLiteral("Login Required");
         QTest::newRow("exactly 220 kept") << QString(220, u'a') << QString(220, u'a');

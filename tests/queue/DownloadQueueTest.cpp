@@ -93,6 +93,10 @@ private Q_SLOTS:
         const auto &items = r.queue.items(); // newest first: the oldest `runs` links started
         for (int i = 0; i < 5; ++i)
             QCOMPARE(items.at(i)->state(), i >= 5 - runs ? ItemState::probing() : ItemState::queued());
+        // Raising the limit starts the waiting ones at once, not at the next add or finish.
+        r.settings.setMaxConcurrent(6);
+        QCOMPARE(r.queue.running(), 5);
+        QCOMPARE(r.engine.probeCalls, 5);
         // Which one takes a freed slot is shown with the real downloader.
     }
 

@@ -172,9 +172,9 @@ private Q_SLOTS:
         QCOMPARE(r->urls(), (QStringList{QStringLiteral("https://vimeo.com/1"), QStringLiteral("HTTPS://vimeo.com/2"),
                                          QStringLiteral("http://example.com/3")}));
         QCOMPARE(readFile(path), QByteArray());
-        QCOMPARE(r->message(), QStringLiteral("iPhone \u00B7 queued 3 links"));
+        QCOMPARE(r->message(), QStringLiteral("Phone \u00B7 queued 3 links"));
         QVERIFY(writeFile(path, "https://vimeo.com/9\n"));
-        QTRY_COMPARE_WITH_TIMEOUT(r->message(), QStringLiteral("iPhone \u00B7 queued 1 link"), 7000); // the timer's poll
+        QTRY_COMPARE_WITH_TIMEOUT(r->message(), QStringLiteral("Phone \u00B7 queued 1 link"), 7000); // the timer's poll
     }
 
     void inboxLeavesNotesAndBadFilesAlone_data() {

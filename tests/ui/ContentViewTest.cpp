@@ -1,3 +1,4 @@
+#include "AccessibleNames.h"
 #include "FixtureSite.h"
 #include "TestEnv.h"
 #include "TestMain.h"
@@ -10,6 +11,7 @@
 #include "queue/HistoryStore.h"
 #include "queue/Notifier.h"
 #include "ui/BatchSheet.h"
+#include "ui/BreathingDot.h"
 #include "ui/Brand.h"
 #include "ui/ContentView.h"
 #include "ui/ElidedLabel.h"
@@ -20,6 +22,7 @@
 #include <QApplication>
 #include <QCheckBox>
 #include <QComboBox>
+#include <QDialog>
 #include <QFile>
 #include <QFileInfo>
 #include <QCoroSignal>
@@ -119,6 +122,8 @@ void press(QWidget *widget, Qt::Key key) { QTest::keyClick(widget, key); }
 
 } // namespace
 
+Q_DECLARE_METATYPE(ItemState)
+
 class ContentViewTest : public QObject {
     Q_OBJECT
 private Q_SLOTS:
@@ -199,7 +204,15 @@ private Q_SLOTS:
         auto *box = h.child<QCheckBox>(QStringLiteral("smartMode"));
         QVERIFY(box->isChecked());
         QVERIFY(h.child<QWidget>(QStringLiteral("smartIndicator"))->isVisible());
+        // The dot breathes only while someone can see it.
+        auto *dot = h.child<BreathingDot>(QStringLiteral("smartDot"));
+        QTRY_VERIFY(dot->isBreathing());
+        h.view->showMinimized();
+        QTRY_VERIFY(!dot->isBreathing());
+        h.view->showNormal();
+        QTRY_VERIFY(dot->isBreathing());
         box->click();
+        QVERIFY(!dot->isBreathing());
         QVERIFY(!h.settings.smartMode());
         QVERIFY(!h.watcher->isRunning());
         QVERIFY(!h.child<QWidget>(QStringLiteral("smartIndicator"))->isVisible());
@@ -213,7 +226,7 @@ private Q_SLOTS:
 
     void modeMenuWritesTheDefaultMode() {
         Harness h;
-        auto *menu = h.child<QToolButton>(QStringLiteral("modeMenu"));
+        auto *menu = h.child<QPushButton>(QStringLiteral("modeMenu"));
         QCOMPARE(menu->text(), DownloadModes::label(DownloadMode::bestVideoAudio));
         menu->menu()->actions().at(2)->trigger();
         QCOMPARE(h.settings.defaultModeRaw(), DownloadModes::rawValue(DownloadMode::audioOnly));
@@ -356,6 +369,74 @@ private Q_SLOTS:
         const DownloadItemPtr last = h.queue->items().last();
         h.queue->cancel(last);
         QVERIFY(list->rowFor(last)->findChildren<QToolButton *>().first()->toolTip() == QStringLiteral("Remove"));
+    }
+
+    // A screen reader can say every control of the window and its sheets, rows included.
+    void everyControlHasAnAccessibleName() {
+        Harness h(1);
+        for (int i = 0; i < 3; ++i)
+            h.queue->add(QStringLiteral("https://a.example/v/") + QString::number(i));
+        h.queue->items()[0]->setState(ItemState::failed(QStringLiteral("Video unavailable")));
+        h.queue->items()[1]->setFinalFileURL(QUrl::fromLocalFile(h.dir + QStringLiteral("/clip.mp4")));
+        h.queue->items()[1]->setState(ItemState::done());
+        h.view->show();
+        QTRY_VERIFY(h.view->queueList()->rowFor(h.queue->items()[1]));
+        h.view->linkBar()->setText(QStringLiteral("https://a.example/v/9")); // shows its clear button
+        QCOMPARE(AccessibleNames::unnamedControls(h.view.get()), QStringList());
+        QCOMPARE(AccessibleNames::of(h.view->linkBar()), QStringLiteral("Link"));
+        QCOMPARE(AccessibleNames::of(h.child<QToolButton>(QStringLiteral("batch"))),
+                 QStringLiteral("Batch: paste a whole list of links (Ctrl+B)"));
+        h.view->showBatch();
+        h.view->showOptions();
+        for (QDialog *sheet : h.view->findChildren<QDialog *>()) {
+            sheet->show();
+            QCOMPARE(AccessibleNames::unnamedControls(sheet), QStringList());
+        }
+        QCOMPARE(h.view->findChildren<QDialog *>().size(), 2);
+    }
+
+    // Rows live in the list's viewport, whose background role changes how labels pick their
+    // colour: sample the pixels of each status text inside the real list.
+    void rowTextsKeepTheirColoursInTheList_data() {
+        QTest::addColumn<ItemState>("state");
+        QTest::addColumn<QString>("label");
+        QTest::addColumn<QColor>("colour");
+        QTest::newRow("failure message") << ItemState::failed(QStringLiteral("Video unavailable"))
+                                         << QStringLiteral("failure") << Brand::danger();
+        QTest::newRow("percentage") << ItemState::downloading() << QStringLiteral("percent") << Brand::ember();
+        QTest::newRow("speed") << ItemState::downloading() << QStringLiteral("speed") << Brand::stone();
+        QTest::newRow("fetching info") << ItemState::probing() << QStringLiteral("statusText") << Brand::stone();
+    }
+    void rowTextsKeepTheirColoursInTheList() {
+        QFETCH(ItemState, state);
+        QFETCH(QString, label);
+        QFETCH(QColor, colour);
+        Harness h(1);
+        h.queue->add(QStringLiteral("https://a.example/v/1"));
+        h.queue->add(QStringLiteral("https://a.example/v/2"));
+        const DownloadItemPtr item = h.queue->items().first(); // the newest one, still queued
+        item->setState(state);
+        item->setProgress(0.42);
+        item->setSpeedText(QStringLiteral("2.1MiB/s"));
+        item->setEtaText(QStringLiteral("00:12"));
+        h.view->show();
+        QTRY_VERIFY(h.view->queueList()->rowFor(item));
+        ItemRow *row = h.view->queueList()->rowFor(item);
+        QLabel *text = row->findChild<QLabel *>(label);
+        QVERIFY(text && text->isVisible());
+        const QImage shot = row->grab().toImage();
+        const QRect area(text->mapTo(row, QPoint(0, 0)), text->size());
+        // The text's most opaque pixel is the one farthest from the background around it.
+        const QColor background = shot.pixelColor(area.topLeft());
+        auto distance = [](const QColor &a, const QColor &b) {
+            return std::abs(a.red() - b.red()) + std::abs(a.green() - b.green()) + std::abs(a.blue() - b.blue());
+        };
+        QColor ink = background;
+        for (int y = area.top(); y <= area.bottom(); ++y)
+            for (int x = area.left(); x <= area.right(); ++x)
+                if (distance(shot.pixelColor(x, y), background) > distance(ink, background))
+                    ink = shot.pixelColor(x, y);
+        QVERIFY2(distance(ink, colour) < distance(ink, Brand::bone()), qPrintable(ink.name()));
     }
 
     // The real engine against the local site, into a folder that cannot exist: the row says why.

@@ -10,6 +10,8 @@
 #include <QApplication>
 #include <QStyleFactory>
 #include <QElapsedTimer>
+#include <QFileInfo>
+#include <QFontInfo>
 #include <QPushButton>
 #include <QTest>
 
@@ -33,14 +35,32 @@ QImage grabbed(QWidget &w) { return w.grab().toImage().convertToFormat(QImage::F
 class EmberStyleTest : public QObject {
     Q_OBJECT
 private Q_SLOTS:
-    void initTestCase() { Brand::applyDarkAppearance(*qApp); }
+    void initTestCase() {
+        Brand::loadFonts();
+        Brand::applyDarkAppearance(*qApp);
+    }
 
-    void fontsAreRequestedByFamily() {
-        QCOMPARE(Brand::monoFont(10).family(), QStringLiteral("JetBrains Mono"));
-        QCOMPARE(Brand::displayFont(14, QFont::Bold).family(), QStringLiteral("Schibsted Grotesk"));
-        QCOMPARE(Brand::displayFont(14, QFont::Bold).weight(), QFont::Bold);
-        // JetBrains Mono is installed here: the request must resolve to it, not a substitute.
-        QCOMPARE(QFontInfo(Brand::monoFont(10)).family(), QStringLiteral("JetBrains Mono"));
+    // Each weight in use resolves to the shipped face itself, never a substitute, and the
+    // licence travels with it.
+    void fontsResolveToTheShippedFaces_data() {
+        QTest::addColumn<QFont>("font");
+        QTest::addColumn<QString>("family");
+        QTest::addColumn<bool>("bold");
+        const QString display = QStringLiteral("Schibsted Grotesk"), mono = QStringLiteral("JetBrains Mono");
+        QTest::newRow("display regular") << Brand::displayFont(14) << display << false;
+        QTest::newRow("display semibold") << Brand::displayFont(14, QFont::DemiBold) << display << true;
+        QTest::newRow("display bold") << Brand::displayFont(20, QFont::Bold) << display << true;
+        QTest::newRow("mono regular") << Brand::monoFont(10) << mono << false;
+        QTest::newRow("mono medium") << Brand::monoFont(10, QFont::Medium) << mono << false;
+    }
+    void fontsResolveToTheShippedFaces() {
+        QFETCH(QFont, font);
+        QFETCH(QString, family);
+        QFETCH(bool, bold);
+        const QFontInfo info(font);
+        QCOMPARE(info.family(), family);
+        QCOMPARE(info.weight() >= QFont::DemiBold, bold);
+        QVERIFY(QFileInfo::exists(Brand::fontsDir() + QStringLiteral("/SchibstedGrotesk-OFL.txt")));
     }
 
     void progressBarWidth_data() {

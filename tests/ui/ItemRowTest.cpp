@@ -4,6 +4,7 @@
 
 #include "ui/Brand.h"
 #include "ui/ItemRow.h"
+#include "ui/Spinner.h"
 #include "ui/StatusChip.h"
 
 #include <QApplication>
@@ -21,7 +22,8 @@ namespace {
 QStringList chipTexts(QWidget *within) {
     QStringList texts;
     for (StatusChip *chip : within->findChildren<StatusChip *>())
-        texts << chip->text();
+        if (!chip->isHidden())
+            texts << chip->text();
     return texts;
 }
 
@@ -117,16 +119,47 @@ private Q_SLOTS:
         item->setProgress(0.427);
         item->setSpeedText(speed);
         item->setEtaText(QStringLiteral("00:12"));
-        QCOMPARE(row.findChild<QLabel *>(QStringLiteral("percent"))->text(), QStringLiteral("42%"));
+        QTRY_COMPARE(row.findChild<QLabel *>(QStringLiteral("percent"))->text(), QStringLiteral("42%"));
         QLabel *line = row.findChild<QLabel *>(QStringLiteral("speed"));
         QCOMPARE(line->isVisible(), speedShown);
         if (speedShown)
             QCOMPARE(line->text(), QStringLiteral("2.1MiB/s · ETA 00:12"));
-        // Progress ticks update the same widgets instead of rebuilding the line.
+        // A burst of ticks is one refresh, updates the same widgets and creates none.
         QLabel *percent = row.findChild<QLabel *>(QStringLiteral("percent"));
-        item->setProgress(0.999);
+        const qsizetype widgets = row.findChildren<QWidget *>().size();
+        QTest::qWait(ItemRow::minRefreshMs);
+        const quint64 before = ItemRow::refreshCount();
+        for (int i = 0; i <= 50; ++i) {
+            item->setProgress(0.5 + i * 0.01);
+            item->setSpeedText(speed);
+            item->setEtaText(QString::number(i));
+        }
+        QTRY_COMPARE(percent->text(), QStringLiteral("100%"));
+        QCOMPARE(ItemRow::refreshCount() - before, quint64(1));
         QCOMPARE(row.findChild<QLabel *>(QStringLiteral("percent")), percent);
-        QCOMPARE(percent->text(), QStringLiteral("99%"));
+        QCOMPARE(row.findChildren<QWidget *>().size(), widgets);
+    }
+
+    // Busy rows turn a real indicator; the shared timer runs only while one is on screen.
+    void spinnerTurnsOnlyWhileShown() {
+        auto item = DownloadItem::make(QStringLiteral("https://example.com/v/1"), DownloadMode::bestVideoAudio);
+        ItemRow row(item);
+        row.resize(600, 95);
+        item->setState(ItemState::probing());
+        QVERIFY(!Spinner::isTicking());
+        row.show();
+        auto *spinner = row.findChild<Spinner *>(QStringLiteral("spinner"));
+        QVERIFY(spinner && Spinner::isTicking());
+        const QImage before = spinner->grab().toImage();
+        QTRY_VERIFY(spinner->grab().toImage() != before); // it turns
+        row.hide();
+        QVERIFY(!Spinner::isTicking());
+        row.show();
+        item->setState(ItemState::processing(QStringLiteral("Tagging")));
+        QTRY_VERIFY(Spinner::isTicking()); // a new child of a shown row appears on the next turn
+        item->setState(ItemState::downloading());
+        QVERIFY(!row.findChild<Spinner *>());
+        QVERIFY(!Spinner::isTicking());
     }
 
     void metadataChips() {
@@ -137,9 +170,12 @@ private Q_SLOTS:
         item->setDetectedBPM(127.6);
         item->setDetectedKey(QStringLiteral("A minor"));
         item->setDidSelfHeal(true);
-        QStringList chips = chipTexts(&row);
-        chips.removeAll(QStringLiteral("Queued"));
-        QCOMPARE(chips, (QStringList{QStringLiteral("Audio only"), QStringLiteral("Tutorials"), QStringLiteral("1:20–end"),
+        const auto metadata = [&row] {
+            QStringList chips = chipTexts(&row);
+            chips.removeAll(QStringLiteral("Queued"));
+            return chips;
+        };
+        QTRY_COMPARE(metadata(), (QStringList{QStringLiteral("Audio only"), QStringLiteral("Tutorials"), QStringLiteral("1:20–end"),
                                      QStringLiteral("128 BPM"), QStringLiteral("A minor"), QStringLiteral("self-healed")}));
         for (StatusChip *chip : row.findChildren<StatusChip *>())
             if (chip->text() == QLatin1String("self-healed"))
@@ -151,7 +187,7 @@ private Q_SLOTS:
         QTest::addColumn<int>("mode");
         QTest::addColumn<bool>("transcribed");
         QTest::addColumn<QStringList>("expected");
-        const QString show = QStringLiteral("Show in Finder"), open = QStringLiteral("Open"), sep = QStringLiteral("-"),
+        const QString show = QStringLiteral("Show in Folder"), open = QStringLiteral("Open"), sep = QStringLiteral("-"),
                       moments = QStringLiteral("Smart Moments…"), practice = QStringLiteral("Practice Versions"),
                       copy = QStringLiteral("Copy Link"), remove = QStringLiteral("Remove from List");
         QTest::newRow("video") << int(DownloadMode::bestVideoAudio) << false

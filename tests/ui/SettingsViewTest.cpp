@@ -1,3 +1,4 @@
+#include "AccessibleNames.h"
 #include "Await.h"
 #include "TestEnv.h"
 #include "TestMain.h"
@@ -19,6 +20,8 @@
 #include <QTcpServer>
 #include <QTcpSocket>
 #include <QTemporaryDir>
+#include <QDir>
+#include <QScopeGuard>
 #include <QTest>
 #include <QTimer>
 #include <QToolButton>
@@ -88,6 +91,7 @@ class SettingsViewTest : public QObject {
     QString m_ytDlp;
     QString m_runLog;
 
+    static QString firefoxProfile() { return QDir::homePath() + QStringLiteral("/.mozilla/firefox"); }
     QCheckBox *checkBox(const QString &text) const {
         for (QCheckBox *box : m_view->findChildren<QCheckBox *>())
             if (QString(box->text()).replace(QStringLiteral("&&"), QStringLiteral("&")) == text)
@@ -126,7 +130,11 @@ class SettingsViewTest : public QObject {
     }
 
 private Q_SLOTS:
-    void initTestCase() { Brand::applyDarkAppearance(*qApp); }
+    void initTestCase() {
+        Brand::applyDarkAppearance(*qApp);
+        QVERIFY(QDir().mkpath(firefoxProfile()));
+    }
+    void cleanupTestCase() { QDir(firefoxProfile()).removeRecursively(); }
 
     void init() {
         m_dir = std::make_unique<QTemporaryDir>(TestEnv::root() + QStringLiteral("/settings-XXXXXX"));
@@ -168,6 +176,7 @@ private Q_SLOTS:
             modes << combo(0)->itemText(i);
         QCOMPARE(modes, (QStringList{QStringLiteral("Video (best quality)"), QStringLiteral("Video only (no audio)"),
                                      QStringLiteral("Audio only")}));
+        QCOMPARE(AccessibleNames::unnamedControls(m_view.get()), QStringList());
     }
 
     void togglesWriteTheirKeyAtOnce_data() {
@@ -179,9 +188,9 @@ private Q_SLOTS:
                                       << QStringLiteral("autoAnalyzeAudio");
         QTest::newRow("smart mode") << QStringLiteral("Smart Mode — auto-download copied media links")
                                     << QStringLiteral("smartMode");
-        QTest::newRow("inbox") << QStringLiteral("Watch iCloud inbox (iPhone hand-off)")
+        QTest::newRow("inbox") << QStringLiteral("Watch phone inbox")
                                << QStringLiteral("watchiCloudInbox");
-        QTest::newRow("cookies") << QStringLiteral("Use Chrome login for private content")
+        QTest::newRow("cookies") << QStringLiteral("Use Firefox login for private content")
                                  << QStringLiteral("useBrowserCookies");
     }
     void togglesWriteTheirKeyAtOnce() {
@@ -219,6 +228,35 @@ private Q_SLOTS:
             QTest::keyClick(box, Qt::Key_Down);
         QSettings disk(m_settings->fileName(), QSettings::IniFormat);
         QCOMPARE(disk.value(key).toString(), raw);
+    }
+
+    // The cookie row names the browser whose login is read; with none it stays off and says why.
+    void cookieRowNamesTheBrowser_data() {
+        QTest::addColumn<bool>("profile");
+        QTest::addColumn<QString>("label");
+        QTest::addColumn<QString>("caption");
+        QTest::newRow("firefox") << true << QStringLiteral("Use Firefox login for private content")
+                                 << QStringLiteral("Needed for Instagram Stories and members-only videos. Firefox must be "
+                                                   "installed and logged in.");
+        QTest::newRow("no browser") << false << QStringLiteral("Use browser login for private content")
+                                    << QStringLiteral("Off: no browser profile found on this computer. Sign in to Firefox, "
+                                                      "Chromium, Chrome, Brave, Vivaldi, Opera or Edge to download "
+                                                      "private content.");
+    }
+    void cookieRowNamesTheBrowser() {
+        QFETCH(bool, profile);
+        QFETCH(QString, label);
+        QFETCH(QString, caption);
+        if (!profile)
+            QDir(firefoxProfile()).removeRecursively();
+        const auto restore = qScopeGuard([] { QDir().mkpath(firefoxProfile()); });
+        m_settings->setUseBrowserCookies(true);
+        SettingsView view(*m_settings, *m_healer, *m_transcriber);
+        auto *box = view.findChild<QCheckBox *>(QStringLiteral("cookies"));
+        QCOMPARE(box->text(), label);
+        QCOMPARE(box->isEnabled(), profile);
+        QCOMPARE(box->isChecked(), profile);
+        QCOMPARE(box->parentWidget()->findChild<QLabel *>(QStringLiteral("caption"))->text(), caption);
     }
 
     void outsideChangesRedrawTheForm() {
@@ -290,7 +328,7 @@ private Q_SLOTS:
         QDesktopServices::unsetUrlHandler(QStringLiteral("file"));
         QCOMPARE(recorder.opened.size(), 1);
         QCOMPARE(recorder.opened.first().toLocalFile(),
-                 AppSettings::appSupportDir() + QStringLiteral("/iPhone Shortcut Setup.txt"));
+                 AppSettings::appSupportDir() + QStringLiteral("/Phone Hand-off Setup.txt"));
     }
 
     void lastCheckAppearsAfterAnUpdate() {

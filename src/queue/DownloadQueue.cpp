@@ -53,6 +53,8 @@ DownloadQueue::DownloadQueue(AppSettings &settings, HistoryStore &history, Notif
     : QObject(parent), m_settings(settings), m_history(history), m_notifier(notifier),
       m_services(std::move(services)), m_clock(clock ? std::move(clock) : monotonicClock())
 {
+    if (history.loadNotice())
+        m_lastMessage = history.loadNotice();
 }
 
 DownloadQueue::~DownloadQueue()

@@ -16,6 +16,8 @@ packages=(
   fonts-jetbrains-mono
   # tests: media generation, packaging validation, notifications bus
   sox espeak-ng desktop-file-utils appstream dbus xvfb xauth imagemagick xdotool
+  # libFuzzer harnesses (make fuzz, run briefly by CI)
+  clang libclang-rt-14-dev
   # whisper-cli source comes from the npm registry
   nodejs npm
 )

@@ -116,5 +116,8 @@ int main(int argc, char **argv) {
                 static_cast<long long>(leftFiles.size()));
     for (const QString &file : std::as_const(leftFiles))
         std::printf("  left: %s\n", qPrintable(file));
+    for (const DownloadItemPtr &item : queue.items())
+        if (!item->state().is(ItemState::Kind::cancelled) && !item->state().is(ItemState::Kind::done))
+            std::printf("  row: state %d %s\n", int(item->state().kind()), qPrintable(item->state().text()));
     return ok ? 0 : 1;
 }

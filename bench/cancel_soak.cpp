@@ -82,20 +82,22 @@ int main(int argc, char **argv) {
     for (const QString &file : filesUnder(folder))
         QFile::remove(file);
 
-    int cancelled = 0, finishedFirst = 0;
+    int cancelled = 0, finishedFirst = 0, pendingCancels = 0;
     for (int n = 0; n < downloads; ++n) {
         // Keep three in flight; each is cancelled at its own random moment.
         spinUntil([&] { return queue.running() < 3; }, 600000);
         queue.add(link(n), n % 2 ? DownloadMode::audioOnly : DownloadMode::bestVideoAudio);
         const DownloadItemPtr item = queue.items().first();
-        QTimer::singleShot(int(QRandomGenerator::global()->bounded(spanMs)), &queue, [&queue, item, &finishedFirst] {
+        ++pendingCancels;
+        QTimer::singleShot(int(QRandomGenerator::global()->bounded(spanMs)), &queue, [&queue, item, &finishedFirst, &pendingCancels] {
+            --pendingCancels;
             if (item->state().is(ItemState::Kind::done))
                 ++finishedFirst; // the download beat its cancel: not a fault, but counted
             else
                 queue.cancel(item);
         });
     }
-    spinUntil([&] { return queue.running() == 0; }, 600000);
+    spinUntil([&] { return queue.running() == 0 && pendingCancels == 0; }, 600000);
     QCoreApplication::processEvents();
     for (const DownloadItemPtr &item : queue.items())
         if (item->state().is(ItemState::Kind::cancelled))

@@ -9,7 +9,7 @@ seeds="$(cd "$(dirname "$0")" && pwd)/corpus"
 mkdir -p "$dir/crashes"
 failed=0
 for harness in "$dir"/fuzz_*; do
-  [ -x "$harness" ] || continue
+  [ -f "$harness" ] && [ -x "$harness" ] || continue
   name=$(basename "$harness")
   scratch=$(mktemp -d)
   log="$dir/$name.log"

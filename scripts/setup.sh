@@ -18,6 +18,8 @@ packages=(
   sox espeak-ng desktop-file-utils appstream dbus xvfb xauth imagemagick xdotool
   # make deb: dpkg-shlibdeps
   dpkg-dev
+  # libFuzzer harnesses (make fuzz, run briefly by CI)
+  clang libclang-rt-14-dev
   # whisper-cli source comes from the npm registry
   nodejs npm
 )

@@ -60,6 +60,10 @@ Transcriber::TranscribeError Transcriber::TranscribeError::conversionFailed() {
     return TranscribeError(Kind::conversionFailed, QStringLiteral("Couldn't convert audio for transcription."));
 }
 
+namespace {
+const QString partialPrefix = QStringLiteral(".vorlix-");
+} // namespace
+
 // ---- Transcriber ----
 
 Transcriber::Transcriber()
@@ -68,7 +72,11 @@ Transcriber::Transcriber()
                         [] { return Tools::ffmpegURL(); }}) {}
 
 Transcriber::Transcriber(Setup setup, QObject *parent)
-    : QObject(parent), m_setup(std::move(setup)), m_network(std::make_unique<QNetworkAccessManager>()) {}
+    : QObject(parent), m_setup(std::move(setup)), m_network(std::make_unique<QNetworkAccessManager>()) {
+    // A model download cut short by a crash or a kill leaves its hidden partial file (hundreds
+    // of megabytes); those of earlier runs can never complete.
+    removeStaleLeftovers(m_setup.modelsDir, partialPrefix);
+}
 
 Transcriber::~Transcriber() = default;
 
@@ -157,7 +165,7 @@ QCoro::Task<> Transcriber::ensureModelNamed(QString name) {
 QCoro::Task<bool> Transcriber::download(QUrl source, QString destination) {
     // Received bytes go to a hidden file beside the model and are moved into place only after a
     // complete 200 answer, so an interrupted download never looks like a model.
-    const QString partial = QFileInfo(destination).absolutePath() + QStringLiteral("/.vorlix-") + upperUuid();
+    const QString partial = QFileInfo(destination).absolutePath() + u'/' + partialPrefix + upperUuid();
     RemoveOnExit cleanup(partial);
     QFile out(partial);
     if (!out.open(QIODevice::WriteOnly | QIODevice::Truncate))

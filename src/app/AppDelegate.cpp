@@ -1,6 +1,7 @@
 #include "app/AppDelegate.h"
 
 #include "core/AppSettings.h"
+#include "analysis/Transcriber.h"
 #include "engine/SelfHealer.h"
 #include "engine/Tools.h"
 #include "queue/ClipboardWatcher.h"
@@ -31,7 +32,10 @@ void writeAtomically(const QString &path, const QByteArray &bytes) {
 AppDelegate::Steps AppDelegate::Steps::real(QApplication &app) {
     Steps s;
     s.applyDarkAppearance = [&app] { Brand::applyDarkAppearance(app); };
-    s.installBundledTools = [] { Tools::installBundledTools(); };
+    s.installBundledTools = [] {
+        Tools::installBundledTools();
+        Transcriber::shared(); // made now, so it sweeps what killed model downloads left behind
+    };
     s.startSelfHealer = [] { SelfHealer::shared().start(); };
     // Started whatever the Smart Mode setting says: each tick reads the setting itself.
     s.startClipboardWatcher = [] { ClipboardWatcher::shared().start(); };

@@ -1,6 +1,7 @@
 #include "app/VorlixApp.h"
 
 #include "core/AppSettings.h"
+#include "engine/ChildRegistry.h"
 #include "queue/DownloadQueue.h"
 #include "ui/Brand.h"
 #include "ui/ContentView.h"
@@ -11,8 +12,6 @@
 #include <QApplication>
 #include <QDesktopServices>
 #include <QDialog>
-#include <QElapsedTimer>
-#include <QEventLoop>
 #include <QMainWindow>
 #include <QMenu>
 #include <QMenuBar>
@@ -158,7 +157,6 @@ void VorlixApp::buildTray() {
 }
 
 void VorlixApp::stopDownloadsOnQuit() {
-    // The downloader runs in its own process group; without this it would outlive us.
     DownloadQueue &queue = DownloadQueue::shared();
     const QList<DownloadItemPtr> items = queue.items();
     for (const DownloadItemPtr &item : items) {
@@ -167,19 +165,9 @@ void VorlixApp::stopDownloadsOnQuit() {
             state.is(ItemState::Kind::processing))
             queue.cancel(item);
     }
-    // Give the cancelled pipelines a moment to see their downloader end and clean up after it.
-    if (queue.running() == 0)
-        return;
-    QElapsedTimer waited;
-    waited.start();
-    QEventLoop loop;
-    QTimer poll;
-    connect(&poll, &QTimer::timeout, &loop, [&] {
-        if (queue.running() == 0 || waited.elapsed() > quitGraceMs)
-            loop.quit();
-    });
-    poll.start(20);
-    loop.exec();
+    // Every child runs in its own process group; without this a probe, render or transcription
+    // would outlive us. The wait lets their runners reap them and clean up after them.
+    ChildRegistry::endAll(quitGraceMs);
 }
 
 void VorlixApp::quitOnTerminationSignals() {

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <QDateTime>
 #include <QString>
 
 // Upper-case, hyphenated, no braces: the form every file name and id of the application uses.
@@ -20,3 +21,11 @@ public:
 private:
     QString m_path;
 };
+
+// When this process started (wall clock). A file last written before it cannot belong to
+// anything this run is doing.
+QDateTime processStartTime();
+
+// Removes the files in `dir` whose names start with `prefix` and that were last written before
+// this process started: leftovers of an earlier run that was killed mid-write.
+void removeStaleLeftovers(const QString &dir, const QString &prefix);

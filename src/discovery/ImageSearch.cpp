@@ -219,9 +219,12 @@ QCoro::Task<QList<Result>> search(QString query, int page, int pageSize, Endpoin
         throw Http::NetworkError(response.transportError.toStdString());
     if (response.status != 200)
         throw ImageError(ImageError::badResponse);
+    co_return parseSearchResults(response.body);
+}
 
+QList<Result> parseSearchResults(const QByteArray &body) {
     QJsonParseError parseError;
-    const QJsonDocument doc = QJsonDocument::fromJson(response.body, &parseError);
+    const QJsonDocument doc = QJsonDocument::fromJson(body, &parseError);
     if (parseError.error != QJsonParseError::NoError || !doc.isObject())
         throw ImageError(ImageError::badResponse);
     const QJsonValue results = doc.object().value(QLatin1String("results"));
@@ -239,7 +242,7 @@ QCoro::Task<QList<Result>> search(QString query, int page, int pageSize, Endpoin
             continue;
         found.append(resultFrom(object));
     }
-    co_return found;
+    return found;
 }
 
 QCoro::Task<QString> download(Result result) {

@@ -56,6 +56,10 @@ QCoro::Task<QList<Result>> search(QString query, int page, int pageSize, Endpoin
 QCoro::Task<QString> download(Result result);
 QCoro::Task<QString> download(Result result, QString downloadFolder, Endpoint endpoint = Endpoint::real());
 
+// The results of one answer of the search service; throws ImageError(badResponse) when the answer
+// is not the service's JSON.
+QList<Result> parseSearchResults(const QByteArray &body);
+
 // Helpers behind the two operations.
 QString prettyLicense(const QString &code, const QString &version);
 // contentType is null when the answer carried no Content-Type header.

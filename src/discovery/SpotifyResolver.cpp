@@ -46,11 +46,6 @@ bool isSuccess(const Http::Response &response) {
     return response.isHTTP() && response.status >= 200 && response.status < 300;
 }
 
-struct OEmbed {
-    std::optional<QString> title;
-    QUrl thumbnail;
-};
-
 QCoro::Task<OEmbed> fetchOEmbed(QString trackURL, Endpoint endpoint) {
     const QUrl address(endpoint.oEmbedURL.toString() + QStringLiteral("?url=") + YtDlp::encodeForURLQuery(trackURL),
                        QUrl::StrictMode);
@@ -59,20 +54,7 @@ QCoro::Task<OEmbed> fetchOEmbed(QString trackURL, Endpoint endpoint) {
     const Http::Response response = co_await Http::get(QNetworkRequest(address), endpoint.oEmbedTimeout, 1024 * 1024);
     if (!isSuccess(response))
         co_return OEmbed{};
-    QJsonParseError error;
-    const QJsonDocument doc = QJsonDocument::fromJson(response.body, &error);
-    if (error.error != QJsonParseError::NoError || !doc.isObject())
-        co_return OEmbed{};
-    OEmbed answer;
-    const QJsonObject object = doc.object();
-    if (const QJsonValue title = object.value(QLatin1String("title")); title.isString())
-        answer.title = title.toString();
-    if (const QJsonValue thumb = object.value(QLatin1String("thumbnail_url")); thumb.isString()) {
-        const QUrl url(thumb.toString(), QUrl::StrictMode);
-        if (url.isValid() && !url.isEmpty())
-            answer.thumbnail = url;
-    }
-    co_return answer;
+    co_return parseOEmbed(response.body);
 }
 
 Metadata parsePage(const QByteArray &body) {
@@ -199,6 +181,23 @@ Resolution resolution(const QString &title, const QString &artist, const QUrl &a
     }
     // Let the downloader take the first hit of a narrower search itself.
     return {QStringLiteral("ytsearch1:") + searchQuery(title, artist) + QStringLiteral(" official audio"), track};
+}
+
+OEmbed parseOEmbed(const QByteArray &body) {
+    QJsonParseError error;
+    const QJsonDocument doc = QJsonDocument::fromJson(body, &error);
+    if (error.error != QJsonParseError::NoError || !doc.isObject())
+        return {};
+    OEmbed answer;
+    const QJsonObject object = doc.object();
+    if (const QJsonValue title = object.value(QLatin1String("title")); title.isString())
+        answer.title = title.toString();
+    if (const QJsonValue thumb = object.value(QLatin1String("thumbnail_url")); thumb.isString()) {
+        const QUrl url(thumb.toString(), QUrl::StrictMode);
+        if (url.isValid() && !url.isEmpty())
+            answer.thumbnail = url;
+    }
+    return answer;
 }
 
 Metadata parseTrackPage(const QString &html) {

@@ -56,6 +56,13 @@ Resolution resolution(const QString &title, const QString &artist, const QUrl &a
                       const std::optional<QList<YtDlp::SearchResult>> &candidates);
 QString searchQuery(const QString &title, const QString &artist);
 
+// Reading the oEmbed answer: what it has of a title and an artwork address; empty when unusable.
+struct OEmbed {
+    std::optional<QString> title;
+    QUrl thumbnail;
+};
+OEmbed parseOEmbed(const QByteArray &body);
+
 // Reading the track page.
 Metadata parseTrackPage(const QString &html);
 std::optional<QString> metaContent(const QString &html, const QString &property);

@@ -2,6 +2,7 @@
 
 #include "core/AppSettings.h"
 #include "core/Utf8.h"
+#include "engine/ChildRegistry.h"
 #include "engine/ProcessStart.h"
 
 #include <QCoreApplication>
@@ -77,7 +78,13 @@ void install(const QString &name, bool overwriteIfNewer, const Layout &layout) {
         logInstallFailure(name, in.errorString());
         return;
     }
+    // The copy carries the packaged file's time, so the next comparison is between builds,
+    // not against the moment of this copy.
     QFile out(destination);
+    const QDateTime builtAt = QFileInfo(source).lastModified();
+    if (!out.open(QIODevice::ReadWrite) || !out.setFileTime(builtAt, QFileDevice::FileModificationTime))
+        logInstallFailure(name, out.errorString());
+    out.close();
     const auto mode755 = QFileDevice::ReadOwner | QFileDevice::WriteOwner | QFileDevice::ExeOwner |
                          QFileDevice::ReadGroup | QFileDevice::ExeGroup | QFileDevice::ReadOther |
                          QFileDevice::ExeOther;
@@ -180,6 +187,7 @@ QCoro::Task<RunResult> run(QString executable, QStringList arguments, double tim
     process.setInputChannelMode(QProcess::ForwardedInputChannel);
     process.setChildProcessModifier([] { ::setpgid(0, 0); });
     process.start(QIODevice::ReadOnly);
+    const ChildRegistry::Entry tracked(process.processId()); // so quitting ends it too
 
     if (!co_await waitUntilStarted(process))
         throw LaunchError(process.errorString().toStdString());
@@ -208,8 +216,8 @@ QCoro::Task<RunResult> run(QString executable, QStringList arguments, double tim
 
     RunResult result;
     result.status = process.exitCode(); // for a signalled child this is the signal number
-    result.stdoutText = decodeUtf8Strict(process.readAllStandardOutput()).value_or(QString());
-    result.stderrText = decodeUtf8Strict(process.readAllStandardError()).value_or(QString());
+    result.stdoutText = decodeUtf8Lossy(process.readAllStandardOutput());
+    result.stderrText = decodeUtf8Lossy(process.readAllStandardError());
     co_return result;
 }
 

@@ -17,7 +17,8 @@ inline const QString ytDlpName = QStringLiteral("yt-dlp");
 inline const QString ffmpegName = QStringLiteral("ffmpeg");
 inline const QString whisperName = QStringLiteral("whisper-cli");
 
-// The outcome of one run. A stream that is not valid UTF-8 as a whole reads as empty text.
+// The outcome of one run. Bytes that are not UTF-8 read as U+FFFD; callers never take a path
+// from this text.
 struct RunResult {
     int status = 0; // exit code, or the signal's number for a signalled child
     QString stdoutText;

@@ -67,7 +67,7 @@ private:
 
 struct StreamResult {
     int status = 0;    // exit code, or the signal's number for a signalled child (never 0 then)
-    QString errorText; // the whole standard error; empty if it is not valid UTF-8
+    QString errorText; // the whole standard error; bytes that are not UTF-8 read as U+FFFD
 };
 
 using RegisterFn = std::function<void(ChildProcess)>;
@@ -80,10 +80,10 @@ QStringList buildArguments(const DownloadItem &item, const AppSettings &settings
 
 // Runs `tool` with `args` until it exits or is terminated through the registered handle; there
 // is no time-out. Standard output is cut into lines as bytes arrive: a partial line waits for its
-// newline, each line is trimmed of spaces and tabs, lines that are not valid UTF-8 are dropped,
+// newline, each line is trimmed of spaces and tabs, bytes that are not UTF-8 read as U+FFFD,
 // and a trailing partial line at exit is discarded. `onLine` is called on the calling (main)
 // thread, one line at a time, in output order, and must not throw. `registerChild` is called exactly once, right
-// after a successful launch. Throws Tools::LaunchError (and nothing else) when the tool cannot
+// after the launch and before anything suspends. Throws Tools::LaunchError (and nothing else) when the tool cannot
 // be started; then neither callback is called. The child runs in its own process group.
 QCoro::Task<StreamResult> runStreaming(QString tool, QStringList args, RegisterFn registerChild, LineFn onLine);
 

@@ -1,4 +1,5 @@
 #include "engine/YtDlp.h"
+#include "engine/ChildRegistry.h"
 #include "engine/ProcessStart.h"
 
 #include "core/AppSettings.h"
@@ -74,19 +75,22 @@ QCoro::Task<StreamResult> runStreaming(QString tool, QStringList args, RegisterF
         for (qsizetype newline = buffer.indexOf('\n', from); newline >= 0; newline = buffer.indexOf('\n', from)) {
             const QByteArrayView bytes(buffer.constData() + from, newline - from);
             from = newline + 1;
-            if (const auto line = decodeUtf8Strict(bytes); line && onLine)
-                onLine(trimSpacesAndTabs(*line).toString());
+            if (onLine)
+                onLine(trimSpacesAndTabs(decodeUtf8Lossy(bytes)).toString());
         }
         buffer.remove(0, from);
     });
 
     process.start(QIODevice::ReadOnly);
-    if (!co_await Tools::waitUntilStarted(process))
-        throw Tools::LaunchError(process.errorString().toStdString());
-
-    const ChildProcess child = ChildProcessAccess::make(process.processId(), process.state() == QProcess::Running);
+    // Known to its canceller before anything can suspend, so a cancel never misses it.
+    const ChildRegistry::Entry tracked(process.processId());
+    const ChildProcess child = ChildProcessAccess::make(process.processId(), process.processId() > 0);
     if (registerChild)
         registerChild(child);
+    if (!co_await Tools::waitUntilStarted(process)) {
+        ChildProcessAccess::markExited(child);
+        throw Tools::LaunchError(process.errorString().toStdString());
+    }
 
     if (process.state() != QProcess::NotRunning)
         co_await qCoro(&process, &QProcess::finished);
@@ -98,7 +102,7 @@ QCoro::Task<StreamResult> runStreaming(QString tool, QStringList args, RegisterF
     result.status = process.exitCode();
     if (process.exitStatus() == QProcess::CrashExit && result.status == 0)
         result.status = -1; // a signalled child must never look successful
-    result.errorText = decodeUtf8Strict(process.readAllStandardError()).value_or(QString());
+    result.errorText = decodeUtf8Lossy(process.readAllStandardError());
     co_return result;
 }
 

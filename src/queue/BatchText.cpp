@@ -7,7 +7,9 @@ namespace BatchView {
 
 QStringList extractURLs(const QString &text)
 {
-    static const QRegularExpression linkPattern(QStringLiteral("https?://[^\\s<>\"']+"));
+    // Unicode-aware \s: a no-break, ideographic or line-separator space ends a link too.
+    static const QRegularExpression linkPattern(QStringLiteral("https?://[^\\s<>\"']+"),
+                                                QRegularExpression::UseUnicodePropertiesOption);
     if (!linkPattern.isValid())
         return {};
 

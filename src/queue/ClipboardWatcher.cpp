@@ -2,12 +2,13 @@
 
 #include "core/AppSettings.h"
 #include "core/SiteAddresses.h"
-#include "core/TextTrim.h"
 #include "queue/ClipboardSource.h"
 #include "queue/DownloadQueue.h"
 
 #include <QRegularExpression>
 #include <QUrl>
+
+#include <algorithm>
 
 ClipboardWatcher::ClipboardWatcher(ClipboardSource &clipboard, AppSettings &settings, DownloadQueue &queue,
                                    QObject *parent)
@@ -33,7 +34,9 @@ const QStringList &ClipboardWatcher::mediaHosts()
 bool ClipboardWatcher::isMediaURL(const QString &text)
 {
     const QString t = text.trimmed();
-    if (!t.toLower().startsWith(QLatin1String("http")) || t.contains(u' '))
+    // Any kind of space inside (a no-break space, say) means text around a link, not a link.
+    if (!t.toLower().startsWith(QLatin1String("http")) ||
+        std::any_of(t.cbegin(), t.cend(), [](QChar c) { return c.isSpace(); }))
         return false;
     const QUrl url(t, QUrl::StrictMode);
     if (!url.isValid() || url.host().isEmpty())
@@ -77,8 +80,9 @@ void ClipboardWatcher::check()
     static const QRegularExpression lineBreaks(QStringLiteral("[\\n\\v\\f\\r\\x{0085}\\x{2028}\\x{2029}]"));
     // Only the first line counts; a huge clipboard is cut at the first break without splitting it all.
     const auto firstBreak = trimmed.indexOf(lineBreaks);
+    // Trimmed of every kind of space, so the queued link never carries a no-break space along.
     const QString piece =
-        trimSpacesAndTabs(firstBreak < 0 ? QStringView(trimmed) : QStringView(trimmed).left(firstBreak)).toString();
+        (firstBreak < 0 ? QStringView(trimmed) : QStringView(trimmed).left(firstBreak)).trimmed().toString();
     if (!isMediaURL(piece))
         return;
     m_queue.add(piece);

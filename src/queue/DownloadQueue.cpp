@@ -59,6 +59,8 @@ DownloadQueue::DownloadQueue(AppSettings &settings, HistoryStore &history, Notif
         if (key == QLatin1String("maxConcurrent"))
             pump();
     });
+    if (history.loadNotice())
+        m_lastMessage = history.loadNotice();
 }
 
 DownloadQueue::~DownloadQueue()
@@ -520,9 +522,16 @@ QCoro::Task<QString> DownloadQueue::runDownload(DownloadItemPtr job, DownloadIte
     QPointer<DownloadQueue> self(this);
     const QUuid id = item->id();
     std::weak_ptr<DownloadItem> visible = item;
-    auto registerChild = [self, id](YtDlp::ChildProcess child) {
-        if (self)
-            self->m_processes.insert(id, child);
+    auto registerChild = [self, id, visible](YtDlp::ChildProcess child) {
+        const auto target = visible.lock();
+        if (!self || !target) {
+            child.terminate();
+            return;
+        }
+        self->m_processes.insert(id, child);
+        // A cancel while the downloader was still starting had nothing to stop yet.
+        if (self->isCancelled(*target))
+            child.terminate();
     };
     auto onProgress = [self, visible](const YtDlp::Progress &progress) {
         const auto target = visible.lock();

@@ -551,6 +551,11 @@ bool write(QIODevice &device, const QList<HistoryEntry> &entries) {
     return out.finishToSink();
 }
 
-std::optional<QList<HistoryEntry>> decode(QByteArrayView json) { return Reader(json).document(); }
+std::optional<QList<HistoryEntry>> decode(QByteArrayView json) {
+    // Editors on some systems start a UTF-8 file with a byte-order mark.
+    if (json.startsWith("\xEF\xBB\xBF"))
+        json = json.sliced(3);
+    return Reader(json).document();
+}
 
 } // namespace HistoryJson

@@ -21,7 +21,7 @@ bool write(QIODevice &device, const QList<HistoryEntry> &entries);
 
 // All or nothing: no value for malformed JSON, invalid UTF-8, anything but a top-level array
 // of objects, a missing required key or a value of the wrong type anywhere. Unknown keys are
-// ignored; "filePath" may be absent or null.
+// ignored; "filePath" may be absent or null. A leading UTF-8 byte-order mark is accepted.
 std::optional<QList<HistoryEntry>> decode(QByteArrayView json);
 
 } // namespace HistoryJson

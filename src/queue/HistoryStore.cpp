@@ -3,66 +3,73 @@
 #include "core/AppSettings.h"
 #include "core/DownloadItem.h"
 #include "core/MediaSource.h"
+#include "core/TempFile.h"
 #include "queue/HistoryJson.h"
 
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
 #include <QMutex>
-#include <QSaveFile>
+#include <QTemporaryFile>
 #include <QUrl>
 
 #include <optional>
+
+#include <cstdio>
+#include <unistd.h>
 
 namespace {
 // A history this large is not ours; reading it would only exhaust memory.
 constexpr qint64 maxFileSize = qint64(1) << 30;
 
-// A save cut short by a crash can leave its unfinished temporary copy ("history.json.XXXXXX")
-// beside the file; nothing else ever names a file like that, so it is safe to sweep at start.
-void removeStaleSaveCopies(const QString &path) {
-    const QFileInfo info(path);
-    QDir dir = info.absoluteDir();
-    const QString prefix = info.fileName() + u'.';
-    const auto names = dir.entryList({prefix + QStringLiteral("*")}, QDir::Files | QDir::Hidden);
-    for (const QString &name : names)
-        if (name.size() == prefix.size() + 6)
-            dir.remove(name);
+// Saves write a hidden sibling under this prefix and rename it over the file. A crash mid-save
+// leaves one behind; no user names a file like that, so start-up sweeps those of earlier runs.
+QString saveCopyPrefix(const QFileInfo &file) { return u'.' + file.fileName() + QStringLiteral(".vorlix-save-"); }
+
+// The first free "<name>.unreadable-<date>" beside `path`.
+QString asideName(const QString &path, const QDate &date) {
+    const QString base = path + QStringLiteral(".unreadable-") + date.toString(Qt::ISODate);
+    QString candidate = base;
+    for (int n = 2; QFileInfo::exists(candidate) || QFileInfo(candidate).isSymLink(); ++n)
+        candidate = base + u'-' + QString::number(n);
+    return candidate;
 }
 
-QList<HistoryEntry> load(const QString &path) {
-    removeStaleSaveCopies(path);
-    QFile file(path);
+std::optional<QList<HistoryEntry>> read(QFile &file) {
     if (!file.open(QIODevice::ReadOnly) || file.size() > maxFileSize)
-        return {};
+        return std::nullopt;
+    if (file.size() == 0)
+        return QList<HistoryEntry>(); // nothing there to lose
     // Mapped rather than read: a large history is parsed straight from the page cache. Saves
     // replace the file by renaming a new one over it, so the mapped bytes never change under us.
     if (const uchar *mapped = file.map(0, file.size())) {
         auto entries = HistoryJson::decode(QByteArrayView(mapped, file.size()));
         file.unmap(const_cast<uchar *>(mapped));
-        return entries.value_or(QList<HistoryEntry>());
+        return entries;
     }
-    return HistoryJson::decode(file.readAll()).value_or(QList<HistoryEntry>());
+    return HistoryJson::decode(file.readAll());
 }
 
 bool writeAtomically(const QString &path, const QList<HistoryEntry> &entries) {
-    QDir().mkpath(QFileInfo(path).absolutePath());
-    QSaveFile file(path);
-    // Unbuffered, so a refused write (full disk, size limit) fails here rather than being
-    // swallowed by a buffer flush inside commit().
-    if (!file.open(QIODevice::WriteOnly | QIODevice::Unbuffered))
+    const QFileInfo info(path);
+    QDir().mkpath(info.absolutePath());
+    QTemporaryFile file(info.absolutePath() + u'/' + saveCopyPrefix(info) + QStringLiteral("XXXXXX"));
+    if (!file.open())
         return false;
-    if (!HistoryJson::write(file, entries)) {
-        file.cancelWriting();
+    // flush() surfaces a refused write (full disk, size limit); fsync makes the rename safe.
+    if (!HistoryJson::write(file, entries) || !file.flush() || ::fsync(file.handle()) != 0)
         return false;
-    }
-    return file.commit();
+    if (::rename(QFile::encodeName(file.fileName()).constData(), QFile::encodeName(path).constData()) != 0)
+        return false;
+    file.setAutoRemove(false);
+    return true;
 }
 } // namespace
 
 // The background side of save(): holds the newest unsaved state and drains it on one thread.
 struct HistoryStore::Writer {
     QString path;
+    bool blocked = false; // the file on disk could not be read nor moved aside: never replace it
     QMutex mutex;
     std::optional<QList<HistoryEntry>> pending; // guarded by mutex
     bool draining = false;                      // guarded by mutex
@@ -72,7 +79,7 @@ struct HistoryStore::Writer {
             QList<HistoryEntry> snapshot;
             {
                 QMutexLocker lock(&mutex);
-                if (!pending) {
+                if (!pending || blocked) {
                     draining = false;
                     return;
                 }
@@ -86,12 +93,33 @@ struct HistoryStore::Writer {
 };
 
 HistoryStore::HistoryStore(const QString &filePath, Clock clock, QObject *parent)
-    : QObject(parent), m_filePath(filePath), m_clock(std::move(clock)), m_entries(load(filePath)),
-      m_writer(std::make_shared<Writer>()) {
+    : QObject(parent), m_filePath(filePath), m_clock(std::move(clock)), m_writer(std::make_shared<Writer>()) {
     if (!m_clock)
         m_clock = [] { return QDateTime::currentDateTimeUtc(); };
     m_writer->path = m_filePath;
     m_savePool.setMaxThreadCount(1);
+    load();
+}
+
+void HistoryStore::load() {
+    const QFileInfo info(m_filePath);
+    removeStaleLeftovers(info.absolutePath(), saveCopyPrefix(info));
+    QFile file(m_filePath);
+    if (!file.exists())
+        return;
+    if (auto entries = read(file)) {
+        m_entries = std::move(*entries);
+        return;
+    }
+    file.close();
+    // Whatever is in there is the user's history in a form we cannot read: keep it, never save over it.
+    const QString aside = asideName(m_filePath, m_clock().date());
+    if (QFile::rename(m_filePath, aside)) {
+        m_loadNotice = QStringLiteral("History could not be read \u00B7 kept as ") + QFileInfo(aside).fileName();
+    } else {
+        m_writer->blocked = true;
+        m_loadNotice = QStringLiteral("History could not be read \u00B7 new downloads are not being saved to it");
+    }
 }
 
 HistoryStore::~HistoryStore() { waitForPendingSave(); }

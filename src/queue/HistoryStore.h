@@ -10,6 +10,7 @@
 
 #include <functional>
 #include <memory>
+#include <optional>
 
 class DownloadItem;
 
@@ -24,8 +25,9 @@ class HistoryStore : public QObject {
 public:
     using Clock = std::function<QDateTime()>;
 
-    // Loads `filePath`; a missing, unreadable or malformed file gives an empty history that the
-    // next change overwrites. `clock` answers "now" (UTC); the system clock when not given.
+    // Loads `filePath`; a missing file gives an empty history. A file that exists but cannot be
+    // read is moved aside as "<name>.unreadable-<date>" (or, failing that, never written over),
+    // and loadNotice() says so. `clock` answers "now" (UTC); the system clock when not given.
     explicit HistoryStore(const QString &filePath, Clock clock = {}, QObject *parent = nullptr);
     ~HistoryStore() override;
 
@@ -34,6 +36,8 @@ public:
 
     const QList<HistoryEntry> &entries() const { return m_entries; }
     const QString &filePath() const { return m_filePath; }
+    // One line for the status bar when the file on disk could not be read at start.
+    const std::optional<QString> &loadNotice() const { return m_loadNotice; }
 
     // Adds an entry for a finished download, or refreshes the one with the same link in place.
     void record(const DownloadItem &item);
@@ -55,12 +59,14 @@ Q_SIGNALS:
 private:
     struct Writer;
 
+    void load();
     void changed();
     void save();
 
     QString m_filePath;
     Clock m_clock;
     QList<HistoryEntry> m_entries;
+    std::optional<QString> m_loadNotice;
     std::shared_ptr<Writer> m_writer;
     QThreadPool m_savePool; // one thread, so writes land in order
 };

@@ -1,7 +1,6 @@
 #include "queue/InboxWatcher.h"
 
 #include "core/AppSettings.h"
-#include "core/TextTrim.h"
 #include "core/Utf8.h"
 #include "queue/DownloadQueue.h"
 
@@ -9,6 +8,8 @@
 #include <QFile>
 #include <QFileInfo>
 #include <QSaveFile>
+
+#include <algorithm>
 
 namespace {
 
@@ -18,6 +19,44 @@ bool writeEmpty(const QString &path)
     if (!file.open(QIODevice::WriteOnly))
         return false;
     return file.commit();
+}
+
+// Replaces `path` by its bytes from `offset` on, copied in pieces (the rest may be large).
+bool keepFrom(const QString &path, qint64 offset)
+{
+    QFile in(path);
+    QSaveFile out(path);
+    if (!in.open(QIODevice::ReadOnly) || !in.seek(offset) || !out.open(QIODevice::WriteOnly))
+        return false;
+    while (!in.atEnd()) {
+        const QByteArray piece = in.read(1 << 20);
+        if (piece.isEmpty() || out.write(piece) != piece.size()) {
+            out.cancelWriting();
+            return false;
+        }
+    }
+    return out.commit();
+}
+
+// The links of an inbox's lines: each line trimmed of any kind of space, its link ending at the
+// first space inside (a phone may add a no-break space after a shared link).
+QStringList linksIn(const QString &content)
+{
+    QStringList links;
+    const auto lines = content.split(u'\n', Qt::SkipEmptyParts);
+    for (const QString &line : lines) {
+        const QString piece = line.trimmed();
+        const auto space = std::find_if(piece.cbegin(), piece.cend(), [](QChar c) { return c.isSpace(); });
+        const QString link = piece.left(space - piece.cbegin());
+        if (link.toLower().startsWith(QLatin1String("http")))
+            links.append(link);
+    }
+    return links;
+}
+
+QString queuedMessage(qsizetype n)
+{
+    return QStringLiteral("iPhone \u00B7 queued ") + QString::number(n) + (n == 1 ? QStringLiteral(" link") : QStringLiteral(" links"));
 }
 
 } // namespace
@@ -78,7 +117,12 @@ void InboxWatcher::drain()
         return;
     const QString path = m_inboxPath();
     QFile file(path);
-    if (file.size() > maxInboxBytes || !file.open(QIODevice::ReadOnly))
+    if (file.size() > maxInboxBytes) {
+        drainOversized(path);
+        return;
+    }
+    m_toldOversized = false;
+    if (!file.open(QIODevice::ReadOnly))
         return;
     const auto content = decodeUtf8Strict(file.readAll());
     file.close();
@@ -89,15 +133,7 @@ void InboxWatcher::drain()
         return;
     m_uncleared.reset();
 
-    QStringList links;
-    const auto lines = content->split(u'\n', Qt::SkipEmptyParts);
-    for (const QString &line : lines) {
-        // Only spaces and tabs are trimmed; a CR from a CRLF file is dropped by the queue's
-        // normalization.
-        const QString piece = trimSpacesAndTabs(line).toString();
-        if (piece.toLower().startsWith(QLatin1String("http")))
-            links.append(piece);
-    }
+    const QStringList links = linksIn(*content);
     if (links.isEmpty())
         return;
 
@@ -106,7 +142,29 @@ void InboxWatcher::drain()
         m_uncleared = *content;
     for (const QString &link : std::as_const(links))
         m_queue.add(link);
-    const auto n = links.size();
-    m_queue.setLastMessage(QStringLiteral("Phone \u00B7 queued ") + QString::number(n)
-                           + (n == 1 ? QStringLiteral(" link") : QStringLiteral(" links")));
+    m_queue.setLastMessage(queuedMessage(links.size()));
+}
+
+void InboxWatcher::drainOversized(const QString &path)
+{
+    // Something appended far more than links; rather than never reading it again, take the
+    // first whole lines that fit and leave the rest for the next polls.
+    QFile file(path);
+    if (!file.open(QIODevice::ReadOnly))
+        return;
+    QByteArray head = file.read(maxInboxBytes);
+    file.close();
+    const qsizetype lastNewline = head.lastIndexOf('\n');
+    if (lastNewline >= 0)
+        head.truncate(lastNewline + 1); // else one endless line: no link, dropped whole
+    if (!keepFrom(path, head.size()))
+        return; // taking the links again next time is worse than waiting
+    const QStringList links = linksIn(decodeUtf8Lossy(head));
+    for (const QString &link : links)
+        m_queue.add(link);
+    if (!m_toldOversized)
+        m_queue.setLastMessage(queuedMessage(links.size()) + QStringLiteral(" \u00B7 inbox over 4 MB, the rest follows"));
+    else if (!links.isEmpty())
+        m_queue.setLastMessage(queuedMessage(links.size()));
+    m_toldOversized = true;
 }

@@ -17,7 +17,7 @@ class InboxWatcher : public QObject {
     Q_OBJECT
 public:
     static constexpr int intervalMs = 3000;
-    // Files larger than this are not ours to read; they stay untouched.
+    // A larger file is taken this much at a time (whole lines), leaving the rest for later polls.
     static constexpr qint64 maxInboxBytes = 4 * 1024 * 1024;
 
     using PathProvider = std::function<QString()>;
@@ -38,9 +38,11 @@ public:
     void drain();
 
 private:
+    void drainOversized(const QString &path);
     AppSettings &m_settings;
     DownloadQueue &m_queue;
     PathProvider m_inboxPath;
     std::unique_ptr<QTimer> m_timer;
     std::optional<QString> m_uncleared;
+    bool m_toldOversized = false;
 };

@@ -157,6 +157,24 @@ private Q_SLOTS:
         QVERIFY2(source.path().endsWith(QStringLiteral("/resolve/main/ggml-base.bin")), qPrintable(source.toString()));
     }
 
+    // A killed model download of an earlier run is swept; a current one and the user's files stay.
+    void staleModelPartialsAreSwept() {
+        QTemporaryDir dir(TestEnv::root() + QStringLiteral("/models-XXXXXX"));
+        const QStringList names{QStringLiteral(".vorlix-OLD"), QStringLiteral(".vorlix-NOW"), QStringLiteral("ggml-tiny.bin"),
+                                QStringLiteral("notes.vorlix-OLD")};
+        for (const QString &name : names)
+            QVERIFY(TestEnv::writeFile(dir.filePath(name), "bytes"));
+        for (const QString &name : {names.at(0), names.at(2), names.at(3)}) {
+            QFile file(dir.filePath(name));
+            QVERIFY(file.open(QIODevice::ReadWrite));
+            QVERIFY(file.setFileTime(QDateTime::currentDateTimeUtc().addDays(-2), QFileDevice::FileModificationTime));
+        }
+        Transcriber::Setup setup;
+        setup.modelsDir = dir.path();
+        Transcriber transcriber(setup);
+        QCOMPARE(QDir(dir.path()).entryList(QDir::Files | QDir::Hidden, QDir::Name), names.mid(1));
+    }
+
     void ensureModel_data() {
         QTest::addColumn<QString>("repositoryPath"); // on the fixture site; empty: the scripted server
         QTest::addColumn<QByteArray>("scripted");    // "%SITE%" stands for the fixture site's address

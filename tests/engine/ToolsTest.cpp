@@ -3,6 +3,7 @@
 #include "TestMain.h"
 
 #include "core/AppSettings.h"
+#include "engine/ChildRegistry.h"
 #include "engine/Tools.h"
 
 #include <QCoroTask>
@@ -45,10 +46,10 @@ private Q_SLOTS:
                          QStringLiteral("two words"), QString(), QStringLiteral("'\"$HOME\"'"), QStringLiteral("ü·…")});
         QCOMPARE(r.status, 4);
         QCOMPARE(r.stdoutText, QStringLiteral("[two words][]['\"$HOME\"'][ü·…]"));
-        // Invalid UTF-8 empties only its own stream.
-        r = runSync(sh, {QStringLiteral("-c"), QStringLiteral("printf 'ok\\377' ; printf 'fine' >&2")});
-        QCOMPARE(r.stdoutText, QString());
-        QCOMPARE(r.stderrText, QStringLiteral("fine"));
+        // A stray Latin-1 byte (a title in ffmpeg's log) spoils only itself.
+        r = runSync(sh, {QStringLiteral("-c"), QStringLiteral("printf 'ok\\377' ; printf 'Caf\\351\\n  Duration: 00:00:05.00' >&2")});
+        QCOMPARE(r.stdoutText, QStringLiteral("ok\uFFFD"));
+        QCOMPARE(r.stderrText, QStringLiteral("Caf\uFFFD\n  Duration: 00:00:05.00"));
     }
 
     void timeoutTerminatesTheWholeGroup() {
@@ -62,6 +63,28 @@ private Q_SLOTS:
         const qint64 grandchild = TestEnv::readFile(pidFile).trimmed().toLongLong();
         QVERIFY(grandchild > 0);
         QTRY_VERIFY_WITH_TIMEOUT(::kill(pid_t(grandchild), 0) != 0, 5000);
+    }
+
+    // Quitting ends every child with whatever it started, also one that ignores SIGTERM.
+    void endAllEndsEveryGroup_data() {
+        QTest::addColumn<QString>("prelude");
+        QTest::addColumn<int>("status");
+        QTest::newRow("ordinary") << QString() << 15;
+        QTest::newRow("ignores SIGTERM") << QStringLiteral("trap '' TERM; ") << 9;
+    }
+    void endAllEndsEveryGroup() {
+        QFETCH(QString, prelude);
+        const QString pidFile = TestEnv::root() + QStringLiteral("/left-behind.pid");
+        QFile::remove(pidFile);
+        const QStringList args{QStringLiteral("-c"), prelude + QStringLiteral("sleep 600 & echo $! > '%1'; wait").arg(pidFile)};
+        auto task = Tools::run(sh, args, 600);
+        QTRY_VERIFY(!TestEnv::readFile(pidFile).trimmed().isEmpty());
+        QCOMPARE(ChildRegistry::running().size(), 1);
+        QCOMPARE(ChildRegistry::endAll(3000), prelude.isEmpty());
+        QTEST(vtest::await(std::move(task)).status, "status");
+        QVERIFY(ChildRegistry::running().isEmpty());
+        const qint64 grandchild = TestEnv::readFile(pidFile).trimmed().toLongLong();
+        QTRY_VERIFY(::kill(pid_t(grandchild), 0) != 0);
     }
 
     void childExitingEarlyIsNeverSignalled() {
@@ -112,6 +135,18 @@ private Q_SLOTS:
         writeFile(installed("ffmpeg"), "ffmpeg-v3", 3000);
         Tools::installBundledTools(layout);
         QCOMPARE(TestEnv::readFile(installed("ffmpeg")), QByteArray("ffmpeg-v3"));
+
+        // A packaged build made before the first install but after the installed one still replaces it.
+        TestEnv::writeFile(pkg("whisper-cli"), "whisper-v1");
+        QTest::qWait(30);
+        const QString staged = dir.path() + QStringLiteral("/whisper-v2");
+        TestEnv::writeFile(staged, "whisper-v2");
+        QTest::qWait(30);
+        QFile::remove(installed("whisper-cli"));
+        Tools::installBundledTools(layout);
+        QVERIFY(QFile::remove(pkg("whisper-cli")) && QFile::rename(staged, pkg("whisper-cli")));
+        Tools::installBundledTools(layout);
+        QCOMPARE(TestEnv::readFile(installed("whisper-cli")), QByteArray("whisper-v2"));
 
         // No packaged copy: nothing happens, nothing breaks.
         Tools::Layout empty{dir.path() + QStringLiteral("/other/bin"), dir.path() + QStringLiteral("/nopkg"), {}};

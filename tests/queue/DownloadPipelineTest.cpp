@@ -178,6 +178,22 @@ private Q_SLOTS:
         QVERIFY(r->history.entries().isEmpty());
     }
 
+    // The downloader is cancelled before it has started; once it runs it must still be stopped.
+    void cancelWhileTheDownloaderStarts() {
+        installScriptedDownloader(QStringLiteral("case \" $* \" in *' --newline '*) exec sleep 600;; esac"));
+        auto r = rig();
+        const QString page = m_site->url(QStringLiteral("/page.html"));
+        r->queue.add(page);
+        const auto item = r->find(page);
+        QObject::connect(item.get(), &DownloadItem::changed, &r->queue, [&r, item] {
+            if (item->state().is(ItemState::Kind::downloading))
+                r->queue.cancel(item);
+        });
+        QTRY_COMPARE_WITH_TIMEOUT(r->queue.running(), 0, 30000);
+        QCOMPARE(item->state(), ItemState::cancelled());
+        QVERIFY(pathFiles().isEmpty());
+    }
+
     void healableFailureUpdatesOnceAndRetries() {
         const QString marker = TestEnv::root() + QStringLiteral("/failed-once");
         const QString updates = TestEnv::root() + QStringLiteral("/updates.log");

@@ -1,7 +1,10 @@
+#include "QueueFakes.h"
 #include "TestEnv.h"
 #include "TestMain.h"
 
+#include "core/AppSettings.h"
 #include "core/DownloadItem.h"
+#include "queue/DownloadQueue.h"
 #include "queue/HistoryJson.h"
 #include "queue/HistoryStore.h"
 
@@ -128,7 +131,8 @@ private Q_SLOTS:
         QTest::newRow("trailing comma") << QByteArray('[' + obj + ",]") << -1;
         QTest::newRow("missing comma") << QByteArray('[' + obj + obj + ']') << -1;
         QTest::newRow("two arrays") << QByteArray(oneEntry + oneEntry) << -1;
-        QTest::newRow("byte-order mark") << QByteArray("\xef\xbb\xbf" + oneEntry) << -1;
+        QTest::newRow("byte-order mark") << QByteArray("\xef\xbb\xbf" + oneEntry) << 1;
+        QTest::newRow("byte-order mark twice") << QByteArray("\xef\xbb\xbf\xef\xbb\xbf" + oneEntry) << -1;
         QTest::newRow("unknown nested value") << withExtra(R"("extra":{"a":[1,{"b":null}],"c":true})") << 1;
         QTest::newRow("deep but reasonable") << withExtra("\"x\":" + QByteArray(30, '[') + QByteArray(30, ']')) << 1;
         QTest::newRow("absurdly deep") << withExtra("\"x\":" + QByteArray(100000, '[') + QByteArray(100000, ']')) << -1;
@@ -227,33 +231,60 @@ private Q_SLOTS:
         QCOMPARE(HistoryStore(path).entries(), store.entries());
     }
 
-    void malformedFileReadsAsEmptyUntilChanged_data() {
+    // A file that exists but cannot be read is the user's lost history: it is set aside, never saved over.
+    void unreadableFileIsKeptAside_data() {
         QTest::addColumn<QByteArray>("content");
-        QTest::newRow("empty file") << QByteArray();
-        QTest::newRow("not json") << QByteArray("history");
-        QTest::newRow("one bad among good ones") << QByteArray("[" + oneEntry.mid(1, oneEntry.size() - 2) + ",{\"id\":1}]");
+        QTest::addColumn<int>("entries"); // -1: unreadable
+        QTest::newRow("empty file") << QByteArray() << 0;
+        QTest::newRow("byte-order mark") << QByteArray("\xef\xbb\xbf" + oneEntry) << 1;
+        QTest::newRow("not json") << QByteArray("history") << -1;
+        QTest::newRow("one bad among good ones") << QByteArray("[" + oneEntry.mid(1, oneEntry.size() - 2) + ",{\"id\":1}]") << -1;
     }
-    void malformedFileReadsAsEmptyUntilChanged() {
+    void unreadableFileIsKeptAside() {
         QFETCH(QByteArray, content);
+        QFETCH(int, entries);
         const QString path = freshPath();
+        const QString aside = path + QStringLiteral(".unreadable-2025-07-01");
         QVERIFY(writeAll(path, content));
-        HistoryStore store(path);
-        QVERIFY(store.entries().isEmpty());
-        store.waitForPendingSave();
-        QCOMPARE(readAll(path), content);
+        QVERIFY(writeAll(aside, "an earlier casualty the same day"));
+        const QDateTime now(QDate(2025, 7, 1), QTime(23, 0), Qt::UTC);
+        HistoryStore store(path, [&now] { return now; });
+        AppSettings settings(path + QStringLiteral(".ini"));
+        queuetest::RecordingNotifier notifier;
+        queuetest::FakeEngine engine;
+        DownloadQueue queue(settings, store, notifier, engine.services());
         store.record(*finished(QStringLiteral("https://youtu.be/new"), QStringLiteral("New")));
         store.waitForPendingSave();
-        QCOMPARE(HistoryJson::decode(readAll(path)).value_or(QList<HistoryEntry>()).size(), 1);
+
+        QCOMPARE(HistoryStore(path).entries().size(), std::max(entries, 0) + 1);
+        QCOMPARE(readAll(aside), QByteArray("an earlier casualty the same day"));
+        if (entries >= 0) {
+            QCOMPARE(store.loadNotice(), std::nullopt);
+            QCOMPARE(queue.lastMessage(), std::nullopt);
+        } else {
+            QCOMPARE(readAll(aside + QStringLiteral("-2")), content);
+            QCOMPARE(queue.lastMessage(), QStringLiteral("History could not be read \u00B7 kept as history.json.unreadable-2025-07-01-2"));
+        }
     }
 
-    // A save cut short by a crash leaves its temporary copy; the next start sweeps it.
-    void startSweepsHalfWrittenCopies() {
+    // Only this program's own interrupted saves are swept, and only those of earlier runs.
+    void startSweepsOnlyOwnStaleCopies() {
         const QString path = freshPath();
+        const QString folder = QFileInfo(path).absolutePath();
         QVERIFY(writeAll(path, HistoryJson::encode({entry(QStringLiteral("kept"))})));
-        QVERIFY(writeAll(path + QStringLiteral(".Xy12Zq"), "[{\"half"));
+        const QStringList kept = {QStringLiteral(".history.json.vorlix-save-Fr35h1"), QStringLiteral("history.json"),
+                                  QStringLiteral("history.json.Xy12Zq"), QStringLiteral("history.json.backup")};
+        for (const QString &name : kept)
+            if (name != QStringLiteral("history.json"))
+                QVERIFY(writeAll(folder + u'/' + name, "[{\"half"));
+        const QString stale = folder + QStringLiteral("/.history.json.vorlix-save-Ab12Cd");
+        QVERIFY(writeAll(stale, "[{\"half"));
+        QFile old(stale);
+        QVERIFY(old.open(QIODevice::ReadWrite));
+        QVERIFY(old.setFileTime(QDateTime::currentDateTimeUtc().addDays(-1), QFileDevice::FileModificationTime));
+        old.close();
         QCOMPARE(HistoryStore(path).entries().size(), 1);
-        QCOMPARE(QDir(QFileInfo(path).absolutePath()).entryList(QDir::AllEntries | QDir::Hidden | QDir::NoDotAndDotDot),
-                 QStringList{QStringLiteral("history.json")});
+        QCOMPARE(QDir(folder).entryList(QDir::AllEntries | QDir::Hidden | QDir::NoDotAndDotDot, QDir::Name), kept);
     }
 
     void archiveDeleteAndClear() {

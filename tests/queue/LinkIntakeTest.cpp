@@ -74,6 +74,9 @@ private Q_SLOTS:
         QTest::newRow("order of first occurrence, case-sensitive")
             << QStringLiteral("http://b.example\nhttp://a.example\thttp://B.example http://b.example")
             << QStringList{QStringLiteral("http://b.example"), QStringLiteral("http://a.example"), QStringLiteral("http://B.example")};
+        QTest::newRow("Unicode spaces end a link")
+            << QStringLiteral("https://a.example/1\u00A0https://a.example/2\u2028https://a.example/3\u3000x")
+            << QStringList{QStringLiteral("https://a.example/1"), QStringLiteral("https://a.example/2"), QStringLiteral("https://a.example/3")};
         QTest::newRow("bare scheme keeps what is left") << QStringLiteral("https://.") << QStringList{QStringLiteral("https://")};
     }
     void extractURLs() {
@@ -91,7 +94,8 @@ private Q_SLOTS:
                                          << true;
         QTest::newRow("anything else") << QStringList{QStringLiteral("https://spotify.com/track/1"), QStringLiteral("https://notyoutube.com/watch"),
                                                       QStringLiteral("https://evil.example/youtube.com"), QStringLiteral("https://example.com/video"),
-                                                      QStringLiteral("https://youtu.be/x y"), QStringLiteral("ftp://youtube.com/x"),
+                                                      QStringLiteral("https://youtu.be/x y"), QStringLiteral("https://youtu.be/x\u00A0y"),
+                                                      QStringLiteral("https://youtu.be/x\u3000y"), QStringLiteral("ftp://youtube.com/x"),
                                                       QStringLiteral("https:///watch"), QString()}
                                        << false;
     }
@@ -113,13 +117,14 @@ private Q_SLOTS:
                                  std::optional<QString>(), // an image, say
                                  std::optional(QStringLiteral("https://vimeo.com/2\r\nhttps://vimeo.com/3")),
                                  std::optional(QStringLiteral("https://example.com/not-a-media-site")),
-                                 std::optional(QStringLiteral("\u2028 https://soundcloud.com/a/b\u2029https://vimeo.com/4"))}) {
+                                 std::optional(QStringLiteral("\u2028 https://soundcloud.com/a/b\u2029https://vimeo.com/4")),
+                                 std::optional(QStringLiteral("https://vimeo.com/5\u00A0\u3000"))}) {
             clip.copy(text);
             watcher.check();
             watcher.check(); // no change: nothing new
         }
         QCOMPARE(r->urls(), (QStringList{QStringLiteral("https://youtu.be/one"), QStringLiteral("https://vimeo.com/2"),
-                                         QStringLiteral("https://soundcloud.com/a/b")}));
+                                         QStringLiteral("https://soundcloud.com/a/b"), QStringLiteral("https://vimeo.com/5")}));
         QCOMPARE(r->message(), QStringLiteral("Smart Mode \u00B7 queued link"));
     }
 
@@ -167,14 +172,14 @@ private Q_SLOTS:
         InboxWatcher inbox(r->settings, r->queue, [path] { return path; });
         inbox.start();
         QCOMPARE(readFile(path), QByteArray());
-        QVERIFY(writeFile(path, "https://vimeo.com/1\n\n  note: for later \nHTTPS://vimeo.com/2\t\r\n\thttp://example.com/3\n"));
+        QVERIFY(writeFile(path, "https://vimeo.com/1\xc2\xa0\n\n  note: for later \nHTTPS://vimeo.com/2\t\r\n\thttp://example.com/3\xe3\x80\x80sent from my phone\n"));
         inbox.drain();
         QCOMPARE(r->urls(), (QStringList{QStringLiteral("https://vimeo.com/1"), QStringLiteral("HTTPS://vimeo.com/2"),
                                          QStringLiteral("http://example.com/3")}));
         QCOMPARE(readFile(path), QByteArray());
-        QCOMPARE(r->message(), QStringLiteral("Phone \u00B7 queued 3 links"));
+        QCOMPARE(r->message(), QStringLiteral("iPhone \u00B7 queued 3 links"));
         QVERIFY(writeFile(path, "https://vimeo.com/9\n"));
-        QTRY_COMPARE_WITH_TIMEOUT(r->message(), QStringLiteral("Phone \u00B7 queued 1 link"), 7000); // the timer's poll
+        QTRY_COMPARE_WITH_TIMEOUT(r->message(), QStringLiteral("iPhone \u00B7 queued 1 link"), 7000); // the timer's poll
     }
 
     void inboxLeavesNotesAndBadFilesAlone_data() {
@@ -183,7 +188,6 @@ private Q_SLOTS:
         QTest::newRow("only a note") << QByteArray("remember to buy milk\n") << true;
         QTest::newRow("blank lines") << QByteArray("\n \n\t\n") << true;
         QTest::newRow("binary garbage") << QByteArray("https://vimeo.com/1\n\xff\xfe\x00\x80garbage", 24) << true;
-        QTest::newRow("larger than an inbox") << QByteArray("https://vimeo.com/1\n").repeated(300000) << true;
         QTest::newRow("watching off") << QByteArray("https://vimeo.com/1\n") << false;
     }
     void inboxLeavesNotesAndBadFilesAlone() {
@@ -198,6 +202,25 @@ private Q_SLOTS:
         QVERIFY(r->queue.items().isEmpty());
         QVERIFY(readFile(path) == content);
         QVERIFY(!r->queue.lastMessage());
+    }
+
+    // Far more than links were appended: taken 4 MiB of whole lines at a time, said once.
+    void oversizedInboxIsTakenInParts() {
+        auto r = heldRig();
+        const QString path = inboxPath();
+        const QByteArray filler = QByteArray(1023, 'n') + '\n';
+        QVERIFY(writeFile(path, "https://vimeo.com/1\n" + filler.repeated(5000) + "https://vimeo.com/2\n"));
+        InboxWatcher inbox(r->settings, r->queue, [path] { return path; });
+        inbox.drain();
+        QCOMPARE(r->urls(), QStringList{QStringLiteral("https://vimeo.com/1")});
+        QCOMPARE(r->message(), QStringLiteral("iPhone \u00B7 queued 1 link \u00B7 inbox over 4 MB, the rest follows"));
+        const QByteArray rest = readFile(path);
+        QVERIFY(rest.startsWith(filler) && rest.endsWith(QByteArray(filler + "https://vimeo.com/2\n")));
+        QCOMPARE(rest.size() % filler.size(), qsizetype(20)); // whole lines only
+        inbox.drain();
+        QCOMPARE(r->urls(), (QStringList{QStringLiteral("https://vimeo.com/1"), QStringLiteral("https://vimeo.com/2")}));
+        QCOMPARE(readFile(path), QByteArray());
+        QCOMPARE(r->message(), QStringLiteral("iPhone \u00B7 queued 1 link"));
     }
 
     // The file cannot be replaced (its temporary sibling's name is too long for the file system,

@@ -10,10 +10,12 @@
 #include <QCoreApplication>
 #include <QDir>
 #include <QElapsedTimer>
+#include <QEventLoop>
 #include <QProcess>
 
 #include <algorithm>
 #include <cstdio>
+#include <functional>
 #include <list>
 
 namespace {
@@ -59,16 +61,27 @@ void replay(const QString &ffmpeg, const QList<QStringList> &runs) {
     }
     QList<QStringList> thumbnails;
     std::copy_if(runs.begin(), runs.end(), std::back_inserter(thumbnails), isThumbnail);
-    std::list<QProcess> running;
-    for (qsizetype next = 0; next < thumbnails.size() || !running.empty();) {
-        while (running.size() < 4 && next < thumbnails.size()) {
-            running.emplace_back();
-            running.back().setProcessChannelMode(QProcess::MergedChannels);
-            running.back().start(ffmpeg, thumbnails[next++]);
+    // A new extraction starts as soon as any of the four ends.
+    std::list<QProcess> processes;
+    qsizetype next = 0;
+    int active = 0;
+    QEventLoop loop;
+    std::function<void()> fill = [&] {
+        while (active < 4 && next < thumbnails.size()) {
+            QProcess &p = processes.emplace_back();
+            ++active;
+            QObject::connect(&p, &QProcess::finished, &loop, [&] {
+                --active;
+                fill();
+                if (active == 0)
+                    loop.quit();
+            });
+            p.start(ffmpeg, thumbnails[next++]);
         }
-        running.front().waitForFinished(-1);
-        running.pop_front();
-    }
+    };
+    fill();
+    if (active > 0)
+        loop.exec();
 }
 
 double median(QList<double> v) {

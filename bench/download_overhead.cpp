@@ -1,15 +1,24 @@
-// Downloads the same 50 MB file from the local fixture site with the bare yt-dlp command line and
-// through YtDlp::download, alternating, and prints the ratio of the medians (target ≤ 1.05).
+// A link pasted into the queue against the bare engine doing the same work. The queue's pipeline
+// probes, downloads, records the history and notifies; the floor is the engine run twice with the
+// same command lines (probe, then download), started directly. Alternating rounds, medians of 7
+// (or argv[1]); target: pipeline ≤ 1.15 × (probe + download). The ratio to the bare download
+// alone is printed as well: it shows what the probe costs. argv[2] may name another engine zip
+// to run instead of the packaged one (to compare engine builds).
 #include "Await.h"
 #include "FixtureSite.h"
 #include "TestEnv.h"
 
 #include "core/AppSettings.h"
+#include "engine/Tools.h"
 #include "engine/YtDlp.h"
+#include "queue/DesktopNotifier.h"
+#include "queue/DownloadQueue.h"
+#include "queue/HistoryStore.h"
 
 #include <QCoreApplication>
 #include <QDir>
 #include <QElapsedTimer>
+#include <QEventLoop>
 #include <QFileInfo>
 #include <QProcess>
 
@@ -18,40 +27,76 @@
 
 namespace {
 
-double median(QList<double> values) {
-    std::sort(values.begin(), values.end());
-    return values[values.size() / 2];
-}
+struct Stats {
+    QList<double> values;
+    double median() const {
+        QList<double> v = values;
+        std::sort(v.begin(), v.end());
+        return v[v.size() / 2];
+    }
+    double min() const { return *std::min_element(values.begin(), values.end()); }
+    double max() const { return *std::max_element(values.begin(), values.end()); }
+};
 
-double bareRun(const QString &tool, const QString &url, const QString &folder) {
-    QDir(folder).removeRecursively();
-    QElapsedTimer clock;
-    clock.start();
+double seconds(const QElapsedTimer &clock) { return double(clock.nsecsElapsed()) / 1e9; }
+
+void runEngine(const QString &tool, const QStringList &args) {
     QProcess p;
+    p.setStandardOutputFile(QProcess::nullDevice());
     p.setProcessChannelMode(QProcess::ForwardedErrorChannel);
-    p.start(tool, {QStringLiteral("-q"), QStringLiteral("-o"), folder + QStringLiteral("/%(title)s.%(ext)s"), url});
+    p.start(tool, args);
     p.waitForFinished(-1);
-    const double seconds = double(clock.nsecsElapsed()) / 1e9;
-    if (p.exitCode() != 0 || QDir(folder).isEmpty()) {
-        std::fprintf(stderr, "bare yt-dlp failed (%d)\n", p.exitCode());
+    if (p.exitStatus() != QProcess::NormalExit || p.exitCode() != 0) {
+        std::fprintf(stderr, "bare yt-dlp %s failed (%d)\n", qPrintable(args.join(u' ')), p.exitCode());
         std::exit(1);
     }
-    return seconds;
 }
 
-double productRun(const QString &url, const AppSettings &settings, const QString &folder) {
+// The product's own two command lines, without the product around them.
+std::pair<double, double> bareRun(const QString &tool, const QString &url, const AppSettings &settings,
+                                  const QString &folder) {
     QDir(folder).removeRecursively();
-    auto item = DownloadItem::make(url, DownloadMode::bestVideoAudio);
+    const QString pathFile = TestEnv::root() + QStringLiteral("/bare-path.txt");
+    QFile::remove(pathFile);
+    const auto item = DownloadItem::make(url, DownloadMode::bestVideoAudio);
+    const QStringList probe{QStringLiteral("--no-warnings"), QStringLiteral("--no-playlist"), QStringLiteral("--print"),
+                            YtDlp::metadataTemplate, url};
+    const QStringList download = YtDlp::buildArguments(*item, settings, pathFile, folder);
     QElapsedTimer clock;
     clock.start();
-    int reports = 0;
-    const QString path = vtest::await(YtDlp::download(item, settings, folder, {}, [&](const YtDlp::Progress &) { ++reports; }));
-    const double seconds = double(clock.nsecsElapsed()) / 1e9;
-    if (!QFileInfo(path).isFile() || reports == 0) {
-        std::fprintf(stderr, "YtDlp::download gave no file\n");
+    runEngine(tool, probe);
+    const double probed = seconds(clock);
+    runEngine(tool, download);
+    const double total = seconds(clock);
+    if (QDir(folder).isEmpty()) {
+        std::fprintf(stderr, "bare yt-dlp left no file\n");
         std::exit(1);
     }
-    return seconds;
+    return {total, total - probed};
+}
+
+double pipelineRun(DownloadQueue &queue, const QString &url, const QString &folder) {
+    QDir(folder).removeRecursively();
+    QEventLoop loop;
+    const auto connection = QObject::connect(&queue, &DownloadQueue::lastMessageChanged, &loop, [&] {
+        const QString m = queue.lastMessage().value_or(QString());
+        if (m.startsWith(QStringLiteral("Saved")) || m.startsWith(QStringLiteral("Failed")))
+            loop.quit();
+    });
+    QElapsedTimer clock;
+    clock.start();
+    queue.add(url, DownloadMode::bestVideoAudio);
+    loop.exec();
+    const double elapsed = seconds(clock);
+    QObject::disconnect(connection);
+    const QString message = queue.lastMessage().value_or(QString());
+    const auto item = queue.items().isEmpty() ? nullptr : queue.items().first();
+    if (!message.startsWith(QStringLiteral("Saved")) || !item || !QFileInfo(item->finalFileURL().toLocalFile()).isFile()) {
+        std::fprintf(stderr, "the queue did not save the file: %s\n", qPrintable(message));
+        std::exit(1);
+    }
+    queue.remove(item);
+    return elapsed;
 }
 
 } // namespace
@@ -59,8 +104,13 @@ double productRun(const QString &url, const AppSettings &settings, const QString
 int main(int argc, char **argv) {
     TestEnv::setUp();
     QCoreApplication app(argc, argv);
-    const int rounds = argc > 1 ? std::max(1, std::atoi(argv[1])) : 5;
+    const int rounds = argc > 1 ? std::max(3, std::atoi(argv[1])) : 7;
 
+    if (argc > 2) {
+        QDir().mkpath(TestEnv::toolDir());
+        if (!QFile::copy(QString::fromLocal8Bit(argv[2]), TestEnv::toolDir() + QStringLiteral("/yt-dlp")))
+            return 1;
+    }
     FixtureSite site;
     if (!site.isRunning())
         return 1;
@@ -78,17 +128,31 @@ int main(int argc, char **argv) {
 
     const QString tool = Tools::ytDlpURL();
     const QString url = site.url(QStringLiteral("/big.mp4"));
-    AppSettings settings(TestEnv::root() + QStringLiteral("/bench.ini"));
     const QString folder = TestEnv::root() + QStringLiteral("/bench-out");
+    AppSettings settings(TestEnv::root() + QStringLiteral("/bench.ini"));
+    settings.setDownloadFolderPath(folder);
+    settings.setOrganizeDownloads(false);
+    settings.setAutoAnalyzeAudio(false);
+    HistoryStore history(TestEnv::root() + QStringLiteral("/history.json"));
+    DesktopNotifier notifier;
+    DownloadQueue queue(settings, history, notifier, DownloadQueue::Services::real());
+    queue.setAutoClearDelay(600000);
 
-    bareRun(tool, url, folder); // warm the caches once
-    QList<double> bare, product;
+    bareRun(tool, url, settings, folder); // warm the caches once
+    Stats bare, bareDownload, pipeline;
     for (int i = 0; i < rounds; ++i) {
-        bare << bareRun(tool, url, folder);
-        product << productRun(url, settings, folder);
+        const auto [total, download] = bareRun(tool, url, settings, folder);
+        bare.values << total;
+        bareDownload.values << download;
+        pipeline.values << pipelineRun(queue, url, folder);
     }
-    std::printf("bare_seconds_median %.3f\n", median(bare));
-    std::printf("download_seconds_median %.3f\n", median(product));
-    std::printf("download_vs_bare_ratio %.3f\n", median(product) / median(bare));
+    const auto show = [](const char *name, const Stats &s) {
+        std::printf("%s_seconds min/median/max %.3f / %.3f / %.3f\n", name, s.min(), s.median(), s.max());
+    };
+    show("bare_probe_and_download", bare);
+    show("bare_download", bareDownload);
+    show("pipeline", pipeline);
+    std::printf("pipeline_vs_bare_probe_and_download_ratio %.3f (target <= 1.15)\n", pipeline.median() / bare.median());
+    std::printf("pipeline_vs_bare_download_ratio %.3f\n", pipeline.median() / bareDownload.median());
     return 0;
 }

@@ -1,129 +1,119 @@
-// Six downloads at once whose downloader floods progress lines as fast as it can. Prints the
-// main thread's cost per progress line, how often each item is actually updated, and the
-// application's CPU time against the stubs' own.
+// The real main window with six downloads whose downloader prints progress at the rate a real
+// engine does (1 and 10 lines a second per item), against the same window idle for as long.
+// Prints the main thread's CPU use in percent of one core for each, and the difference.
 #include "TestEnv.h"
 
 #include "core/AppSettings.h"
+#include "engine/SelfHealer.h"
 #include "engine/Tools.h"
+#include "queue/ClipboardSource.h"
+#include "queue/ClipboardWatcher.h"
 #include "queue/DownloadQueue.h"
 #include "queue/HistoryStore.h"
 #include "queue/Notifier.h"
+#include "ui/Brand.h"
+#include "ui/ContentView.h"
 
-#include <QCoreApplication>
+#include <QApplication>
 #include <QElapsedTimer>
-#include <QHash>
 #include <QTimer>
 
 #include <cstdio>
-
-#include <sys/resource.h>
+#include <ctime>
 
 namespace {
 
 constexpr int downloads = 6;
-constexpr int linesPerDownload = 20000;
+constexpr int seconds = 10;
 
 struct SilentNotifier : Notifier {
     void post(const QString &, const QString &) override {}
 };
 
-QCoro::Task<ProbeResult> instantProbe(QString url)
-{
+struct NoClipboard : ClipboardSource {
+    qint64 changeCount() const override { return 0; }
+    std::optional<QString> text() const override { return std::nullopt; }
+};
+
+QCoro::Task<ProbeResult> instantProbe(QString url) {
     ProbeResult r;
     r.title = url;
     co_return r;
 }
 
-double seconds(const timeval &tv) { return double(tv.tv_sec) + double(tv.tv_usec) / 1e6; }
+double threadCpuSeconds() {
+    timespec ts{};
+    ::clock_gettime(CLOCK_THREAD_CPUTIME_ID, &ts);
+    return double(ts.tv_sec) + double(ts.tv_nsec) / 1e9;
+}
 
-} // namespace
-
-int main(int argc, char **argv)
-{
-    TestEnv::setUp();
-    QCoreApplication app(argc, argv);
-
-    // Prints every line at once, then reports a finished file through the path file.
-    const QString n = QString::number(linesPerDownload);
-    TestEnv::writeStubTool(Tools::ytDlpName,
+// Main-thread CPU in percent of one core while the window runs for `secondsToRun`, with
+// `linesPerSecond` progress lines per item from six downloads (none: the window idle).
+double mainThreadCpuPercent(QApplication &app, int linesPerSecond) {
+    const QString dir = TestEnv::root() + QStringLiteral("/rate-") + QString::number(linesPerSecond);
+    const int lines = linesPerSecond * (seconds + 5); // still printing when the measurement ends
+    TestEnv::writeStubTool(
+        Tools::ytDlpName,
         QStringLiteral("pf=; out=; while [ $# -gt 0 ]; do\n"
                        "  [ \"$1\" = --print-to-file ] && pf=\"$3\"\n"
                        "  [ \"$1\" = -o ] && out=$(dirname \"$2\")\n"
                        "  shift; done\n"
-                       "awk 'BEGIN { for (i = 1; i <= ") + n
-            + QStringLiteral("; i++) printf \"VORLIX|%5.1f%%|1.0MiB/s|00:%02d\\n\", i * 100.0 / ") + n
-            + QStringLiteral(", i % 60 }'\n"
-                             "f=\"$out/bench-$$.mp4\"; : > \"$f\"; printf '%s\\n' \"$f\" > \"$pf\"\n"));
+                       "i=1; while [ $i -le %1 ]; do\n"
+                       "  printf 'VORLIX|%5s%%|2.4MiB/s|00:%02d\\n' $((i * 1000 / %1 / 10)).$((i * 1000 / %1 % 10)) $((i % 60))\n"
+                       "  sleep %2; i=$((i + 1)); done\n"
+                       "f=\"$out/bench-$$.mp4\"; : > \"$f\"; printf '%s\\n' \"$f\" > \"$pf\"\n")
+            .arg(lines)
+            .arg(1.0 / std::max(linesPerSecond, 1)));
 
-    AppSettings settings(TestEnv::root() + QStringLiteral("/bench.ini"));
+    AppSettings settings(dir + QStringLiteral("/settings.ini"));
     settings.setMaxConcurrent(downloads);
-    settings.setDownloadFolderPath(TestEnv::root() + QStringLiteral("/bench-downloads"));
-    HistoryStore history(TestEnv::root() + QStringLiteral("/bench-history.json"));
+    settings.setDownloadFolderPath(dir + QStringLiteral("/downloads"));
+    HistoryStore history(dir + QStringLiteral("/history.json"));
     SilentNotifier notifier;
-
-    qint64 callbackNanos = 0;
-    qint64 lines = 0;
     auto services = DownloadQueue::Services::real();
     services.probe = [](QString url) { return instantProbe(std::move(url)); };
-    auto realDownload = services.download;
-    services.download = [&, realDownload](DownloadItemPtr job, const AppSettings &s, QString dir,
-                                          YtDlp::RegisterFn reg, YtDlp::ProgressFn progress) {
-        YtDlp::ProgressFn timed = [&callbackNanos, &lines, progress](const YtDlp::Progress &p) {
-            QElapsedTimer t;
-            t.start();
-            progress(p);
-            callbackNanos += t.nsecsElapsed();
-            ++lines;
-        };
-        return realDownload(std::move(job), s, std::move(dir), std::move(reg), std::move(timed));
-    };
     DownloadQueue queue(settings, history, notifier, std::move(services));
+    NoClipboard clipboard;
+    ClipboardWatcher watcher(clipboard, settings, queue);
+    SelfHealer healer(settings, [] { return QString(); }, [] { return 0.0; });
+    ContentView view(queue, settings, healer, watcher, clipboard);
+    view.resize(860, 560);
+    view.show();
+    QCoreApplication::processEvents();
 
-    QHash<DownloadItem *, int> progressWrites;
-    QHash<DownloadItem *, double> lastProgress;
+    const double cpuBefore = threadCpuSeconds();
     QElapsedTimer wall;
     wall.start();
-    for (int i = 0; i < downloads; ++i)
-        queue.add(QStringLiteral("https://bench.example/item") + QString::number(i));
-    for (const auto &item : queue.items()) {
-        DownloadItem *raw = item.get();
-        QObject::connect(raw, &DownloadItem::changed, &app, [&, raw] {
-            if (raw->progress() != lastProgress.value(raw, -1)) {
-                lastProgress[raw] = raw->progress();
-                ++progressWrites[raw];
-            }
-        });
-    }
-    QTimer poll;
-    QObject::connect(&poll, &QTimer::timeout, &app, [&] {
-        if (queue.running() == 0)
-            app.quit();
-    });
-    poll.start(20);
+    if (linesPerSecond > 0)
+        for (int i = 0; i < downloads; ++i)
+            queue.add(QStringLiteral("https://bench.example/item") + QString::number(i));
+    QTimer::singleShot(seconds * 1000, &app, &QCoreApplication::quit);
     app.exec();
+    const double cpu = threadCpuSeconds() - cpuBefore;
     const double elapsed = double(wall.nsecsElapsed()) / 1e9;
-
-    int done = 0;
-    int writes = 0;
-    for (const auto &item : queue.items()) {
-        done += item->state().is(ItemState::Kind::done) ? 1 : 0;
-        writes += progressWrites.value(item.get());
+    if (linesPerSecond > 0 && queue.running() != downloads) {
+        std::fprintf(stderr, "expected %d downloads running, found %d\n", downloads, queue.running());
+        std::exit(1);
     }
-    rusage self{}, children{};
-    getrusage(RUSAGE_SELF, &self);
-    getrusage(RUSAGE_CHILDREN, &children);
-    const double selfCpu = seconds(self.ru_utime) + seconds(self.ru_stime);
-    const double childCpu = seconds(children.ru_utime) + seconds(children.ru_stime);
+    for (const DownloadItemPtr &item : queue.items())
+        queue.cancel(item);
+    QCoreApplication::processEvents();
+    return 100.0 * cpu / elapsed;
+}
 
-    std::printf("downloads finished: %d of %d in %.2f s\n", done, downloads, elapsed);
-    std::printf("progress lines handled: %lld\n", static_cast<long long>(lines));
-    std::printf("main-thread time per progress line (applyProgress): %.2f us\n",
-                lines ? double(callbackNanos) / 1000.0 / double(lines) : 0.0);
-    std::printf("process CPU per progress line (read, parse, apply): %.2f us\n",
-                lines ? selfCpu * 1e6 / double(lines) : 0.0);
-    std::printf("item progress updates per second per item: %.2f (of %.0f lines per second per item)\n",
-                double(writes) / downloads / elapsed, double(lines) / downloads / elapsed);
-    std::printf("process CPU / stubs' CPU: %.3f (%.3f s / %.3f s)\n", childCpu > 0 ? selfCpu / childCpu : 0.0, selfCpu,
-                childCpu);
-    return done == downloads ? 0 : 1;
+} // namespace
+
+int main(int argc, char **argv) {
+    TestEnv::setUp();
+    QApplication app(argc, argv);
+    Brand::applyDarkAppearance(app);
+    const double idle = mainThreadCpuPercent(app, 0);
+    std::printf("main thread, window idle: %.2f %% of one core over %d s\n", idle, seconds);
+    for (const int rate : {1, 10}) {
+        const double busy = mainThreadCpuPercent(app, rate);
+        std::printf("main thread, %d downloads at %d progress lines/s each: %.2f %% of one core; "
+                    "above idle: %.2f points (target <= 5)\n",
+                    downloads, rate, busy, busy - idle);
+    }
+    return 0;
 }

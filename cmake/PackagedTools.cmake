@@ -15,7 +15,7 @@ add_custom_command(
   OUTPUT ${VORLIX_TOOLS_DIR}/yt-dlp
   COMMAND ${CMAKE_COMMAND} -E make_directory ${VORLIX_TOOLS_DIR}
   COMMAND ${DEBIAN_PYTHON} ${CMAKE_SOURCE_DIR}/scripts/make-ytdlp-zip.py ${VORLIX_TOOLS_DIR}/yt-dlp
-  DEPENDS ${CMAKE_SOURCE_DIR}/scripts/make-ytdlp-zip.py
+  DEPENDS ${CMAKE_SOURCE_DIR}/scripts/make-ytdlp-zip.py ${CMAKE_SOURCE_DIR}/scripts/ytdlp_bytecode.py
   COMMENT "Packing the self-updatable yt-dlp")
 set(packaged ${VORLIX_TOOLS_DIR}/yt-dlp)
 

@@ -4,10 +4,14 @@
 Debian's own yt-dlp refuses to update itself (its version.py names the variant "debian").
 The same sources zipped with VARIANT and UPDATE_HINT cleared behave like the official
 zip release, so `yt-dlp -U` on the installed copy replaces itself in place.
+The zip also carries bytecode for the interpreter that `/usr/bin/env python3` finds, the one
+that runs it, so the engine does not compile itself at every start.
 """
 import io
 import os
 import re
+import shutil
+import subprocess
 import sys
 import zipfile
 
@@ -37,9 +41,16 @@ with zipfile.ZipFile(buf, "w", zipfile.ZIP_DEFLATED) as z:
     info = zipfile.ZipInfo("__main__.py", date_time=(2000, 1, 1, 0, 0, 0))
     z.writestr(info, main)
 
+src_tmp = out + ".src.tmp"
 tmp = out + ".tmp"
-with open(tmp, "wb") as f:
+with open(src_tmp, "wb") as f:
     f.write(b"#!/usr/bin/env python3\n")
     f.write(buf.getvalue())
+try:
+    runner = shutil.which("python3") or sys.executable
+    bytecode = os.path.join(os.path.dirname(os.path.abspath(__file__)), "ytdlp_bytecode.py")
+    subprocess.run([runner, "-I", bytecode, src_tmp, tmp], check=True)
+finally:
+    os.remove(src_tmp)
 os.chmod(tmp, 0o755)
 os.replace(tmp, out)

@@ -1,4 +1,5 @@
 #include "analysis/PracticeMode.h"
+#include "analysis/AudioFeatures.h"
 
 #include <kissfft/kiss_fft.h>
 
@@ -99,31 +100,27 @@ size_t keyFrameCount(size_t samples) { return samples < size_t(keyFrame) ? 0 : (
 // The frames are real, so two of them share one complex transform (one as the real part, one as
 // the imaginary part) and are told apart by the spectrum's symmetry: for a frame pair a + i·b,
 // A[k] = (Z[k] + conj Z[N−k]) / 2 and B[k] = (Z[k] − conj Z[N−k]) / 2i. Same bins, half the work.
-std::optional<Chroma> pitchClassPower(const std::vector<float> &samples, size_t first, size_t last) {
-    last = std::min(last, keyFrameCount(samples.size()));
-    const std::unique_ptr<kiss_fft_state, KissDeleter> cfg(kiss_fft_alloc(keyFrame, 0, nullptr, nullptr));
-    if (!cfg)
-        return std::nullopt;
-    const auto &window = hannWindow();
-    const auto &pitchClass = binPitchClasses();
-    std::vector<kiss_fft_cpx> in(keyFrame);
-    std::vector<kiss_fft_cpx> out(keyFrame);
-    std::vector<float> secondPower(keyFrame / 2);
-    Chroma sums{};
-    for (size_t frameIndex = first; frameIndex < last; frameIndex += 2) {
-        const float *a = samples.data() + frameIndex * keyHop;
-        const bool paired = frameIndex + 1 < last;
-        const float *b = paired ? a + keyHop : nullptr;
+struct AudioFeatures::Dft {
+    std::unique_ptr<kiss_fft_state, KissDeleter> cfg{kiss_fft_alloc(keyFrame, 0, nullptr, nullptr)};
+    std::vector<kiss_fft_cpx> in = std::vector<kiss_fft_cpx>(keyFrame);
+    std::vector<kiss_fft_cpx> out = std::vector<kiss_fft_cpx>(keyFrame);
+    std::vector<float> secondPower = std::vector<float>(keyFrame / 2);
+
+    // Band power per pitch class of frame a, plus frame b's when there is one.
+    Chroma power(const float *a, const float *b) {
+        const auto &window = hannWindow();
+        const auto &pitchClass = binPitchClasses();
         for (size_t i = 0; i < size_t(keyFrame); ++i)
             in[i] = {a[i] * window[i], b ? b[i] * window[i] : 0.0f};
         kiss_fft(cfg.get(), in.data(), out.data());
+        Chroma sums{};
         for (size_t bin = 2; bin < size_t(keyFrame / 2); ++bin) {
             const int pc = pitchClass[bin];
             if (pc < 0)
                 continue;
             const kiss_fft_cpx z = out[bin];
             const kiss_fft_cpx m = out[size_t(keyFrame) - bin];
-            if (!paired) {
+            if (!b) {
                 sums[size_t(pc)] += z.r * z.r + z.i * z.i;
                 continue;
             }
@@ -132,33 +129,132 @@ std::optional<Chroma> pitchClassPower(const std::vector<float> &samples, size_t 
             sums[size_t(pc)] += ar * ar + ai * ai;
             secondPower[bin] = br * br + bi * bi;
         }
-        if (paired)
+        if (b)
             for (size_t bin = 2; bin < size_t(keyFrame / 2); ++bin)
                 if (const int pc = pitchClass[bin]; pc >= 0)
                     sums[size_t(pc)] += secondPower[bin];
+        return sums;
     }
-    return sums;
+};
+
+namespace {
+
+// Chroma of the key frames [first, last), two at a time from `first`.
+std::optional<std::vector<Chroma>> pairPowers(const std::vector<float> &samples, size_t first, size_t last) {
+    last = std::min(last, keyFrameCount(samples.size()));
+    AudioFeatures::Dft dft;
+    if (!dft.cfg)
+        return std::nullopt;
+    std::vector<Chroma> pairs;
+    for (size_t frame = first; frame < last; frame += 2) {
+        const float *a = samples.data() + frame * keyHop;
+        pairs.push_back(dft.power(a, frame + 1 < last ? a + keyHop : nullptr));
+    }
+    return pairs;
 }
 
-std::optional<std::vector<double>> onsetEnvelope(const std::vector<float> &samples) {
-    if (samples.size() <= minimumOnsetSamples)
+// Summed in frame order, whichever way the pairs were computed.
+Chroma sum(const std::vector<Chroma> &pairs) {
+    Chroma total{};
+    for (const Chroma &pair : pairs)
+        for (size_t i = 0; i < 12; ++i)
+            total[i] += pair[i];
+    return total;
+}
+
+double frameRms(const float *frame) {
+    double sumSquares = 0;
+    for (size_t i = 0; i < onsetFrame; ++i)
+        sumSquares += double(frame[i]) * frame[i];
+    return std::sqrt(sumSquares * (1.0 / onsetFrame));
+}
+
+std::optional<QString> keyOf(const Chroma &total) {
+    if (!(std::accumulate(total.begin(), total.end(), 0.0) > 0))
         return std::nullopt;
-    const size_t frames = (samples.size() - onsetFrame) / onsetHop + 1;
-    std::vector<double> envelope(frames);
-    double previous = 0;
-    for (size_t k = 0; k < frames; ++k) {
-        const float *frame = samples.data() + k * onsetHop;
-        double sumSquares = 0;
-        for (size_t i = 0; i < onsetFrame; ++i)
-            sumSquares += double(frame[i]) * frame[i];
-        const double rms = std::sqrt(sumSquares * (1.0 / onsetFrame));
-        envelope[k] = k == 0 ? 0 : std::max(0.0, rms - previous);
-        previous = rms;
+    double bestCorrelation = -std::numeric_limits<double>::infinity();
+    QString bestName;
+    for (int tonic = 0; tonic < 12; ++tonic) {
+        for (const bool minor : {false, true}) {
+            const auto &profile = minor ? minorProfile : majorProfile;
+            std::array<double, 12> rotated{};
+            for (int i = 0; i < 12; ++i)
+                rotated[size_t(i)] = profile[size_t(((i - tonic) % 12 + 12) % 12)];
+            const double r = pearson(total, rotated);
+            // Strictly greater: ties keep the lower tonic, and major before minor.
+            if (bestName.isEmpty() || r > bestCorrelation) {
+                bestCorrelation = r;
+                bestName = keyName(tonic, minor);
+            }
+        }
     }
-    const double mean = std::accumulate(envelope.begin(), envelope.end(), 0.0) / double(frames);
+    if (!(bestCorrelation > keyAcceptance))
+        return std::nullopt;
+    return bestName;
+}
+
+} // namespace
+
+AudioFeatures::AudioFeatures(bool withKey) : m_withKey(withKey) {
+    if (withKey)
+        m_dft = std::make_unique<Dft>();
+}
+
+AudioFeatures::~AudioFeatures() = default;
+
+void AudioFeatures::advance(const float *samples, size_t available, bool last) {
+    if (available >= onsetFrame) {
+        const size_t frames = (available - onsetFrame) / onsetHop + 1;
+        for (size_t k = m_rms.size(); k < frames; ++k)
+            m_rms.push_back(frameRms(samples + k * onsetHop));
+    }
+    if (!m_dft || !m_dft->cfg)
+        return;
+    const size_t frames = keyFrameCount(available);
+    for (; m_keyFrames + 2 <= frames; m_keyFrames += 2) {
+        const float *a = samples + m_keyFrames * keyHop;
+        m_pairs.push_back(m_dft->power(a, a + keyHop));
+    }
+    if (last && m_keyFrames < frames) {
+        m_pairs.push_back(m_dft->power(samples + m_keyFrames * keyHop, nullptr));
+        ++m_keyFrames;
+    }
+}
+
+std::optional<std::vector<double>> AudioFeatures::onsetEnvelope(size_t totalSamples) const {
+    if (totalSamples <= minimumOnsetSamples)
+        return std::nullopt;
+    std::vector<double> envelope(m_rms.size());
+    for (size_t k = 1; k < m_rms.size(); ++k)
+        envelope[k] = std::max(0.0, m_rms[k] - m_rms[k - 1]);
+    const double mean = std::accumulate(envelope.begin(), envelope.end(), 0.0) / double(envelope.size());
     for (double &e : envelope)
         e -= mean;
     return envelope;
+}
+
+std::optional<Chroma> AudioFeatures::chroma() const {
+    if (!m_dft || !m_dft->cfg)
+        return std::nullopt;
+    return sum(m_pairs);
+}
+
+std::optional<QString> AudioFeatures::key(size_t totalSamples) const {
+    if (totalSamples <= minimumKeySamples)
+        return std::nullopt;
+    const auto total = chroma();
+    return total ? keyOf(*total) : std::nullopt;
+}
+
+std::optional<Chroma> pitchClassPower(const std::vector<float> &samples, size_t first, size_t last) {
+    const auto pairs = pairPowers(samples, first, last);
+    return pairs ? std::optional<Chroma>(sum(*pairs)) : std::nullopt;
+}
+
+std::optional<std::vector<double>> onsetEnvelope(const std::vector<float> &samples) {
+    AudioFeatures features(false);
+    features.advance(samples.data(), samples.size(), true);
+    return features.onsetEnvelope(samples.size());
 }
 
 std::optional<double> estimateBPM(const std::vector<double> &onset) {
@@ -221,38 +317,15 @@ std::optional<QString> estimateKey(const std::vector<float> &samples) {
         return std::nullopt;
     // The DFTs are most of an analysis' cost: the second half of the frames runs on another core.
     const size_t frames = keyFrameCount(samples.size());
-    const size_t split = frames / 4 * 2; // even, so both halves pair their frames
-    QFuture<std::optional<Chroma>> secondHalf =
-        QtConcurrent::run([&samples, split, frames] { return pitchClassPower(samples, split, frames); });
-    const std::optional<Chroma> firstHalf = pitchClassPower(samples, 0, split);
-    const std::optional<Chroma> rest = secondHalf.result();
-    if (!firstHalf || !rest)
+    const size_t split = frames / 4 * 2; // even, so both halves pair their frames as one run would
+    QFuture<std::optional<std::vector<Chroma>>> secondHalf =
+        QtConcurrent::run([&samples, split, frames] { return pairPowers(samples, split, frames); });
+    std::optional<std::vector<Chroma>> pairs = pairPowers(samples, 0, split);
+    const std::optional<std::vector<Chroma>> rest = secondHalf.result();
+    if (!pairs || !rest)
         return std::nullopt;
-    Chroma total{};
-    for (size_t i = 0; i < 12; ++i)
-        total[i] = (*firstHalf)[i] + (*rest)[i];
-    if (!(std::accumulate(total.begin(), total.end(), 0.0) > 0))
-        return std::nullopt;
-
-    double bestCorrelation = -std::numeric_limits<double>::infinity();
-    QString bestName;
-    for (int tonic = 0; tonic < 12; ++tonic) {
-        for (const bool minor : {false, true}) {
-            const auto &profile = minor ? minorProfile : majorProfile;
-            std::array<double, 12> rotated{};
-            for (int i = 0; i < 12; ++i)
-                rotated[size_t(i)] = profile[size_t(((i - tonic) % 12 + 12) % 12)];
-            const double r = pearson(total, rotated);
-            // Strictly greater: ties keep the lower tonic, and major before minor.
-            if (bestName.isEmpty() || r > bestCorrelation) {
-                bestCorrelation = r;
-                bestName = keyName(tonic, minor);
-            }
-        }
-    }
-    if (!(bestCorrelation > keyAcceptance))
-        return std::nullopt;
-    return bestName;
+    pairs->insert(pairs->end(), rest->begin(), rest->end());
+    return keyOf(sum(*pairs));
 }
 
 QString keyName(int pitchClass, bool minor) {

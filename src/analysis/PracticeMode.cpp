@@ -1,18 +1,24 @@
 #include "analysis/PracticeMode.h"
 
-#include "core/TempFile.h"
-
+#include "analysis/AudioFeatures.h"
+#include "engine/ProcessStart.h"
 #include "engine/Tools.h"
 
 #include <QCoroFuture>
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
-#include <QUuid>
+#include <QProcess>
+#include <QTimer>
 #include <QtConcurrent/QtConcurrentRun>
+
+#include <QCoroSignal>
 
 #include <charconv>
 #include <cmath>
+#include <cstdint>
+#include <memory>
+#include <unistd.h>
 
 namespace PracticeMode {
 namespace {
@@ -22,17 +28,101 @@ constexpr double beatGridTimeout = 300;
 constexpr double renderTimeout = 600;
 constexpr size_t minimumAnalyzeSamples = 110250; // 5 s
 
-// Decodes the first `span` seconds of `input` to 22050 Hz mono 16-bit PCM.
-QCoro::Task<bool> decodeToWav(QString ffmpeg, QString input, QString wav, QString span, double timeout) {
-    const QStringList args{QStringLiteral("-y"), QStringLiteral("-i"), input, QStringLiteral("-ac"), QStringLiteral("1"),
-                           QStringLiteral("-ar"), QString::number(analysisSampleRate), QStringLiteral("-t"), span,
-                           QStringLiteral("-f"), QStringLiteral("wav"), wav};
-    try {
-        const Tools::RunResult result = co_await Tools::run(ffmpeg, args, timeout);
-        co_return result.status == 0;
-    } catch (...) {
-        co_return false;
+// The decoder's raw 16-bit output as it arrives, converted to floats in a buffer that only the
+// main thread grows, and handed in batches to the thread pool, one batch at a time.
+struct SampleStream {
+    std::shared_ptr<AudioFeatures> features;
+    std::vector<float> samples;
+    QByteArray pending; // bytes not converted yet: an odd last byte, or no room while a batch runs
+    size_t handed = 0;  // samples the batches have been given
+    QFuture<void> batch;
+
+    static constexpr size_t minimumBatch = 32768; // ≈1.5 s of audio
+
+    bool batchRunning() const { return batch.isValid() && !batch.isFinished(); }
+
+    void append(const QByteArray &bytes) {
+        pending += bytes;
+        size_t count = size_t(pending.size() / 2);
+        const size_t room = samples.capacity() - samples.size();
+        if (count > room) {
+            // The running batch reads the buffer, so it may only move once that batch is done.
+            if (batchRunning())
+                count = room;
+            else
+                samples.reserve(std::max(samples.capacity() * 2, samples.size() + count));
+        }
+        const size_t first = samples.size();
+        samples.resize(first + count);
+        constexpr float scale = 1.0f / 32768.0f;
+        const auto *u = reinterpret_cast<const uchar *>(pending.constData());
+        for (size_t i = 0; i < count; ++i)
+            samples[first + i] = float(std::int16_t(quint16(u[2 * i]) | quint16(u[2 * i + 1]) << 8)) * scale;
+        pending.remove(0, qsizetype(count * 2));
     }
+
+    void startBatch(bool last) {
+        if (batchRunning() || (!last && samples.size() - handed < minimumBatch))
+            return;
+        handed = samples.size();
+        batch = QtConcurrent::run([features = features, data = samples.data(), n = handed, last] {
+            features->advance(data, n, last);
+        });
+    }
+};
+
+// Decodes the first `span` seconds of `input` to 22050 Hz mono 16-bit PCM on a pipe, feeding
+// `features` while it decodes. The number of samples, or none when the decode failed.
+QCoro::Task<std::optional<size_t>> decodeInto(QString ffmpeg, QString input, QString span, double timeout,
+                                              std::shared_ptr<AudioFeatures> features) {
+    try {
+        Tools::ensureLaunchable(ffmpeg);
+    } catch (const Tools::LaunchError &) {
+        co_return std::nullopt;
+    }
+    SampleStream stream;
+    stream.features = std::move(features);
+    stream.samples.reserve(size_t(span.toInt() + 1) * analysisSampleRate);
+
+    QProcess process;
+    process.setProgram(ffmpeg);
+    process.setArguments({QStringLiteral("-nostdin"), QStringLiteral("-i"), input, QStringLiteral("-ac"),
+                          QStringLiteral("1"), QStringLiteral("-ar"), QString::number(analysisSampleRate),
+                          QStringLiteral("-t"), span, QStringLiteral("-f"), QStringLiteral("s16le"),
+                          QStringLiteral("pipe:1")});
+    process.setStandardErrorFile(QProcess::nullDevice());
+    process.setChildProcessModifier([] { ::setpgid(0, 0); });
+    QObject::connect(&process, &QProcess::readyReadStandardOutput, &process, [&stream, &process] {
+        stream.append(process.readAllStandardOutput());
+        stream.startBatch(false);
+    });
+    process.start(QIODevice::ReadOnly);
+    const bool started = co_await Tools::waitUntilStarted(process);
+    if (!started)
+        co_return std::nullopt;
+
+    const qint64 pid = process.processId();
+    QTimer deadline;
+    deadline.setSingleShot(true);
+    deadline.setInterval(int(timeout * 1000));
+    QObject::connect(&deadline, &QTimer::timeout, &process, [&process, pid] {
+        if (process.state() == QProcess::Running)
+            Tools::terminateProcessGroup(pid);
+    });
+    deadline.start();
+    if (process.state() != QProcess::NotRunning)
+        co_await qCoro(&process, &QProcess::finished);
+    deadline.stop();
+    QObject::disconnect(&process, &QProcess::readyReadStandardOutput, nullptr, nullptr);
+
+    if (stream.batch.isValid())
+        co_await stream.batch;
+    if (process.exitStatus() != QProcess::NormalExit || process.exitCode() != 0)
+        co_return std::nullopt;
+    stream.append(process.readAllStandardOutput()); // with whatever waited for room
+    stream.startBatch(true);
+    co_await stream.batch;
+    co_return stream.samples.size();
 }
 
 // A file-producing run counts only when it launched, exited 0 and left its output behind.
@@ -49,26 +139,13 @@ QCoro::Task<std::optional<QUrl>> runRender(QString ffmpeg, QString input, QStrin
     co_return std::nullopt;
 }
 
-Analysis analyzeSamples(const QString &wav) {
-    const auto samples = readMonoWav16(wav);
-    if (!samples || samples->size() <= minimumAnalyzeSamples)
-        return {};
-    // The tempo search is cheap; it runs beside the key's DFTs.
-    QFuture<std::optional<double>> bpm = QtConcurrent::run([&samples]() -> std::optional<double> {
-        const auto onset = onsetEnvelope(*samples);
-        return onset ? estimateBPM(*onset) : std::nullopt;
-    });
-    Analysis analysis;
-    analysis.key = estimateKey(*samples);
-    analysis.bpm = bpm.result();
-    return analysis;
+Analysis analysisOf(const AudioFeatures &features, size_t samples) {
+    const auto onset = features.onsetEnvelope(samples);
+    return Analysis{onset ? estimateBPM(*onset) : std::nullopt, features.key(samples)};
 }
 
-std::optional<BeatGrid> gridFromWav(const QString &wav) {
-    const auto samples = readMonoWav16(wav);
-    if (!samples)
-        return std::nullopt;
-    const auto onset = onsetEnvelope(*samples);
+std::optional<BeatGrid> gridOf(const AudioFeatures &features, size_t samples) {
+    const auto onset = features.onsetEnvelope(samples);
     if (!onset)
         return std::nullopt;
     const auto bpm = estimateBPM(*onset);
@@ -94,29 +171,29 @@ QCoro::Task<std::optional<BeatGrid>> beatGrid(QUrl file) {
 }
 
 QCoro::Task<Analysis> analyze(QUrl file, QString ffmpeg) {
-    const RemoveOnExit wav(temporaryFilePath(QStringLiteral("vorlix-analyze-"), QStringLiteral(".wav")));
     if (ffmpeg.isEmpty())
         co_return Analysis{};
+    const auto features = std::make_shared<AudioFeatures>(true);
     const QString input = file.toLocalFile();
     const QString span = QStringLiteral("120");
-    const bool decoded = co_await decodeToWav(ffmpeg, input, wav.path(), span, analyzeTimeout);
-    if (!decoded)
+    const std::optional<size_t> samples = co_await decodeInto(ffmpeg, input, span, analyzeTimeout, features);
+    if (!samples || *samples <= minimumAnalyzeSamples)
         co_return Analysis{};
-    QFuture<Analysis> job = QtConcurrent::run(analyzeSamples, wav.path());
+    QFuture<Analysis> job = QtConcurrent::run([features, n = *samples] { return analysisOf(*features, n); });
     const Analysis analysis = co_await job;
     co_return analysis;
 }
 
 QCoro::Task<std::optional<BeatGrid>> beatGrid(QUrl file, QString ffmpeg) {
-    const RemoveOnExit wav(temporaryFilePath(QStringLiteral("vorlix-beat-"), QStringLiteral(".wav")));
     if (ffmpeg.isEmpty())
         co_return std::nullopt;
+    const auto features = std::make_shared<AudioFeatures>(false);
     const QString input = file.toLocalFile();
     const QString span = QStringLiteral("90");
-    const bool decoded = co_await decodeToWav(ffmpeg, input, wav.path(), span, beatGridTimeout);
-    if (!decoded)
+    const std::optional<size_t> samples = co_await decodeInto(ffmpeg, input, span, beatGridTimeout, features);
+    if (!samples)
         co_return std::nullopt;
-    QFuture<std::optional<BeatGrid>> job = QtConcurrent::run(gridFromWav, wav.path());
+    QFuture<std::optional<BeatGrid>> job = QtConcurrent::run([features, n = *samples] { return gridOf(*features, n); });
     const std::optional<BeatGrid> grid = co_await job;
     co_return grid;
 }

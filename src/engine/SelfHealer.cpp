@@ -1,6 +1,7 @@
 #include "engine/SelfHealer.h"
 
 #include "core/AppSettings.h"
+#include "engine/EngineBytecode.h"
 #include "engine/Tools.h"
 
 #include <QDateTime>
@@ -97,6 +98,11 @@ QCoro::Task<bool> SelfHealer::updateEngine() {
     if (output.contains(QLatin1String("Updated yt-dlp to"))) {
         setLastUpdateResult(QStringLiteral("Engine updated"));
         updated = true;
+        // The release zip has no bytecode; without it each later start costs a second. A
+        // failure is logged and leaves the updated zip working as it is.
+        co_await EngineBytecode::add(tool);
+        if (!self)
+            co_return false;
     } else if (output.contains(QLatin1String("is up to date"))) {
         setLastUpdateResult(QStringLiteral("Engine up to date"));
     } else {

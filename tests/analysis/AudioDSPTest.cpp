@@ -1,5 +1,6 @@
 #include "TestMain.h"
 
+#include "analysis/AudioFeatures.h"
 #include "analysis/PracticeMode.h"
 
 #include <QRandomGenerator>
@@ -165,6 +166,22 @@ private Q_SLOTS:
                      qPrintable(QStringLiteral("pitch class %1: %2 vs %3").arg(pc).arg(paired->at(pc)).arg(single[pc])));
         // Frames past the end are not there to be read.
         QCOMPARE(PracticeMode::pitchClassPower(samples, 0, 1000), paired);
+    }
+
+    // Fed in blocks of any size, the features are the whole-signal functions' to the last bit.
+    void blocksGiveTheWholeSignalsFeatures() {
+        std::vector<float> samples = chord({45, 57, 60, 64}, 22050 * 6 + 4096 * 3 + 77);
+        QRandomGenerator rng(5);
+        for (size_t i = 0; i < samples.size(); ++i)
+            samples[i] *= float(i % 9000) / 9000.0f;
+        PracticeMode::AudioFeatures features(true);
+        for (size_t available = 0; available < samples.size();)
+            features.advance(samples.data(), available = std::min(samples.size(), available + rng.bounded(1, 30000)), false);
+        features.advance(samples.data(), samples.size(), true);
+        QVERIFY(features.onsetEnvelope(samples.size()) == PracticeMode::onsetEnvelope(samples));
+        QVERIFY(features.chroma() == PracticeMode::pitchClassPower(samples, 0, 1000));
+        QCOMPARE(features.key(samples.size()), PracticeMode::estimateKey(samples));
+        QVERIFY(features.key(samples.size()));
     }
 
     void noKeyInNoise() {

@@ -4,6 +4,7 @@
 #include "core/TextTrim.h"
 #include "queue/DownloadQueue.h"
 #include "ui/Brand.h"
+#include "ui/ScreenParts.h"
 #include "ui/Desktop.h"
 #include "ui/ElidedLabel.h"
 #include "ui/EmberButtonStyle.h"
@@ -166,13 +167,7 @@ FindView::FindView(AppSettings &settings, DownloadQueue &queue, QWidget *parent)
     layout->setContentsMargins(0, 0, 0, 0);
     layout->setSpacing(0);
     layout->addWidget(buildSearchBar());
-    auto *divider = new QWidget;
-    divider->setFixedHeight(1);
-    divider->setAutoFillBackground(true);
-    QPalette dp = divider->palette();
-    dp.setColor(QPalette::Window, Brand::hairline());
-    divider->setPalette(dp);
-    layout->addWidget(divider);
+    layout->addWidget(ScreenParts::divider());
 
     m_content = new QStackedWidget;
     m_content->addWidget(buildWelcome());

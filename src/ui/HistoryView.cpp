@@ -3,6 +3,7 @@
 #include "queue/DownloadQueue.h"
 #include "queue/HistoryStore.h"
 #include "ui/Brand.h"
+#include "ui/ScreenParts.h"
 #include "ui/Desktop.h"
 #include "ui/HistoryModel.h"
 #include "ui/StatusChip.h"
@@ -464,13 +465,7 @@ HistoryView::HistoryView(HistoryStore &store, DownloadQueue &queue, QWidget *par
     layout->setContentsMargins(0, 0, 0, 0);
     layout->setSpacing(0);
     layout->addWidget(buildControls());
-    auto *divider = new QWidget;
-    divider->setFixedHeight(1);
-    divider->setAutoFillBackground(true);
-    QPalette dp = divider->palette();
-    dp.setColor(QPalette::Window, Brand::hairline());
-    divider->setPalette(dp);
-    layout->addWidget(divider);
+    layout->addWidget(ScreenParts::divider());
 
     m_list = new HistoryList;
     m_delegate = new HistoryDelegate(m_list);

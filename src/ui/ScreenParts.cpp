@@ -45,6 +45,16 @@ QLabel *label(const QString &text, const QFont &font, const QColor &color) {
     return l;
 }
 
+QWidget *divider() {
+    auto *line = new QWidget;
+    line->setFixedHeight(1);
+    line->setAutoFillBackground(true);
+    QPalette p = line->palette();
+    p.setColor(QPalette::Window, Brand::hairline());
+    line->setPalette(p);
+    return line;
+}
+
 QLineEdit *searchField(const QString &symbol) {
     auto *field = new QLineEdit;
     field->setObjectName(QStringLiteral("query"));

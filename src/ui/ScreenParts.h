@@ -11,6 +11,8 @@ class QWidget;
 // Pieces the search screens share, so their bars and empty states read alike.
 namespace ScreenParts {
 QLabel *label(const QString &text, const QFont &font, const QColor &color);
+// The one-pixel hairline between a screen's bar and its content.
+QWidget *divider();
 // The monospaced search field with its symbol in front.
 QLineEdit *searchField(const QString &symbol);
 // A symbol over one centred line of text (errors, "No results"); the text label is named `textName`.

@@ -10,7 +10,12 @@
 
 SystemClipboard::SystemClipboard(QObject *parent) : QObject(parent)
 {
-    connect(QGuiApplication::clipboard(), &QClipboard::dataChanged, this, [this] { ++m_changes; });
+    // A link Vorlix itself copies (a history row, "Copy Link") is for pasting elsewhere, not
+    // for Smart Mode to download again: only changes made by other programs count.
+    connect(QGuiApplication::clipboard(), &QClipboard::dataChanged, this, [this] {
+        if (!QGuiApplication::clipboard()->ownsClipboard())
+            ++m_changes;
+    });
 }
 
 std::optional<QString> SystemClipboard::text() const

@@ -28,7 +28,7 @@ test: build
 SANITIZE_SUITES ?=
 sanitize:
 	QTEST_FUNCTION_TIMEOUT=1800000 $(MAKE) test BUILD=build-asan CMAKE_FLAGS="-DVORLIX_SANITIZE=ON -DCMAKE_BUILD_TYPE=Debug" \
-		CTEST_FLAGS="--timeout 3600 $(if $(SANITIZE_SUITES),-R '^($(SANITIZE_SUITES))$$')"
+		CTEST_FLAGS="--timeout 3600 $(if $(SANITIZE_SUITES),-R '^($(SANITIZE_SUITES))\$$\$$')"
 
 # Every libFuzzer harness for FUZZ_SECONDS each (clang, ASan + UBSan).
 fuzz: setup

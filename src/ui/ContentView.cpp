@@ -22,6 +22,7 @@
 #include "ui/PinchMark.h"
 #include "ui/QueueList.h"
 #include "ui/SearchView.h"
+#include "ui/ScreenParts.h"
 #include "ui/SheetParts.h"
 #include "ui/Symbols.h"
 
@@ -181,8 +182,7 @@ QWidget *ContentView::buildHeader() {
     m_linkBar->setClearButtonEnabled(true);
     // The field shows only "https://": name it, and its clear button, for screen readers.
     m_linkBar->setAccessibleName(QStringLiteral("Link"));
-    for (QToolButton *clear : m_linkBar->findChildren<QToolButton *>())
-        clear->setAccessibleName(QStringLiteral("Clear"));
+    ScreenParts::nameFieldButtons(m_linkBar, QString());
     // Drops belong to the whole window, which queues them at once.
     m_linkBar->setAcceptDrops(false);
     connect(m_linkBar, &QLineEdit::returnPressed, this, &ContentView::addFromField);

@@ -209,6 +209,7 @@ QWidget *FindView::buildSearchBar() {
     m_query->setClearButtonEnabled(true);
     m_query->addAction(Symbols::icon(QStringLiteral("waveform.and.magnifyingglass"), Brand::stone(), 16),
                        QLineEdit::LeadingPosition);
+    ScreenParts::nameFieldButtons(m_query, QStringLiteral("Search"));
     m_query->setStyleSheet(QStringLiteral("QLineEdit { background: #221F1A; border: 1px solid #2B2620; border-radius: 8px;"
                                           " padding: 2px 6px; color: #FAF8F5; }"
                                           "QLineEdit:focus { border-color: #5C554C; }"));

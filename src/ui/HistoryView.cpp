@@ -561,6 +561,7 @@ QWidget *HistoryView::buildControls() {
     m_search->setFont(Brand::monoFont(12));
     m_search->setClearButtonEnabled(true);
     m_search->addAction(Symbols::icon(QStringLiteral("magnifyingglass"), Brand::stone(), 14), QLineEdit::LeadingPosition);
+    ScreenParts::nameFieldButtons(m_search, QStringLiteral("Search"));
     m_search->setMinimumHeight(30);
     m_search->setStyleSheet(QStringLiteral("QLineEdit { background: #221F1A; border: 1px solid #2B2620; border-radius: 8px;"
                                            " padding: 2px 6px; color: #FAF8F5; }"

@@ -9,6 +9,7 @@
 #include <QLineEdit>
 #include <QPainter>
 #include <QPainterPath>
+#include <QToolButton>
 #include <QVBoxLayout>
 
 namespace {
@@ -62,10 +63,19 @@ QLineEdit *searchField(const QString &symbol) {
     field->setClearButtonEnabled(true);
     field->setMinimumHeight(34);
     field->addAction(Symbols::icon(symbol, Brand::stone(), 16), QLineEdit::LeadingPosition);
+    nameFieldButtons(field, QStringLiteral("Search"));
     field->setStyleSheet(QStringLiteral("QLineEdit { background: #16130F; border: 1px solid #2B2620; border-radius: 6px;"
                                         " padding: 0 8px; color: #FAF8F5; }"
                                         "QLineEdit:focus { border-color: #FF4A1F; }"));
     return field;
+}
+
+void nameFieldButtons(QLineEdit *field, const QString &symbolName) {
+    for (QToolButton *button : field->findChildren<QToolButton *>()) {
+        const QAction *action = button->defaultAction();
+        const bool clears = action && action->objectName() == QLatin1String("_q_qlineeditclearaction");
+        button->setAccessibleName(clears ? QStringLiteral("Clear") : symbolName);
+    }
 }
 
 QWidget *messagePage(const QString &symbol, const QString &text, const QString &textName) {

@@ -15,6 +15,9 @@ QLabel *label(const QString &text, const QFont &font, const QColor &color);
 QWidget *divider();
 // The monospaced search field with its symbol in front.
 QLineEdit *searchField(const QString &symbol);
+// Names a field's symbol-only buttons for screen readers: the clear button "Clear", the
+// leading symbol `symbolName`. Call after its actions are added.
+void nameFieldButtons(QLineEdit *field, const QString &symbolName);
 // A symbol over one centred line of text (errors, "No results"); the text label is named `textName`.
 QWidget *messagePage(const QString &symbol, const QString &text, const QString &textName);
 // A large symbol, a headline in the brand face and an explanatory line under it.

@@ -3,6 +3,7 @@
 #include "core/AppSettings.h"
 #include "engine/ChildRegistry.h"
 #include "queue/DownloadQueue.h"
+#include "queue/HistoryStore.h"
 #include "ui/Brand.h"
 #include "ui/ContentView.h"
 #include "ui/PinchMark.h"
@@ -53,6 +54,8 @@ VorlixApp::VorlixApp(QApplication &app) : m_app(app), m_delegate(app) {
     connect(&app, &QCoreApplication::aboutToQuit, this, &VorlixApp::stopDownloadsOnQuit);
     quitOnTerminationSignals();
     m_window->show();
+    // A long history is read once the window is up; only the History tab waits for it.
+    QTimer::singleShot(0, this, [] { HistoryStore::shared().startLoading(); });
 }
 
 VorlixApp::~VorlixApp() {

@@ -17,7 +17,7 @@
 // A value type with equality over all fields, implicitly shared: a history of 100,000 entries
 // copies, grows and hands a snapshot to the writer without copying every string. Kept compact
 // because all of them stay in memory: the texts live in one UTF-8 buffer per entry (a lone
-// surrogate, which UTF-8 cannot hold, is stored as U+FFFD) and the date as milliseconds.
+// surrogate, which UTF-8 cannot hold, is stored as "?") and the date as milliseconds.
 class HistoryEntry {
 public:
     enum class Text { url, title, source, category, mode, filePath };

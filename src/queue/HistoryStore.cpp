@@ -210,8 +210,9 @@ void HistoryStore::record(const DownloadItem &item) {
     whenLoaded([this, now, path, url = item.url(), title = item.title(),
                 category = item.category() && !item.category()->isEmpty() ? *item.category() : QStringLiteral("Videos"),
                 mode = DownloadModes::label(item.mode())] {
+        const QByteArray link = url.toUtf8(); // compared as stored, without a string per entry
         for (qsizetype i = 0; i < m_entries.size(); ++i) {
-            if (m_entries.at(i).url() == url) {
+            if (m_entries.at(i).utf8(HistoryEntry::Text::url) == link) {
                 // A re-download keeps its place, id and classification.
                 HistoryEntry &e = m_entries[i];
                 e.setDate(now);

@@ -654,6 +654,7 @@ void HistoryView::refreshCounts() {
 
 void HistoryView::showEvent(QShowEvent *event) {
     QWidget::showEvent(event);
+    m_store.startLoading(); // when the window itself was never drawn (started hidden)
     m_model->prepareSearch();
     m_list->viewport()->update();
 }

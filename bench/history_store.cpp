@@ -1,5 +1,6 @@
 // Load, record into and save a 100,000-entry history; prints times, ratios against Qt's own JSON
-// reader/writer on the same data, and the file size.
+// reader/writer on the same data, and the file size. With "--write <path>" it only writes such a
+// history there (bench/startup.sh starts the application with it).
 #include "TestEnv.h"
 
 #include "core/DownloadItem.h"
@@ -63,15 +64,20 @@ double threadCpuMs() {
 int main(int argc, char **argv) {
     TestEnv::setUp();
     QCoreApplication app(argc, argv);
-    const QString path = TestEnv::root() + QStringLiteral("/history.json");
+    const QStringList args = QCoreApplication::arguments();
+    const bool writeOnly = args.size() == 3 && args.at(1) == QLatin1String("--write");
+    const QString path = writeOnly ? args.at(2) : TestEnv::root() + QStringLiteral("/history.json");
 
     const QList<HistoryEntry> entries = makeEntries();
     {
         QSaveFile f(path);
         f.open(QIODevice::WriteOnly);
         f.write(HistoryJson::encode(entries));
-        f.commit();
+        if (!f.commit())
+            return 1;
     }
+    if (writeOnly)
+        return 0;
     const qint64 fileSize = QFileInfo(path).size();
 
     std::vector<double> load, loadCpu, record, recordCpu, change, changeCpu, save, total, qtParse, qtWrite, encode;

@@ -16,6 +16,8 @@ packages=(
   fonts-jetbrains-mono
   # tests: media generation, packaging validation, notifications bus
   sox espeak-ng desktop-file-utils appstream dbus xvfb xauth imagemagick xdotool
+  # the history file reader
+  libsimdjson-dev
   # make deb: dpkg-shlibdeps
   dpkg-dev
   # libFuzzer harnesses (make fuzz, run briefly by CI)

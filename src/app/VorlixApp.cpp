@@ -3,6 +3,7 @@
 #include "core/AppSettings.h"
 #include "engine/ChildRegistry.h"
 #include "queue/DownloadQueue.h"
+#include "queue/HistoryStore.h"
 #include "ui/Brand.h"
 #include "ui/ContentView.h"
 #include "ui/PinchMark.h"
@@ -21,6 +22,7 @@
 #include <QTimer>
 #include <QUrl>
 #include <QVBoxLayout>
+#include <QWindow>
 
 #include <csignal>
 #include <sys/socket.h>
@@ -53,6 +55,18 @@ VorlixApp::VorlixApp(QApplication &app) : m_app(app), m_delegate(app) {
     connect(&app, &QCoreApplication::aboutToQuit, this, &VorlixApp::stopDownloadsOnQuit);
     quitOnTerminationSignals();
     m_window->show();
+    // A long history is read once the window is on screen; only the History tab waits for it.
+    m_window->windowHandle()->installEventFilter(this);
+}
+
+bool VorlixApp::eventFilter(QObject *watched, QEvent *event) {
+    // The expose is handled, and the window drawn, before the timer fires.
+    if (event->type() == QEvent::Expose && !m_historyRequested && m_window->windowHandle()->isExposed()) {
+        m_historyRequested = true;
+        watched->removeEventFilter(this);
+        QTimer::singleShot(0, this, [] { HistoryStore::shared().startLoading(); });
+    }
+    return QObject::eventFilter(watched, event);
 }
 
 VorlixApp::~VorlixApp() {

@@ -47,6 +47,9 @@ public:
 
     void openSettings();
 
+protected:
+    bool eventFilter(QObject *watched, QEvent *event) override;
+
 private:
     void buildMenuBar();
     void buildTray();
@@ -61,4 +64,5 @@ private:
     std::unique_ptr<TrayMenu> m_trayMenu;
     std::unique_ptr<QSystemTrayIcon> m_tray;
     QPointer<QDialog> m_settings;
+    bool m_historyRequested = false;
 };

@@ -59,8 +59,14 @@ DownloadQueue::DownloadQueue(AppSettings &settings, HistoryStore &history, Notif
         if (key == QLatin1String("maxConcurrent"))
             pump();
     });
-    if (history.loadNotice())
+    // A history read in the background has its say once it is in.
+    if (history.isLoaded())
         m_lastMessage = history.loadNotice();
+    else
+        connect(&history, &HistoryStore::loaded, this, [this] {
+            if (m_history.loadNotice())
+                setLastMessage(*m_history.loadNotice());
+        });
 }
 
 DownloadQueue::~DownloadQueue()

@@ -2,6 +2,9 @@
 
 #include <QIODevice>
 
+#include <simdjson.h>
+
+#include <algorithm>
 #include <charconv>
 #include <functional>
 #include <cstring>
@@ -59,56 +62,36 @@ private:
     bool m_ok = true;
 };
 
-void putEscapeU(Out &out, char16_t u) {
-    out.lit("\\u");
-    out.put(hexDigits[(u >> 12) & 0xf]);
-    out.put(hexDigits[(u >> 8) & 0xf]);
-    out.put(hexDigits[(u >> 4) & 0xf]);
-    out.put(hexDigits[u & 0xf]);
-}
+// Worst case 6 bytes per byte (a control character written as \u00XX) plus the quotes.
+qsizetype maxStringBytes(QByteArrayView s) { return s.size() * 6 + 2; }
 
-// Worst case 6 bytes per UTF-16 unit (a lone surrogate written as \uXXXX) plus the quotes.
-qsizetype maxStringBytes(const QString &s) { return s.size() * 6 + 2; }
-
-void putString(Out &out, const QString &text) {
+// The entries hold valid UTF-8, so only quotes, backslashes and control characters need escapes.
+void putString(Out &out, QByteArrayView text) {
     out.put('"');
-    const char16_t *p = reinterpret_cast<const char16_t *>(text.constData());
-    const char16_t *end = p + text.size();
-    while (p < end) {
-        const char16_t c = *p++;
-        if (c < 0x80) {
-            switch (c) {
-            case u'"': out.lit("\\\""); break;
-            case u'\\': out.lit("\\\\"); break;
-            case u'\n': out.lit("\\n"); break;
-            case u'\r': out.lit("\\r"); break;
-            case u'\t': out.lit("\\t"); break;
-            case u'\b': out.lit("\\b"); break;
-            case u'\f': out.lit("\\f"); break;
-            default:
-                if (c < 0x20)
-                    putEscapeU(out, c);
-                else
-                    out.put(char(c));
-            }
-        } else if (c < 0x800) {
-            out.put(char(0xC0 | (c >> 6)));
-            out.put(char(0x80 | (c & 0x3F)));
-        } else if (QChar::isHighSurrogate(c) && p < end && QChar::isLowSurrogate(*p)) {
-            const char32_t cp = QChar::surrogateToUcs4(c, *p++);
-            out.put(char(0xF0 | (cp >> 18)));
-            out.put(char(0x80 | ((cp >> 12) & 0x3F)));
-            out.put(char(0x80 | ((cp >> 6) & 0x3F)));
-            out.put(char(0x80 | (cp & 0x3F)));
-        } else if (QChar::isSurrogate(c)) {
-            // Not representable in UTF-8; the escape keeps the text exactly as it was.
-            putEscapeU(out, c);
-        } else {
-            out.put(char(0xE0 | (c >> 12)));
-            out.put(char(0x80 | ((c >> 6) & 0x3F)));
-            out.put(char(0x80 | (c & 0x3F)));
+    const char *p = text.data();
+    const char *end = p + text.size();
+    const char *plain = p;
+    for (; p < end; ++p) {
+        const auto c = static_cast<unsigned char>(*p);
+        if (c >= 0x20 && c != '"' && c != '\\')
+            continue;
+        out.put(plain, p - plain);
+        plain = p + 1;
+        switch (c) {
+        case '"': out.lit("\\\""); break;
+        case '\\': out.lit("\\\\"); break;
+        case '\n': out.lit("\\n"); break;
+        case '\r': out.lit("\\r"); break;
+        case '\t': out.lit("\\t"); break;
+        case '\b': out.lit("\\b"); break;
+        case '\f': out.lit("\\f"); break;
+        default:
+            out.lit("\\u00");
+            out.put(hexDigits[c >> 4]);
+            out.put(hexDigits[c & 0xf]);
         }
     }
+    out.put(plain, p - plain);
     out.put('"');
 }
 
@@ -126,9 +109,9 @@ void putUuid(Out &out, const QUuid &id) {
     out.put('"');
 }
 
-void putSeconds(Out &out, const QDateTime &date) {
+void putSeconds(Out &out, qint64 dateMs) {
     // Whole milliseconds, written as seconds without trailing zeros: "700000000.5", "-86400".
-    const qint64 ms = date.toMSecsSinceEpoch() - HistoryEntry::referenceEpochMs;
+    const qint64 ms = dateMs - HistoryEntry::referenceEpochMs;
     const quint64 magnitude = ms < 0 ? quint64(0) - quint64(ms) : quint64(ms);
     if (ms < 0)
         out.put('-');
@@ -149,346 +132,113 @@ void putSeconds(Out &out, const QDateTime &date) {
 // ---------------------------------------------------------------------------------------------
 // Reading
 
-// Nesting allowed inside unknown values; deeper input is refused rather than risking the stack.
-constexpr int maxDepth = 64;
+using namespace simdjson;
 
-class Reader {
-public:
-    explicit Reader(QByteArrayView json) : p(json.data()), end(json.data() + json.size()) {}
-
-    std::optional<QList<HistoryEntry>> document() {
-        QList<HistoryEntry> entries;
-        skipSpace();
-        if (!take('['))
-            return std::nullopt;
-        skipSpace();
-        if (!take(']')) {
-            do {
-                skipSpace();
-                HistoryEntry e;
-                if (!entry(e))
-                    return std::nullopt;
-                entries.append(std::move(e));
-                skipSpace();
-            } while (take(','));
-            if (!take(']'))
-                return std::nullopt;
-        }
-        skipSpace();
-        if (p != end)
-            return std::nullopt;
-        return entries;
-    }
-
-private:
-    enum Field : unsigned {
-        fId = 1, fUrl = 2, fTitle = 4, fSource = 8, fCategory = 16, fMode = 32, fDate = 64, fArchived = 128,
-        allRequired = 255
-    };
-
-    const char *p;
-    const char *end;
-    QByteArray keyScratch;
-
-    void skipSpace() {
-        while (p < end && (*p == ' ' || *p == '\n' || *p == '\r' || *p == '\t'))
-            ++p;
-    }
-    bool take(char c) {
-        if (p < end && *p == c) {
-            ++p;
-            return true;
-        }
-        return false;
-    }
-    bool takeWord(const char *word, size_t n) {
-        if (size_t(end - p) < n || std::memcmp(p, word, n) != 0)
-            return false;
-        p += n;
-        return true;
-    }
-
-    // Length of the valid UTF-8 sequence starting at p (a byte >= 0x80), or 0.
-    qsizetype utf8Sequence(const char *s) const {
-        const auto b0 = static_cast<unsigned char>(s[0]);
-        const auto at = [&](qsizetype i) { return s + i < end ? static_cast<unsigned char>(s[i]) : 0u; };
-        const auto cont = [](unsigned b) { return (b & 0xC0) == 0x80; };
-        if (b0 >= 0xC2 && b0 <= 0xDF)
-            return cont(at(1)) ? 2 : 0;
-        if (b0 >= 0xE0 && b0 <= 0xEF) {
-            const unsigned b1 = at(1);
-            if (!cont(b1) || !cont(at(2)))
-                return 0;
-            if ((b0 == 0xE0 && b1 < 0xA0) || (b0 == 0xED && b1 >= 0xA0)) // overlong, surrogate
-                return 0;
-            return 3;
-        }
-        if (b0 >= 0xF0 && b0 <= 0xF4) {
-            const unsigned b1 = at(1);
-            if (!cont(b1) || !cont(at(2)) || !cont(at(3)))
-                return 0;
-            if ((b0 == 0xF0 && b1 < 0x90) || (b0 == 0xF4 && b1 >= 0x90)) // overlong, beyond U+10FFFF
-                return 0;
-            return 4;
-        }
-        return 0;
-    }
-
-    bool hex4(char16_t &out) {
-        if (end - p < 4)
-            return false;
-        unsigned v = 0;
-        for (int i = 0; i < 4; ++i) {
-            const char c = *p++;
-            v <<= 4;
-            if (c >= '0' && c <= '9')
-                v |= unsigned(c - '0');
-            else if (c >= 'a' && c <= 'f')
-                v |= unsigned(c - 'a' + 10);
-            else if (c >= 'A' && c <= 'F')
-                v |= unsigned(c - 'A' + 10);
-            else
-                return false;
-        }
-        out = char16_t(v);
-        return true;
-    }
-
-    // A string after its opening quote; `out` may be null to validate and skip. With `raw`, a
-    // string without escapes is only pointed at (raw set, out untouched); one with escapes is
-    // decoded into `out` and leaves raw null.
-    bool string(QString *out, QByteArrayView *raw = nullptr) {
-        const char *segment = p;
-        QString built;
-        bool escaped = false;
-        for (;;) {
-            if (p >= end)
-                return false;
-            const auto c = static_cast<unsigned char>(*p);
-            if (c == '"') {
-                if (!escaped) {
-                    if (raw)
-                        *raw = QByteArrayView(segment, p - segment);
-                    else if (out)
-                        *out = QString::fromUtf8(segment, p - segment);
-                } else if (out) {
-                    built += QString::fromUtf8(segment, p - segment);
-                    *out = std::move(built);
-                }
-                ++p;
-                return true;
-            }
-            if (c == '\\') {
-                if (out)
-                    built += QString::fromUtf8(segment, p - segment);
-                escaped = true;
-                if (++p >= end)
-                    return false;
-                char16_t u = 0;
-                switch (*p++) {
-                case '"': u = u'"'; break;
-                case '\\': u = u'\\'; break;
-                case '/': u = u'/'; break;
-                case 'b': u = u'\b'; break;
-                case 'f': u = u'\f'; break;
-                case 'n': u = u'\n'; break;
-                case 'r': u = u'\r'; break;
-                case 't': u = u'\t'; break;
-                case 'u':
-                    if (!hex4(u))
-                        return false;
-                    break;
-                default: return false;
-                }
-                if (out)
-                    built += QChar(u);
-                segment = p;
-            } else if (c < 0x20) {
-                return false;
-            } else if (c < 0x80) {
-                ++p;
-            } else {
-                const qsizetype n = utf8Sequence(p);
-                if (n == 0)
-                    return false;
-                p += n;
-            }
-        }
-    }
-
-    // A number in JSON's grammar.
-    bool number(double *out) {
-        const char *start = p;
-        take('-');
-        if (take('0')) {
-        } else if (p < end && *p >= '1' && *p <= '9') {
-            while (p < end && *p >= '0' && *p <= '9')
-                ++p;
-        } else {
-            return false;
-        }
-        if (take('.')) {
-            if (!(p < end && *p >= '0' && *p <= '9'))
-                return false;
-            while (p < end && *p >= '0' && *p <= '9')
-                ++p;
-        }
-        if (p < end && (*p == 'e' || *p == 'E')) {
-            ++p;
-            if (!take('+'))
-                take('-');
-            if (!(p < end && *p >= '0' && *p <= '9'))
-                return false;
-            while (p < end && *p >= '0' && *p <= '9')
-                ++p;
-        }
-        double value = 0;
-        const auto r = std::from_chars(start, p, value);
-        if (r.ec != std::errc() || r.ptr != p)
-            return false;
-        if (out)
-            *out = value;
-        return true;
-    }
-
-    bool skipValue(int depth) {
-        if (depth > maxDepth || p >= end)
-            return false;
-        switch (*p) {
-        case '"': ++p; return string(nullptr);
-        case 't': return takeWord("true", 4);
-        case 'f': return takeWord("false", 5);
-        case 'n': return takeWord("null", 4);
-        case '[':
-            ++p;
-            skipSpace();
-            if (take(']'))
-                return true;
-            do {
-                skipSpace();
-                if (!skipValue(depth + 1))
-                    return false;
-                skipSpace();
-            } while (take(','));
-            return take(']');
-        case '{':
-            ++p;
-            skipSpace();
-            if (take('}'))
-                return true;
-            do {
-                skipSpace();
-                if (!take('"') || !string(nullptr))
-                    return false;
-                skipSpace();
-                if (!take(':'))
-                    return false;
-                skipSpace();
-                if (!skipValue(depth + 1))
-                    return false;
-                skipSpace();
-            } while (take(','));
-            return take('}');
-        default: return number(nullptr);
-        }
-    }
-
-    bool stringValue(QString &out) { return take('"') && string(&out); }
-
-    bool entry(HistoryEntry &e) {
-        if (!take('{'))
-            return false;
-        unsigned seen = 0;
-        skipSpace();
-        if (!take('}')) {
-            do {
-                skipSpace();
-                QByteArrayView key;
-                QString decodedKey;
-                if (!take('"') || !string(&decodedKey, &key))
-                    return false;
-                if (key.isNull()) { // the key had escapes
-                    keyScratch = decodedKey.toUtf8();
-                    key = keyScratch;
-                }
-                skipSpace();
-                if (!take(':'))
-                    return false;
-                skipSpace();
-                if (!field(e, key, seen))
-                    return false;
-                skipSpace();
-            } while (take(','));
-            if (!take('}'))
-                return false;
-        }
-        return (seen & allRequired) == allRequired;
-    }
-
-    bool field(HistoryEntry &e, QByteArrayView key, unsigned &seen) {
-        const auto is = [&key](const char *name) { return key == QByteArrayView(name); };
-        const auto text = [this, &e](void (HistoryEntry::*set)(const QString &)) {
-            QString value;
-            if (!stringValue(value))
-                return false;
-            (e.*set)(value);
-            return true;
-        };
-        if (is("id")) {
-            QByteArrayView raw;
-            QString decoded;
-            if (!take('"') || !string(&decoded, &raw))
-                return false;
-            const auto id = raw.isNull() ? HistoryEntry::parseId(decoded)
-                                         : HistoryEntry::parseId(QUtf8StringView(raw.data(), raw.size()));
-            if (!id)
-                return false;
-            e.setId(*id);
-            seen |= fId;
-        } else if (is("url")) {
-            seen |= fUrl;
-            return text(&HistoryEntry::setUrl);
-        } else if (is("title")) {
-            seen |= fTitle;
-            return text(&HistoryEntry::setTitle);
-        } else if (is("source")) {
-            seen |= fSource;
-            return text(&HistoryEntry::setSource);
-        } else if (is("category")) {
-            seen |= fCategory;
-            return text(&HistoryEntry::setCategory);
-        } else if (is("mode")) {
-            seen |= fMode;
-            return text(&HistoryEntry::setMode);
-        } else if (is("date")) {
-            double seconds = 0;
-            if (!number(&seconds))
-                return false;
-            e.setDate(HistoryEntry::fromReferenceSeconds(seconds));
-            seen |= fDate;
-        } else if (is("archived")) {
-            if (takeWord("true", 4))
-                e.setArchived(true);
-            else if (takeWord("false", 5))
-                e.setArchived(false);
-            else
-                return false;
-            seen |= fArchived;
-        } else if (is("filePath")) {
-            if (takeWord("null", 4)) {
-                e.setFilePath(std::nullopt);
-                return true;
-            }
-            QString path;
-            if (!stringValue(path))
-                return false;
-            e.setFilePath(std::move(path));
-        } else {
-            return skipValue(1);
-        }
-        return true;
-    }
+enum Field : unsigned {
+    fId = 1, fUrl = 2, fTitle = 4, fSource = 8, fCategory = 16, fMode = 32, fDate = 64, fArchived = 128,
+    allRequired = 255
 };
+
+// The texts point into the input, or for text with escapes into the parser's string buffer;
+// both live until the next document. Most text has no escapes and is taken as it stands.
+bool text(ondemand::value &value, QByteArrayView &out) {
+    const std::string_view token = value.raw_json_token(); // the quoted text and any space after it
+    if (token.size() >= 2 && token.front() == '"') {
+        const char *start = token.data() + 1;
+        const auto *quote = static_cast<const char *>(std::memchr(start, '"', token.size() - 1));
+        if (quote && !std::memchr(start, '\\', size_t(quote - start))) {
+            out = QByteArrayView(start, quote - start); // unconsumed values are skipped by the parser
+            return true;
+        }
+    }
+    std::string_view s;
+    if (value.get_string().get(s))
+        return false;
+    out = s.empty() ? QByteArrayView("", 0) : QByteArrayView(s.data(), qsizetype(s.size()));
+    return true;
+}
+
+bool entry(ondemand::object object, HistoryEntry &e) {
+    std::array<QByteArrayView, HistoryEntry::textCount> texts{};
+    unsigned seen = 0;
+    for (auto member : object) {
+        std::string_view key;
+        if (member.error())
+            return false;
+        ondemand::field field = std::move(member).value_unsafe();
+        if (field.unescaped_key().get(key))
+            return false;
+        ondemand::value value = field.value();
+        const auto textField = [&](HistoryEntry::Text which, Field bit) {
+            seen |= bit;
+            return text(value, texts[int(which)]);
+        };
+        bool ok = true;
+        if (key == "id") {
+            std::string_view s;
+            const auto id = value.get_string().get(s) ? std::nullopt
+                                                        : HistoryEntry::parseId(QUtf8StringView(s.data(), qsizetype(s.size())));
+            ok = id.has_value();
+            if (ok)
+                e.setId(*id);
+            seen |= fId;
+        } else if (key == "url") {
+            ok = textField(HistoryEntry::Text::url, fUrl);
+        } else if (key == "title") {
+            ok = textField(HistoryEntry::Text::title, fTitle);
+        } else if (key == "source") {
+            ok = textField(HistoryEntry::Text::source, fSource);
+        } else if (key == "category") {
+            ok = textField(HistoryEntry::Text::category, fCategory);
+        } else if (key == "mode") {
+            ok = textField(HistoryEntry::Text::mode, fMode);
+        } else if (key == "date") {
+            double seconds = 0;
+            ok = !value.get_double().get(seconds);
+            e.setDateMs(HistoryEntry::msFromReferenceSeconds(seconds));
+            seen |= fDate;
+        } else if (key == "archived") {
+            bool archived = false;
+            ok = !value.get_bool().get(archived);
+            e.setArchived(archived);
+            seen |= fArchived;
+        } else if (key == "filePath") {
+            bool isNull = false;
+            ok = !value.is_null().get(isNull);
+            if (ok && isNull)
+                texts[int(HistoryEntry::Text::filePath)] = QByteArrayView();
+            else if (ok)
+                ok = text(value, texts[int(HistoryEntry::Text::filePath)]);
+        } // anything else is skipped by the parser
+        if (!ok)
+            return false;
+    }
+    if ((seen & allRequired) != allRequired)
+        return false;
+    e.setUtf8(texts);
+    return true;
+}
+
+std::optional<QList<HistoryEntry>> document(const padded_string_view json) {
+    ondemand::parser parser;
+    ondemand::document doc;
+    ondemand::array array;
+    if (parser.iterate(json).get(doc) || doc.get_array().get(array))
+        return std::nullopt;
+    QList<HistoryEntry> entries;
+    for (auto element : array) {
+        ondemand::object object;
+        HistoryEntry e;
+        if (element.get_object().get(object) || !entry(object, e))
+            return std::nullopt;
+        entries.append(std::move(e));
+    }
+    // Anything after the array, such as a second one, makes the file not ours.
+    if (doc.current_location().error() != OUT_OF_BOUNDS)
+        return std::nullopt;
+    entries.squeeze();
+    return entries;
+}
 
 } // namespace
 
@@ -500,9 +250,10 @@ void writeAll(Out &out, const QList<HistoryEntry> &entries) {
     out.put('[');
     bool first = true;
     for (const HistoryEntry &e : entries) {
-        out.reserveMore(256 + maxStringBytes(e.url()) + maxStringBytes(e.title()) + maxStringBytes(e.source()) +
-                        maxStringBytes(e.category()) + maxStringBytes(e.mode()) +
-                        (e.filePath() ? maxStringBytes(*e.filePath()) : 0));
+        qsizetype room = 256;
+        for (int i = 0; i < HistoryEntry::textCount; ++i)
+            room += maxStringBytes(e.utf8(HistoryEntry::Text(i)));
+        out.reserveMore(room);
         if (first)
             out.lit("\n  {\n    \"id\" : ");
         else
@@ -510,20 +261,20 @@ void writeAll(Out &out, const QList<HistoryEntry> &entries) {
         first = false;
         putUuid(out, e.id());
         out.lit(",\n    \"url\" : ");
-        putString(out, e.url());
+        putString(out, e.utf8(HistoryEntry::Text::url));
         out.lit(",\n    \"title\" : ");
-        putString(out, e.title());
+        putString(out, e.utf8(HistoryEntry::Text::title));
         out.lit(",\n    \"source\" : ");
-        putString(out, e.source());
+        putString(out, e.utf8(HistoryEntry::Text::source));
         out.lit(",\n    \"category\" : ");
-        putString(out, e.category());
+        putString(out, e.utf8(HistoryEntry::Text::category));
         out.lit(",\n    \"mode\" : ");
-        putString(out, e.mode());
+        putString(out, e.utf8(HistoryEntry::Text::mode));
         out.lit(",\n    \"date\" : ");
-        putSeconds(out, e.date());
-        if (e.filePath()) {
+        putSeconds(out, e.dateMs());
+        if (e.hasFilePath()) {
             out.lit(",\n    \"filePath\" : ");
-            putString(out, *e.filePath());
+            putString(out, e.utf8(HistoryEntry::Text::filePath));
         }
         if (e.archived())
             out.lit(",\n    \"archived\" : true\n  }");
@@ -551,11 +302,18 @@ bool write(QIODevice &device, const QList<HistoryEntry> &entries) {
     return out.finishToSink();
 }
 
-std::optional<QList<HistoryEntry>> decode(QByteArrayView json) {
+std::optional<QList<HistoryEntry>> decode(QByteArrayView json, qsizetype readable) {
+    const qsizetype slack = std::max<qsizetype>(readable - json.size(), 0);
     // Editors on some systems start a UTF-8 file with a byte-order mark.
     if (json.startsWith("\xEF\xBB\xBF"))
         json = json.sliced(3);
-    return Reader(json).document();
+    // The parser reads a little past the end; without room there it gets a padded copy.
+    if (slack >= qsizetype(SIMDJSON_PADDING))
+        return document(padded_string_view(json.data(), size_t(json.size()), size_t(json.size() + slack)));
+    const padded_string padded(json.data(), size_t(json.size()));
+    return document(padded);
 }
+
+std::optional<QList<HistoryEntry>> decode(QByteArrayView json) { return decode(json, json.size()); }
 
 } // namespace HistoryJson

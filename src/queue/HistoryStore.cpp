@@ -14,6 +14,7 @@
 #include <QUrl>
 
 #include <optional>
+#include <utility>
 
 #include <cstdio>
 #include <unistd.h>
@@ -40,10 +41,13 @@ std::optional<QList<HistoryEntry>> read(QFile &file) {
         return std::nullopt;
     if (file.size() == 0)
         return QList<HistoryEntry>(); // nothing there to lose
-    // Mapped rather than read: a large history is parsed straight from the page cache. Saves
-    // replace the file by renaming a new one over it, so the mapped bytes never change under us.
+    // Mapped rather than read: the parser works straight from the page cache, its reads past
+    // the end landing in the zeros of the last page. Saves rename a new file over this one, so
+    // the mapped bytes never change under us.
     if (const uchar *mapped = file.map(0, file.size())) {
-        auto entries = HistoryJson::decode(QByteArrayView(mapped, file.size()));
+        const qsizetype page = ::sysconf(_SC_PAGESIZE);
+        const qsizetype readable = (file.size() + page - 1) / page * page;
+        auto entries = HistoryJson::decode(QByteArrayView(mapped, file.size()), readable);
         file.unmap(const_cast<uchar *>(mapped));
         return entries;
     }
@@ -92,98 +96,178 @@ struct HistoryStore::Writer {
     }
 };
 
+struct HistoryStore::Loaded {
+    QList<HistoryEntry> entries;
+    std::optional<QString> notice;
+    bool blocked = false;
+};
+
 HistoryStore::HistoryStore(const QString &filePath, Clock clock, QObject *parent)
+    : HistoryStore(filePath, Loading::now, std::move(clock), parent) {}
+
+HistoryStore::HistoryStore(const QString &filePath, Loading loading, Clock clock, QObject *parent)
     : QObject(parent), m_filePath(filePath), m_clock(std::move(clock)), m_writer(std::make_shared<Writer>()) {
     if (!m_clock)
         m_clock = [] { return QDateTime::currentDateTimeUtc(); };
     m_writer->path = m_filePath;
     m_savePool.setMaxThreadCount(1);
-    load();
+    if (loading == Loading::now) {
+        m_loading = true;
+        m_read = std::make_shared<Loaded>(readFile(m_clock().date()));
+        finishLoading();
+    }
 }
 
-void HistoryStore::load() {
+HistoryStore::Loaded HistoryStore::readFile(const QDate &today) const {
+    Loaded result;
     const QFileInfo info(m_filePath);
     removeStaleLeftovers(info.absolutePath(), saveCopyPrefix(info));
     QFile file(m_filePath);
     if (!file.exists())
-        return;
+        return result;
     if (auto entries = read(file)) {
-        m_entries = std::move(*entries);
-        return;
+        result.entries = std::move(*entries);
+        return result;
     }
     file.close();
     // Whatever is in there is the user's history in a form we cannot read: keep it, never save over it.
-    const QString aside = asideName(m_filePath, m_clock().date());
+    const QString aside = asideName(m_filePath, today);
     if (QFile::rename(m_filePath, aside)) {
-        m_loadNotice = QStringLiteral("History could not be read \u00B7 kept as ") + QFileInfo(aside).fileName();
+        result.notice = QStringLiteral("History could not be read \u00B7 kept as ") + QFileInfo(aside).fileName();
     } else {
-        m_writer->blocked = true;
-        m_loadNotice = QStringLiteral("History could not be read \u00B7 new downloads are not being saved to it");
+        result.blocked = true;
+        result.notice = QStringLiteral("History could not be read \u00B7 new downloads are not being saved to it");
     }
+    return result;
+}
+
+void HistoryStore::startLoading() {
+    if (m_loading)
+        return;
+    m_loading = true;
+    // On the save thread, so that no save can start before the file has been read.
+    m_savePool.start([this, today = m_clock().date()] {
+        auto result = std::make_shared<Loaded>(readFile(today));
+        {
+            QMutexLocker lock(&m_writer->mutex);
+            m_read = std::move(result);
+        }
+        // The destructor waits for this pool, so `this` is alive; a call queued to a store
+        // deleted meanwhile is dropped.
+        QMetaObject::invokeMethod(this, &HistoryStore::finishLoading, Qt::QueuedConnection);
+    });
+}
+
+void HistoryStore::waitUntilLoaded() {
+    startLoading();
+    m_savePool.waitForDone();
+    finishLoading();
+}
+
+void HistoryStore::finishLoading() {
+    if (m_loaded)
+        return;
+    std::shared_ptr<Loaded> result;
+    {
+        QMutexLocker lock(&m_writer->mutex);
+        result = std::move(m_read);
+        m_writer->blocked = result && result->blocked;
+    }
+    if (!result)
+        return;
+    m_loaded = true;
+    m_entries = std::move(result->entries);
+    m_loadNotice = std::move(result->notice);
+    if (!m_entries.isEmpty())
+        Q_EMIT entriesChanged();
+    Q_EMIT loaded();
+    for (const auto &change : std::exchange(m_waitingChanges, {}))
+        change();
+}
+
+void HistoryStore::whenLoaded(std::function<void()> change) {
+    if (m_loaded) {
+        change();
+        return;
+    }
+    m_waitingChanges.append(std::move(change));
+    startLoading();
 }
 
 HistoryStore::~HistoryStore() { waitForPendingSave(); }
 
 HistoryStore &HistoryStore::shared() {
-    static HistoryStore store(AppSettings::appSupportDir() + QStringLiteral("/history.json"));
+    static HistoryStore store(AppSettings::appSupportDir() + QStringLiteral("/history.json"), Loading::inBackground);
     return store;
 }
 
 void HistoryStore::record(const DownloadItem &item) {
+    // What to record is taken now; where it goes depends on the history, which may still be loading.
     const QDateTime now = m_clock();
     const QUrl &file = item.finalFileURL();
     const std::optional<QString> path =
         file.isLocalFile() ? std::optional<QString>(file.toLocalFile()) : std::nullopt;
-    for (qsizetype i = 0; i < m_entries.size(); ++i) {
-        if (m_entries.at(i).url() == item.url()) {
-            // A re-download keeps its place, id and classification.
-            HistoryEntry &e = m_entries[i];
-            e.setDate(now);
-            e.setTitle(item.title());
-            e.setFilePath(path);
-            changed();
-            return;
+    whenLoaded([this, now, path, url = item.url(), title = item.title(),
+                category = item.category() && !item.category()->isEmpty() ? *item.category() : QStringLiteral("Videos"),
+                mode = DownloadModes::label(item.mode())] {
+        const QByteArray link = url.toUtf8(); // compared as stored, without a string per entry
+        for (qsizetype i = 0; i < m_entries.size(); ++i) {
+            if (m_entries.at(i).utf8(HistoryEntry::Text::url) == link) {
+                // A re-download keeps its place, id and classification.
+                HistoryEntry &e = m_entries[i];
+                e.setDate(now);
+                e.setTitle(title);
+                e.setFilePath(path);
+                changed();
+                return;
+            }
         }
-    }
-
-    HistoryEntry e;
-    e.setId(QUuid::createUuid());
-    e.setUrl(item.url());
-    e.setTitle(item.title());
-    e.setSource(MediaSource::detect(item.url()).rawValue());
-    e.setCategory(item.category() && !item.category()->isEmpty() ? *item.category() : QStringLiteral("Videos"));
-    e.setMode(DownloadModes::label(item.mode()));
-    e.setDate(now);
-    e.setFilePath(path);
-    m_entries.prepend(std::move(e));
-    changed();
+        HistoryEntry e;
+        e.setId(QUuid::createUuid());
+        e.setUrl(url);
+        e.setTitle(title);
+        e.setSource(MediaSource::detect(url).rawValue());
+        e.setCategory(category);
+        e.setMode(mode);
+        e.setDate(now);
+        e.setFilePath(path);
+        m_entries.prepend(std::move(e));
+        changed();
+    });
 }
 
 void HistoryStore::add(const HistoryEntry &entry) {
-    m_entries.prepend(entry);
-    changed();
+    whenLoaded([this, entry] {
+        m_entries.prepend(entry);
+        changed();
+    });
 }
 
 void HistoryStore::toggleArchive(const HistoryEntry &entry) {
-    const qsizetype i = m_entries.indexOf(entry);
-    if (i < 0)
-        return;
-    HistoryEntry &e = m_entries[i];
-    e.setArchived(!e.archived());
-    changed();
+    whenLoaded([this, entry] {
+        const qsizetype i = m_entries.indexOf(entry);
+        if (i < 0)
+            return;
+        HistoryEntry &e = m_entries[i];
+        e.setArchived(!e.archived());
+        changed();
+    });
 }
 
 void HistoryStore::deleteEntry(const HistoryEntry &entry) {
-    const QUuid id = entry.id();
-    if (m_entries.removeIf([&id](const HistoryEntry &e) { return e.id() == id; }) > 0)
-        Q_EMIT entriesChanged();
-    save();
+    whenLoaded([this, id = entry.id()] {
+        if (m_entries.removeIf([&id](const HistoryEntry &e) { return e.id() == id; }) > 0)
+            Q_EMIT entriesChanged();
+        save();
+    });
 }
 
 void HistoryStore::clearUnarchived() {
-    if (m_entries.removeIf([](const HistoryEntry &e) { return !e.archived(); }) > 0)
-        Q_EMIT entriesChanged();
-    save();
+    whenLoaded([this] {
+        if (m_entries.removeIf([](const HistoryEntry &e) { return !e.archived(); }) > 0)
+            Q_EMIT entriesChanged();
+        save();
+    });
 }
 
 void HistoryStore::changed() {

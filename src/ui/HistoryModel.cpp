@@ -31,9 +31,11 @@ bool anyUnarchived(const QList<HistoryEntry> &entries) {
 } // namespace
 
 HistorySearchIndex::HistorySearchIndex(QList<HistoryEntry> entries) : m_entries(std::move(entries)) {
+    // Folded from UTF-8 sizes: never fewer bytes than UTF-16 units.
     qsizetype total = 0;
     for (const HistoryEntry &e : std::as_const(m_entries))
-        total += e.title().size() + e.url().size() + e.category().size() + e.source().size() + 4;
+        total += e.utf8(HistoryEntry::Text::title).size() + e.utf8(HistoryEntry::Text::url).size() +
+                 e.utf8(HistoryEntry::Text::category).size() + e.utf8(HistoryEntry::Text::source).size() + 4;
     m_text.resize(total);
     m_ends.reserve(m_entries.size());
     char *out = m_text.data();
@@ -41,7 +43,8 @@ HistorySearchIndex::HistorySearchIndex(QList<HistoryEntry> entries) : m_entries(
     for (qsizetype i = 0; i < m_entries.size(); ++i) {
         const HistoryEntry &e = m_entries.at(i);
         bool ascii = true;
-        for (const QString *field : {&e.title(), &e.url(), &e.category(), &e.source()}) {
+        const QString fields[] = {e.title(), e.url(), e.category(), e.source()};
+        for (const QString *field = fields; field != std::end(fields); ++field) {
             const char16_t *chars = reinterpret_cast<const char16_t *>(field->constData());
             for (qsizetype k = 0, n = field->size(); k < n; ++k) {
                 const char16_t c = chars[k];
@@ -54,6 +57,7 @@ HistorySearchIndex::HistorySearchIndex(QList<HistoryEntry> entries) : m_entries(
         if (!ascii)
             m_nonAscii.append(qint32(i));
     }
+    m_text.resize(pos);
 }
 
 bool HistorySearchIndex::covers(const QList<HistoryEntry> &entries) const {

@@ -4,6 +4,7 @@
 #include "queue/HistoryStore.h"
 #include "ui/Brand.h"
 #include "ui/ScreenParts.h"
+#include "ui/Spinner.h"
 #include "ui/Desktop.h"
 #include "ui/HistoryModel.h"
 #include "ui/StatusChip.h"
@@ -508,6 +509,7 @@ HistoryView::HistoryView(HistoryStore &store, DownloadQueue &queue, QWidget *par
     m_body = new QStackedWidget;
     m_body->addWidget(m_list);
     m_body->addWidget(buildEmptyState());
+    m_body->addWidget(buildLoadingState());
     layout->addWidget(m_body, 1);
 
     m_chipFade = new QVariantAnimation(this);
@@ -532,6 +534,7 @@ HistoryView::HistoryView(HistoryStore &store, DownloadQueue &queue, QWidget *par
     tick->start();
 
     connect(m_model, &HistoryModel::countsChanged, this, &HistoryView::refreshCounts);
+    connect(&m_store, &HistoryStore::loaded, this, &HistoryView::refreshCounts);
     refreshCounts();
 }
 
@@ -540,6 +543,8 @@ HistoryView::~HistoryView() = default;
 QListView *HistoryView::list() const { return m_list; }
 
 bool HistoryView::isShowingEmptyState() const { return m_body->currentWidget() == m_emptyState; }
+
+bool HistoryView::isShowingLoadingState() const { return m_body->currentWidget() == m_loadingState; }
 
 const std::optional<QUuid> &HistoryView::copiedID() const { return m_model->copiedID(); }
 
@@ -613,7 +618,30 @@ QWidget *HistoryView::buildEmptyState() {
     return m_emptyState;
 }
 
+QWidget *HistoryView::buildLoadingState() {
+    m_loadingState = new QWidget;
+    m_loadingState->setObjectName(QStringLiteral("historyLoading"));
+    auto *column = new QVBoxLayout(m_loadingState);
+    column->setSpacing(10);
+    column->addStretch(1);
+    column->addWidget(new Spinner(24, Brand::stone()), 0, Qt::AlignHCenter);
+    auto *text = makeLabel(QStringLiteral("Loading history\u2026"), captionFont(), Brand::stone());
+    text->setAlignment(Qt::AlignCenter);
+    column->addWidget(text);
+    column->addStretch(1);
+    return m_loadingState;
+}
+
 void HistoryView::refreshCounts() {
+    const bool loaded = m_store.isLoaded();
+    for (QWidget *control : {static_cast<QWidget *>(m_search), static_cast<QWidget *>(m_archived)})
+        control->setEnabled(loaded);
+    if (!loaded) {
+        m_count->clear();
+        m_clear->setEnabled(false);
+        m_body->setCurrentWidget(m_loadingState);
+        return;
+    }
     const int shown = m_model->rowCount();
     m_count->setText(countText(shown, m_model->totalCount()));
     m_clear->setEnabled(m_model->hasUnarchived());
@@ -627,6 +655,7 @@ void HistoryView::refreshCounts() {
 
 void HistoryView::showEvent(QShowEvent *event) {
     QWidget::showEvent(event);
+    m_store.startLoading(); // when the window itself was never drawn (started hidden)
     m_model->prepareSearch();
     m_list->viewport()->update();
 }

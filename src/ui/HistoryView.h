@@ -46,6 +46,8 @@ public:
     QPushButton *clearButton() const { return m_clear; }
     // Whether the empty state stands in for the list.
     bool isShowingEmptyState() const;
+    // Whether the screen waits for the history to be read (a spinner, the controls disabled).
+    bool isShowingLoadingState() const;
     const std::optional<QUuid> &copiedID() const;
 
     // "3 of 120".
@@ -76,6 +78,7 @@ protected:
 private:
     QWidget *buildControls();
     QWidget *buildEmptyState();
+    QWidget *buildLoadingState();
     void refreshCounts();
 
     HistoryStore &m_store;
@@ -89,6 +92,7 @@ private:
     QPushButton *m_clear = nullptr;
     QStackedWidget *m_body = nullptr;
     QWidget *m_emptyState = nullptr;
+    QWidget *m_loadingState = nullptr;
     QLabel *m_emptyTitle = nullptr;
     QVariantAnimation *m_chipFade = nullptr;
     bool m_confirmClear = false;

@@ -21,6 +21,7 @@
 #include <QMenu>
 #include <QMessageBox>
 #include <QPushButton>
+#include <QSignalSpy>
 #include <QDir>
 #include <QFileInfo>
 #include <QTest>
@@ -450,6 +451,20 @@ private Q_SLOTS:
             file.dir().entryList({file.fileName() + QStringLiteral(".unreadable-*")}, QDir::Files | QDir::Hidden);
         QCOMPARE(aside.size(), 1);
         QCOMPARE(TestEnv::readFile(file.dir().filePath(aside.first())), content);
+    }
+
+    // While the history is read the screen waits with its controls off; the rows then arrive.
+    void waitsForTheHistory() {
+        Harness h;
+        HistoryStore store(h.historyFile, HistoryStore::Loading::inBackground);
+        HistoryView view(store, *h.queue);
+        QVERIFY(view.isShowingLoadingState() && !view.searchField()->isEnabled() && !view.clearButton()->isEnabled());
+        QSignalSpy loaded(&store, &HistoryStore::loaded);
+        store.startLoading();
+        QVERIFY(loaded.wait());
+        QVERIFY(!view.isShowingLoadingState());
+        QCOMPARE(view.model()->rowCount(), library.size());
+        QVERIFY(view.searchField()->isEnabled() && view.clearButton()->isEnabled());
     }
 
     void accessibleNames_data() {

@@ -27,7 +27,6 @@ private Q_SLOTS:
         QTest::newRow("brave as a flatpak")
             << QStringList{QStringLiteral(".var/app/com.brave.Browser/config/BraveSoftware/Brave-Browser")}
             << QStringLiteral("brave");
-        QTest::newRow("edge alone") << QStringList{QStringLiteral("config/microsoft-edge")} << QStringLiteral("edge");
         QTest::newRow("a file is not a profile") << QStringList{QStringLiteral("file:config/google-chrome")} << QString();
     }
     void firstBrowserWithAProfile() {

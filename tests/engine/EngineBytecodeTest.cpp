@@ -111,31 +111,24 @@ private Q_SLOTS:
         QCOMPARE(EngineBytecode::interpreterFor(path), expected);
     }
 
-    // The whole loop on real yt-dlp code: the re-packed zip updates itself with -U like a
-    // release, and the release it wrote gets its bytecode again.
+    // The whole loop on real yt-dlp code: a release zip without bytecode updates itself with -U,
+    // and the release it wrote gets its bytecode.
     void selfUpdateKeepsBytecode() {
         const QString release = makeRelease(QStringLiteral("release"));
         const QString mainFile = m_dir + QStringLiteral("/main.py");
         QVERIFY(TestEnv::writeFile(mainFile, QString::fromUtf8(offlineUpdateMain).arg(u'"' + release + u'"').toUtf8()));
         const QString tool = makeRelease(QStringLiteral("yt-dlp"), mainFile);
-        QCOMPARE(runPython(inspect, {tool}).split(u'\n').value(0).section(u' ', 1), QStringLiteral("0"));
-
-        const auto first = vtest::await(EngineBytecode::add(tool));
-        QCOMPARE(int(first.outcome), int(EngineBytecode::Outcome::added));
-        QStringList seen = runPython(inspect, {tool}).split(u'\n');
-        QCOMPARE(seen.value(0).section(u' ', 0, 0), QStringLiteral("0"));
-        QVERIFY(seen.value(0).section(u' ', 1).toInt() > 500);
-        QCOMPARE(seen.value(1), QStringLiteral("True zip None"));
-        QCOMPARE(QFileInfo(tool).permissions(), QFileInfo(release).permissions());
-
+        const auto permissions = QFileInfo(tool).permissions();
         AppSettings settings(m_dir + QStringLiteral("/settings.ini"));
         SelfHealer healer(settings, [tool] { return tool; }, [] { return 1.8e9; });
         QVERIFY(vtest::await(healer.updateEngine()));
         QCOMPARE(healer.lastUpdateResultText(), QStringLiteral("Engine updated"));
         QCOMPARE(healer.engineVersion(), QStringLiteral("2023.03.04"));
-        seen = runPython(inspect, {tool}).split(u'\n');
+        const QStringList seen = runPython(inspect, {tool}).split(u'\n');
         QCOMPARE(seen.value(0).section(u' ', 0, 0), QStringLiteral("0"));
+        QVERIFY(seen.value(0).section(u' ', 1).toInt() > 500);
         QCOMPARE(seen.value(1), QStringLiteral("True zip None"));
+        QCOMPARE(QFileInfo(tool).permissions(), permissions);
         QVERIFY(!TestEnv::readFile(tool).contains("2099.01.01")); // the plain release, re-packed
         QVERIFY(TestEnv::filesContaining(m_dir, QStringLiteral(".vorlix-")).isEmpty());
     }
@@ -146,7 +139,6 @@ private Q_SLOTS:
         QTest::addColumn<QString>("error");
         QTest::newRow("fails half-way") << QStringLiteral("printf junk > \"$5\"; echo 'OSError: No space left' >&2; exit 1")
                                         << QStringLiteral("OSError: No space left");
-        QTest::newRow("silent failure") << QStringLiteral("exit 1") << QStringLiteral("packing ended with status 1");
         QTest::newRow("no output") << QStringLiteral("exit 0") << QStringLiteral("packing ended with status 0");
     }
 

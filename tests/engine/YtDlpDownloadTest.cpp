@@ -109,39 +109,31 @@ private Q_SLOTS:
     void init() {
         TestEnv::removeStubTool(Tools::ytDlpName);
         QVERIFY(QFileInfo(Tools::ytDlpURL()).size() > 100000); // the packaged zip, not a stub
-        m_settings->setAudioFormatRaw(QStringLiteral("mp3"));
     }
     void cleanupTestCase() { TestEnv::removeStubTool(Tools::ytDlpName); }
 
     void eachModeMakesAPlayableFile_data() {
         QTest::addColumn<QString>("page");
         QTest::addColumn<DownloadMode>("mode");
-        QTest::addColumn<QString>("audioFormat");
         QTest::addColumn<QString>("probed");
         QTest::addColumn<QStringList>("expectedPhases");
         QTest::newRow("best video + audio, HLS renditions merged") << QStringLiteral("/hls/master.m3u8") << DownloadMode::bestVideoAudio
-            << QStringLiteral("mp3") << QStringLiteral("video:h264,audio:aac|4|") << QStringList{QStringLiteral("Merging video + audio")};
-        QTest::newRow("video only") << QStringLiteral("/hls/master.m3u8") << DownloadMode::videoOnly << QStringLiteral("mp3")
-                                    << QStringLiteral("video:h264|4|") << QStringList{};
-        const QStringList audioPhases{QStringLiteral("Extracting audio"), QStringLiteral("Embedding artwork")};
-        QTest::newRow("audio mp3 with cover and tags") << QStringLiteral("/page.html") << DownloadMode::audioOnly << QStringLiteral("mp3")
-                                                       << QStringLiteral("audio:mp3,video:mjpeg|4|Fixture Page (1)") << audioPhases;
-        QTest::newRow("audio m4a with cover and tags") << QStringLiteral("/page.html") << DownloadMode::audioOnly << QStringLiteral("m4a")
-                                                       << QStringLiteral("audio:aac,video:mjpeg|4|Fixture Page (1)") << audioPhases;
+            << QStringLiteral("video:h264,audio:aac|3|") << QStringList{QStringLiteral("Merging video + audio")};
+        QTest::newRow("audio mp3 with cover and tags") << QStringLiteral("/page.html") << DownloadMode::audioOnly
+            << QStringLiteral("audio:mp3,video:mjpeg|3|Fixture Page (1)")
+            << QStringList{QStringLiteral("Extracting audio"), QStringLiteral("Embedding artwork")};
     }
     void eachModeMakesAPlayableFile() {
         QFETCH(QString, page);
         QFETCH(DownloadMode, mode);
-        QFETCH(QString, audioFormat);
         QFETCH(QString, probed);
         QFETCH(QStringList, expectedPhases);
-        m_settings->setAudioFormatRaw(audioFormat);
         const QString folder = freshFolder() + QStringLiteral("/Nested/Genre"); // created on demand
         const Outcome out = runDownload(DownloadItem::make(m_site->url(page), mode), *m_settings, folder);
         QCOMPARE(out.error, QString());
         QCOMPARE(out.registered.size(), 1);
         QCOMPARE(QFileInfo(out.path).absolutePath(), folder);
-        QCOMPARE(QFileInfo(out.path).suffix(), mode == DownloadMode::audioOnly ? audioFormat : QStringLiteral("mp4"));
+        QCOMPARE(QFileInfo(out.path).suffix(), mode == DownloadMode::audioOnly ? QStringLiteral("mp3") : QStringLiteral("mp4"));
         QVERIFY(!QFile::exists(out.pathFile));
         QCOMPARE(probeFile(out.path), probed);
         for (const QString &phase : expectedPhases)
@@ -151,7 +143,7 @@ private Q_SLOTS:
 
     void progressRisesToTheEndAndClipsAreCut() {
         // A single throttled file: yt-dlp reports it in rising steps, each with speed and ETA texts.
-        const Outcome out = fetch(QStringLiteral("/clip.mp4?rate=150000"), DownloadMode::bestVideoAudio);
+        const Outcome out = fetch(QStringLiteral("/clip.mp4?rate=60000"), DownloadMode::bestVideoAudio);
         QCOMPARE(out.error, QString());
         const QList<double> f = out.fractions();
         QVERIFY2(f.size() >= 3 && f.first() < 0.5 && f.last() == 1.0, qPrintable(QString::number(f.size())));
@@ -163,15 +155,6 @@ private Q_SLOTS:
         QCOMPARE(clipped.error, QString());
         QCOMPARE(probeFile(clipped.path), QStringLiteral("video:h264,audio:aac|2|"));
         QVERIFY(!QFile::exists(clipped.pathFile));
-    }
-
-    void missingPageFailsWithOneFriendlyLine() {
-        const Outcome out = fetch(QStringLiteral("/missing.mp4"), DownloadMode::bestVideoAudio);
-        QVERIFY(out.path.isEmpty());
-        QVERIFY2(out.error.contains(QLatin1String("HTTP Error 404")) && !out.error.contains(QLatin1String("ERROR:")) &&
-                     !out.error.contains(u'\n') && out.error.size() <= 221, qPrintable(out.error));
-        QVERIFY(!YtDlp::shouldSelfHeal(out.error));
-        QVERIFY(!QFile::exists(out.pathFile));
     }
 
     void cancelEndsEveryChild_data() {
@@ -227,15 +210,11 @@ private Q_SLOTS:
         const QString write = QStringLiteral("printf '%1' >> \"$1\"\necho 'VORLIX|100%|1MiB/s|00:00'\nexit %2\n");
         QTest::newRow("last line names the file") << write.arg(QStringLiteral("%2\\n%1\\n\\n"), QStringLiteral("0")) << QStringLiteral("%1");
         QTest::newRow("last line names a missing file") << write.arg(QStringLiteral("%1\\n%2\\n"), QStringLiteral("0")) << notLocated;
-        QTest::newRow("empty path file") << write.arg(QStringLiteral("\\n\\n"), QStringLiteral("0")) << notLocated;
         QTest::newRow("not UTF-8") << write.arg(QStringLiteral("%1\\377\\n"), QStringLiteral("0")) << notLocated;
         QTest::newRow("stale leftover is not this run's file") << QStringLiteral("exit 0\n") << notLocated;
         QTest::newRow("a failed status beats a written path")
             << QStringLiteral("echo %1 >> \"$1\"\necho 'WARNING: slow\\nERROR: [youtube] abc: Video unavailable' >&2\nexit 1\n")
             << QStringLiteral("[youtube] abc: Video unavailable");
-        QTest::newRow("needs a login") << QStringLiteral("echo 'ERROR: [instagram] p: Use --cookies-from-browser' >&2\nexit 1\n")
-                                       << YtDlp::loginNeededMessage;
-        QTest::newRow("silent failure") << QStringLiteral("exit 1\n") << QStringLiteral("Unknown error");
     }
     void pathFileDecidesTheResult() {
         QFETCH(QString, script);

@@ -100,7 +100,6 @@ private Q_SLOTS:
         QTest::newRow("env with options") << QByteArray("#!/usr/bin/env -S python3 -X utf8\n") << python();
         QTest::newRow("absolute") << QByteArray("#! /usr/bin/python3.11\n") << QStringLiteral("/usr/bin/python3.11");
         QTest::newRow("a shell stub") << QByteArray("#!/bin/sh\necho Updated yt-dlp to 1\n") << QString();
-        QTest::newRow("a binary") << QByteArray("\x7f" "ELF\x02\x01\x01") << QString();
     }
 
     void interpreter() {

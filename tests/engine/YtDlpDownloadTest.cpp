@@ -123,7 +123,7 @@ private Q_SLOTS:
 
     void progressRisesToTheEndAndClipsAreCut() {
         // A single throttled file: yt-dlp reports it in rising steps, each with speed and ETA texts.
-        const Outcome out = fetch(QStringLiteral("/clip.mp4?rate=60000"), DownloadMode::bestVideoAudio);
+        const Outcome out = fetch(QStringLiteral("/clip.mp4?rate=100000"), DownloadMode::bestVideoAudio);
         QCOMPARE(out.error, QString());
         const QList<double> f = out.fractions();
         QVERIFY2(f.size() >= 3 && f.first() < 0.5 && f.last() == 1.0, qPrintable(QString::number(f.size())));

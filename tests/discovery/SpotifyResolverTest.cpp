@@ -54,8 +54,6 @@ QString copyInto(const QString &source, const QString &name) {
     TestEnv::writeFile(path, TestEnv::readFile(source));
     return path;
 }
-
-const QString argsFile = u"/resolver-search-args.txt"_s;
 } // namespace
 
 class SpotifyResolverTest : public QObject {
@@ -86,7 +84,7 @@ private Q_SLOTS:
         site.put(u"track/latin1"_s, page(u"Caf"_s, QString(), QString()).replace("Caf", "Caf\xe9"));
     }
 
-    void linksAndRanking() {
+    void linksAndTies() {
         QVERIFY(SpotifyResolver::isSpotifyTrackURL(u"https://open.spotify.com/intl-fr/track/4iV5W9uYEdYUVa79Axb7Rh?si=1"_s));
         QVERIFY(!SpotifyResolver::isSpotifyTrackURL(u"https://open.spotify.com/album/1ATL5GLyefJaxhQzSPVrLX"_s));
         QVERIFY(!SpotifyResolver::isSpotifyTrackURL(u"https://example.com/track/123"_s));
@@ -94,9 +92,48 @@ private Q_SLOTS:
                                        hit(u"off"_s, u"Midnight City (Official Audio)"_s, u"M83 - Topic"_s, 210),
                                        hit(u"dup"_s, u"Midnight City (Official Audio)"_s, u"M83 - Topic"_s, 210)};
         QCOMPARE(SpotifyResolver::pickBest(hits, u"Midnight City"_s, u"M83"_s)->id, u"off"_s); // ties keep search order
-        const QString everyPenalty = u"karaoke karaoke nightcore slowed reverb 8d audio cover instrumental piano version remix "
-                                     "live reaction sped up chipmunk bass boosted"_s; // each counts once
-        QCOMPARE(SpotifyResolver::score(hit(u"p"_s, everyPenalty), u"zzz"_s, QString()), -386.0);
+        QVERIFY(!SpotifyResolver::pickBest({}, u"x"_s, u"y"_s));
+    }
+
+    // Each scoring rule alone: the other rules add nothing to these candidates ("qq" is in no title).
+    void scoring_data() {
+        QTest::addColumn<QString>("title");
+        QTest::addColumn<QString>("channel");
+        QTest::addColumn<double>("seconds"); // < 0: no duration
+        QTest::addColumn<QString>("wanted"); // title|artist
+        QTest::addColumn<double>("expected");
+        const auto row = [](const char *name, const char *title, const char *channel, double seconds, const char *wanted, double expected) {
+            QTest::newRow(name) << QString::fromUtf8(title) << QString::fromUtf8(channel) << seconds << QString::fromUtf8(wanted) << expected;
+        };
+        row("half the title words", "Midnight Town", "", -1, "Midnight City|", 20);
+        row("stop words and single letters ignored", "CITY", "", -1, "The City feat A|", 40);
+        row("artist text in the channel, not its words", "zz", "M83VEVO", -1, "qq|M83", 25);
+        row("artist words anywhere", "zz", "Punk Daft Records", -1, "qq|Daft Punk", 15);
+        row("half the artist words", "zz Daft", "", -1, "qq|Daft Punk", 7.5);
+        row("official audio", "zz (Official Audio)", "", -1, "qq|", 22);
+        row("official video", "zz [official video]", "", -1, "qq|", 12);
+        row("official music video", "zz official music video", "", -1, "qq|", 12);
+        row("topic channel", "zz", "Someone - Topic", -1, "qq|", 18);
+        row("lyrics", "zz (Lyrics)", "", -1, "qq|", 4);
+        row("lyrics with karaoke", "zz lyric karaoke", "", -1, "qq|", -50);
+        row("a penalty counts once", "zz remix REMIX", "", -1, "qq|", -15);
+        row("cover fires inside discover", "Discover Weekly", "", -1, "qq|", -20);
+        row("59 s", "zz", "", 59, "qq|", -25);
+        row("60 s", "zz", "", 60, "qq|", 0);
+        row("119 s", "zz", "", 119, "qq|", 0);
+        row("120 s", "zz", "", 120, "qq|", 8);
+        row("480 s", "zz", "", 480, "qq|", 8);
+        row("481 s", "zz", "", 481, "qq|", 0);
+        row("900 s", "zz", "", 900, "qq|", 0);
+        row("901 s", "zz", "", 901, "qq|", -20);
+    }
+    void scoring() {
+        QFETCH(QString, title);
+        QFETCH(QString, channel);
+        QFETCH(double, seconds);
+        QFETCH(QString, wanted);
+        const auto duration = seconds < 0 ? std::nullopt : std::optional(seconds);
+        QTEST(SpotifyResolver::score(hit(u"x"_s, title, channel, duration), wanted.section(u'|', 0, 0), wanted.section(u'|', 1)), "expected");
     }
 
     void fetchMetadataCombinesBothSources_data() {
@@ -156,19 +193,19 @@ private Q_SLOTS:
         QFETCH(QString, search);
         QFETCH(QString, expectedQuery);
         QFETCH(QString, expectedTitle);
-        TestEnv::writeStubTool(u"yt-dlp"_s, u"printf '%s\\n' \"$@\" > '"_s + TestEnv::root() + argsFile + u"'\n"_s + search);
+        TestEnv::standIn(u"yt-dlp"_s, search);
         const auto r = vtest::await(SpotifyResolver::resolve(track(u"full"_s), oEmbed(oEmbedVariant)));
         QCOMPARE(QStringList({r.searchQuery, r.track.title, r.track.artist}), QStringList({expectedQuery, expectedTitle, u"M83"_s}));
         QVERIFY(!r.track.artworkURL.isEmpty());
         // an ordinary video search for the first six hits, artist first
-        QVERIFY(TestEnv::readFile(TestEnv::root() + argsFile).endsWith((u"\nytsearch6:M83 "_s + expectedTitle + u'\n').toUtf8()));
+        QCOMPARE(TestEnv::standInArgs(u"yt-dlp"_s).last(), u"ytsearch6:M83 "_s + expectedTitle);
     }
 
     void resolveWithoutATitleFails() {
-        TestEnv::writeStubTool(u"yt-dlp"_s, u"touch '"_s + TestEnv::root() + u"/searched'\n"_s);
+        TestEnv::standIn(u"yt-dlp"_s);
         QCOMPARE(vtest::failure(SpotifyResolver::resolve(track(u"latin1"_s), oEmbed(u"notitle"_s))),
                  u"Couldn't read track info from that Spotify link."_s);
-        QVERIFY(!QFile::exists(TestEnv::root() + u"/searched"_s)); // nothing to search for
+        QVERIFY(TestEnv::standInArgs(u"yt-dlp"_s).isEmpty()); // nothing to search for
     }
 
     void applyTagsWritesTagsCoverAndName_data() {

@@ -1,6 +1,7 @@
 #include "Await.h"
 #include "TestEnv.h"
 #include "TestMain.h"
+#include "engine_media.h"
 
 #include "core/AppSettings.h"
 #include "engine/ChildRegistry.h"
@@ -14,7 +15,6 @@
 #include <QTemporaryDir>
 #include <QTest>
 
-#include <csignal>
 #include <sys/stat.h>
 #include <utime.h>
 
@@ -62,38 +62,31 @@ private Q_SLOTS:
         QVERIFY2(clock.elapsed() < 10000, "the run should end soon after its time-out");
         const qint64 grandchild = TestEnv::readFile(pidFile).trimmed().toLongLong();
         QVERIFY(grandchild > 0);
-        QTRY_VERIFY_WITH_TIMEOUT(::kill(pid_t(grandchild), 0) != 0, 5000);
+        QTRY_VERIFY_WITH_TIMEOUT(EngineMedia::commandLine(grandchild).isEmpty(), 5000); // a zombie counts as gone
     }
 
     // Quitting ends every child with whatever it started, also one that ignores SIGTERM.
     void endAllEndsEveryGroup_data() {
         QTest::addColumn<QString>("prelude");
         QTest::addColumn<int>("status");
-        QTest::newRow("ordinary") << QString() << 15;
-        QTest::newRow("ignores SIGTERM") << QStringLiteral("trap '' TERM; ") << 9;
+        QTest::addColumn<int>("graceMs"); // ample for a group that goes; short for one that never will
+        QTest::newRow("ordinary") << QString() << 15 << 5000;
+        QTest::newRow("ignores SIGTERM") << QStringLiteral("trap '' TERM; ") << 9 << 200;
     }
     void endAllEndsEveryGroup() {
         QFETCH(QString, prelude);
+        QFETCH(int, graceMs);
         const QString pidFile = TestEnv::root() + QStringLiteral("/left-behind.pid");
         QFile::remove(pidFile);
         const QStringList args{QStringLiteral("-c"), prelude + QStringLiteral("sleep 600 & echo $! > '%1'; wait").arg(pidFile)};
         auto task = Tools::run(sh, args, 600);
         QTRY_VERIFY(!TestEnv::readFile(pidFile).trimmed().isEmpty());
         QCOMPARE(ChildRegistry::running().size(), 1);
-        QCOMPARE(ChildRegistry::endAll(3000), prelude.isEmpty());
+        QCOMPARE(ChildRegistry::endAll(graceMs), prelude.isEmpty());
         QTEST(vtest::await(std::move(task)).status, "status");
         QVERIFY(ChildRegistry::running().isEmpty());
         const qint64 grandchild = TestEnv::readFile(pidFile).trimmed().toLongLong();
-        QTRY_VERIFY(::kill(pid_t(grandchild), 0) != 0);
-    }
-
-    void childExitingEarlyIsNeverSignalled() {
-        const QString marker = TestEnv::root() + QStringLiteral("/signalled");
-        const QStringList args{QStringLiteral("-c"), QStringLiteral("trap 'touch \"%1\"' TERM; sleep 0.2; exit 3").arg(marker)};
-        const auto r = runSync(sh, args, 0.6);
-        QCOMPARE(r.status, 3);
-        QTest::qWait(900); // past the would-be deadline
-        QVERIFY(!QFile::exists(marker));
+        QTRY_VERIFY(EngineMedia::commandLine(grandchild).isEmpty());
     }
 
     void launchFailuresCarryThePlatformText() {
@@ -109,21 +102,18 @@ private Q_SLOTS:
 
     void installRules() {
         QTemporaryDir dir;
-        const Tools::Layout layout{dir.path() + QStringLiteral("/support/Vorlix/bin"), dir.path() + QStringLiteral("/pkg"), {}};
+        const Tools::Layout layout{dir.path() + QStringLiteral("/bin"), dir.path() + QStringLiteral("/pkg"), {}};
         const auto pkg = [&](const char *name) -> QString { return layout.packagedDir + u'/' + QLatin1String(name); };
         const auto installed = [&](const char *name) -> QString { return layout.toolDir + u'/' + QLatin1String(name); };
         writeFile(pkg("yt-dlp"), "ytdlp-v2", 2000);
         writeFile(pkg("ffmpeg"), "ffmpeg-v2", 2000);
         writeFile(pkg("whisper-cli"), "whisper-v1", 1000);
         QFile::setPermissions(pkg("ffmpeg"), QFileDevice::ReadOwner);
-
-        // First install: everything copied with 755.
         Tools::installBundledTools(layout);
-        for (const char *name : {"yt-dlp", "ffmpeg", "whisper-cli"}) {
-            struct stat st {};
-            QCOMPARE(::stat(QFile::encodeName(installed(name)).constData(), &st), 0);
-            QCOMPARE(int(st.st_mode & 07777), 0755);
-        }
+        struct stat st {};
+        QCOMPARE(::stat(QFile::encodeName(installed("ffmpeg")).constData(), &st), 0);
+        QCOMPARE(int(st.st_mode & 07777), 0755);
+
         // The downloader updates itself, so it is never replaced; the others are when the packaged copy is newer.
         writeFile(installed("yt-dlp"), "ytdlp-self-updated", 1000);
         writeFile(installed("ffmpeg"), "ffmpeg-v1", 1000);
@@ -132,58 +122,48 @@ private Q_SLOTS:
         QCOMPARE(TestEnv::readFile(installed("yt-dlp")), QByteArray("ytdlp-self-updated"));
         QCOMPARE(TestEnv::readFile(installed("ffmpeg")), QByteArray("ffmpeg-v2"));
         QCOMPARE(TestEnv::readFile(installed("whisper-cli")), QByteArray("whisper-local"));
-        writeFile(installed("ffmpeg"), "ffmpeg-v3", 3000);
-        Tools::installBundledTools(layout);
-        QCOMPARE(TestEnv::readFile(installed("ffmpeg")), QByteArray("ffmpeg-v3"));
 
-        // A packaged build made before the first install but after the installed one still replaces it.
-        TestEnv::writeFile(pkg("whisper-cli"), "whisper-v1");
-        QTest::qWait(30);
-        const QString staged = dir.path() + QStringLiteral("/whisper-v2");
-        TestEnv::writeFile(staged, "whisper-v2");
-        QTest::qWait(30);
+        // The copy keeps the packaged build's time: a build made before this install still replaces it.
+        writeFile(pkg("whisper-cli"), "whisper-v2", 1500);
         QFile::remove(installed("whisper-cli"));
         Tools::installBundledTools(layout);
-        QVERIFY(QFile::remove(pkg("whisper-cli")) && QFile::rename(staged, pkg("whisper-cli")));
+        writeFile(pkg("whisper-cli"), "whisper-v3", 1600);
         Tools::installBundledTools(layout);
-        QCOMPARE(TestEnv::readFile(installed("whisper-cli")), QByteArray("whisper-v2"));
-
-        // No packaged copy: nothing happens, nothing breaks.
-        Tools::Layout empty{dir.path() + QStringLiteral("/other/bin"), dir.path() + QStringLiteral("/nopkg"), {}};
-        Tools::installBundledTools(empty);
-        QVERIFY(QDir(empty.toolDir).isEmpty());
+        QCOMPARE(TestEnv::readFile(installed("whisper-cli")), QByteArray("whisper-v3"));
     }
 
     void locationPrecedence() {
         QTemporaryDir dir;
         Tools::Layout layout{dir.path() + QStringLiteral("/bin"), dir.path() + QStringLiteral("/pkg"), {}};
-        const QString brew = dir.path() + QStringLiteral("/brew"), usr = dir.path() + QStringLiteral("/usr");
+        const QString local = dir.path() + QStringLiteral("/local/"), usr = dir.path() + QStringLiteral("/usr/");
         for (const QString &name : {Tools::ytDlpName, Tools::ffmpegName, Tools::whisperName})
-            layout.candidates[name] = {brew + u'/' + name, usr + u'/' + name};
+            layout.candidates[name] = {local + name, usr + name};
         const auto ffmpeg = [&] { return Tools::systemFirstURL(Tools::ffmpegName, layout); };
+        const QString installed = layout.toolDir + QStringLiteral("/ffmpeg");
 
         // Nothing anywhere: the downloader is the tool folder's path; the others are absent.
         QCOMPARE(Tools::ytDlpURL(layout), layout.toolDir + QStringLiteral("/yt-dlp"));
         QCOMPARE(ffmpeg(), QString());
-        writeFile(usr + QStringLiteral("/ffmpeg"), "x", 1000);
-        writeFile(layout.toolDir + QStringLiteral("/ffmpeg"), "x", 1000);
-        QCOMPARE(ffmpeg(), usr + QStringLiteral("/ffmpeg"));
-        writeFile(brew + QStringLiteral("/ffmpeg"), "x", 1000);
-        QCOMPARE(ffmpeg(), brew + QStringLiteral("/ffmpeg"));
-        QFile::remove(brew + QStringLiteral("/ffmpeg"));
-        QFile::remove(usr + QStringLiteral("/ffmpeg"));
-        QCOMPARE(ffmpeg(), layout.toolDir + QStringLiteral("/ffmpeg"));
+        // System copies first, in the candidates' order, then the installed one.
+        writeFile(usr + QStringLiteral("ffmpeg"), "x", 1000);
+        writeFile(installed, "x", 1000);
+        QCOMPARE(ffmpeg(), usr + QStringLiteral("ffmpeg"));
+        writeFile(local + QStringLiteral("ffmpeg"), "x", 1000);
+        QCOMPARE(ffmpeg(), local + QStringLiteral("ffmpeg"));
+        QFile::remove(local + QStringLiteral("ffmpeg"));
+        QFile::remove(usr + QStringLiteral("ffmpeg"));
+        QCOMPARE(ffmpeg(), installed);
         // A non-executable installed file does not count; the packaged copy is the last resort.
-        QFile::setPermissions(layout.toolDir + QStringLiteral("/ffmpeg"), QFileDevice::ReadOwner);
+        QFile::setPermissions(installed, QFileDevice::ReadOwner);
         writeFile(layout.packagedDir + QStringLiteral("/whisper-cli"), "x", 1000);
         QCOMPARE(ffmpeg(), QString());
         QCOMPARE(Tools::systemFirstURL(Tools::whisperName, layout), layout.packagedDir + QStringLiteral("/whisper-cli"));
 
-        // The downloader: the installed copy beats a system-wide one.
-        writeFile(brew + QStringLiteral("/yt-dlp"), "x", 1000);
-        QCOMPARE(Tools::ytDlpURL(layout), brew + QStringLiteral("/yt-dlp"));
+        // The downloader: the installed copy beats a system-wide one, and is installed on demand.
+        writeFile(local + QStringLiteral("yt-dlp"), "x", 1000);
+        QCOMPARE(Tools::ytDlpURL(layout), local + QStringLiteral("yt-dlp"));
         writeFile(layout.packagedDir + QStringLiteral("/yt-dlp"), "pkg", 1000);
-        QCOMPARE(Tools::ytDlpURL(layout), layout.toolDir + QStringLiteral("/yt-dlp")); // installed on demand
+        QCOMPARE(Tools::ytDlpURL(layout), layout.toolDir + QStringLiteral("/yt-dlp"));
         QCOMPARE(TestEnv::readFile(layout.toolDir + QStringLiteral("/yt-dlp")), QByteArray("pkg"));
     }
 
@@ -195,10 +175,6 @@ private Q_SLOTS:
         const QString ytdlp = Tools::ytDlpURL();
         QCOMPARE(ytdlp, AppSettings::appSupportDir() + QStringLiteral("/bin/yt-dlp"));
         QVERIFY(Tools::whisperURL().endsWith(QStringLiteral("/whisper-cli")));
-
-        const auto version = runSync(ytdlp, {QStringLiteral("--version")});
-        QCOMPARE(version.status, 0);
-        QVERIFY(QRegularExpression(QStringLiteral("^\\d{4}\\.\\d{2}\\.\\d{2}")).match(version.stdoutText).hasMatch());
 
         const auto help = runSync(Tools::whisperURL(), {QStringLiteral("--help")});
         QVERIFY(help.stdoutText.contains(QStringLiteral("usage:")) || help.stderrText.contains(QStringLiteral("usage:")));

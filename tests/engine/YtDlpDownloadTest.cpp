@@ -9,9 +9,6 @@
 
 #include <QElapsedTimer>
 #include <QFileInfo>
-#include <QJsonArray>
-#include <QJsonDocument>
-#include <QJsonObject>
 #include <QProcess>
 #include <QTest>
 #include <QTimer>
@@ -42,43 +39,33 @@ struct Outcome {
     }
 };
 
-using ProgressHook = std::function<void(Outcome &, const YtDlp::Progress &)>;
-using RegisterHook = std::function<void(Outcome &, YtDlp::ChildProcess)>;
-
-Outcome runDownload(const DownloadItemPtr &item, const AppSettings &settings, const QString &outputDir, ProgressHook onProgress = {},
-                    RegisterHook onRegister = {}) {
+Outcome runDownload(const DownloadItemPtr &item, const AppSettings &settings, const QString &outputDir,
+                    std::function<void(YtDlp::ChildProcess)> onRegister = {}) {
     Outcome out;
     out.pathFile = YtDlp::pathFileFor(*item);
     const YtDlp::RegisterFn reg = [&out, onRegister](YtDlp::ChildProcess child) {
         out.registered << child;
         if (onRegister)
-            onRegister(out, child);
+            onRegister(child);
     };
     try {
-        out.path = vtest::await(YtDlp::download(item, settings, outputDir, reg, [&out, onProgress](const YtDlp::Progress &p) {
-            out.progress << p;
-            if (onProgress)
-                onProgress(out, p);
-        }));
+        out.path = vtest::await(YtDlp::download(item, settings, outputDir, reg, [&out](const YtDlp::Progress &p) { out.progress << p; }));
     } catch (const YtDlpError &e) {
         out.error = e.kind() == YtDlpError::Kind::downloadFailed ? e.message() : QStringLiteral("<wrong kind>");
     }
     return out;
 }
 
-// "video:h264,audio:aac|<duration>|<title tag>" as ffprobe reads the file.
+// "h264,aac|<seconds>|<title tag>" as ffprobe reads the file.
 QString probeFile(const QString &path) {
     QProcess p;
-    p.start(QStringLiteral("ffprobe"), {QStringLiteral("-v"), QStringLiteral("error"), QStringLiteral("-print_format"), QStringLiteral("json"),
-                                        QStringLiteral("-show_streams"), QStringLiteral("-show_format"), path});
+    p.start(QStringLiteral("ffprobe"), QStringLiteral("-v|error|-show_entries|stream=codec_name:format=duration:format_tags=title|-of|"
+                                                      "default=nw=1:nk=1").split(u'|') << path);
     p.waitForFinished(60000);
-    const QJsonObject root = QJsonDocument::fromJson(p.readAllStandardOutput()).object();
-    QStringList codecs;
-    for (const QJsonValue &v : root[QStringLiteral("streams")].toArray())
-        codecs << v[QStringLiteral("codec_type")].toString() + u':' + v[QStringLiteral("codec_name")].toString();
-    const QJsonObject format = root[QStringLiteral("format")].toObject();
-    const QString title = format[QStringLiteral("tags")][QStringLiteral("title")].toString();
-    return codecs.join(u',') + u'|' + QString::number(qRound(format[QStringLiteral("duration")].toString().toDouble())) + u'|' + title;
+    QStringList lines = QString::fromUtf8(p.readAllStandardOutput()).split(u'\n', Qt::SkipEmptyParts);
+    // codec names, then the duration, then the title when there is one
+    const qsizetype at = std::find_if(lines.begin(), lines.end(), [](const QString &l) { return l.toDouble() > 0; }) - lines.begin();
+    return lines.mid(0, at).join(u',') + u'|' + QString::number(qRound(lines.value(at).toDouble())) + u'|' + lines.mid(at + 1).join(u' ');
 }
 
 const QString notLocated = QStringLiteral("Finished, but the output file could not be located.");
@@ -91,12 +78,8 @@ class YtDlpDownloadTest : public QObject {
     int m_folders = 0;
 
     QString freshFolder() { return TestEnv::root() + QStringLiteral("/downloads-") + QString::number(++m_folders); }
-    Outcome fetch(const QString &path, DownloadMode mode, std::optional<ClipRange> clip = {}) {
-        return runDownload(DownloadItem::make(m_site->url(path), mode, clip), *m_settings, freshFolder());
-    }
-    // A stub downloader that skips to the path file argument and then runs `body`.
-    static void stubDownloader(const QString &body) {
-        TestEnv::writeStubTool(Tools::ytDlpName, QStringLiteral("while [ \"$1\" != after_move:filepath ]; do shift; done; shift\n") + body);
+    Outcome fetch(const QString &path, DownloadMode mode, std::optional<ClipRange> clip = {}, const QString &folder = {}) {
+        return runDownload(DownloadItem::make(m_site->url(path), mode, clip), *m_settings, folder.isEmpty() ? freshFolder() : folder);
     }
 
 private Q_SLOTS:
@@ -109,49 +92,38 @@ private Q_SLOTS:
     void init() {
         TestEnv::removeStubTool(Tools::ytDlpName);
         QVERIFY(QFileInfo(Tools::ytDlpURL()).size() > 100000); // the packaged zip, not a stub
-        m_settings->setAudioFormatRaw(QStringLiteral("mp3"));
     }
     void cleanupTestCase() { TestEnv::removeStubTool(Tools::ytDlpName); }
 
     void eachModeMakesAPlayableFile_data() {
         QTest::addColumn<QString>("page");
         QTest::addColumn<DownloadMode>("mode");
-        QTest::addColumn<QString>("audioFormat");
         QTest::addColumn<QString>("probed");
-        QTest::addColumn<QStringList>("expectedPhases");
+        QTest::addColumn<QString>("phase");
         QTest::newRow("best video + audio, HLS renditions merged") << QStringLiteral("/hls/master.m3u8") << DownloadMode::bestVideoAudio
-            << QStringLiteral("mp3") << QStringLiteral("video:h264,audio:aac|4|") << QStringList{QStringLiteral("Merging video + audio")};
-        QTest::newRow("video only") << QStringLiteral("/hls/master.m3u8") << DownloadMode::videoOnly << QStringLiteral("mp3")
-                                    << QStringLiteral("video:h264|4|") << QStringList{};
-        const QStringList audioPhases{QStringLiteral("Extracting audio"), QStringLiteral("Embedding artwork")};
-        QTest::newRow("audio mp3 with cover and tags") << QStringLiteral("/page.html") << DownloadMode::audioOnly << QStringLiteral("mp3")
-                                                       << QStringLiteral("audio:mp3,video:mjpeg|4|Fixture Page (1)") << audioPhases;
-        QTest::newRow("audio m4a with cover and tags") << QStringLiteral("/page.html") << DownloadMode::audioOnly << QStringLiteral("m4a")
-                                                       << QStringLiteral("audio:aac,video:mjpeg|4|Fixture Page (1)") << audioPhases;
+            << QStringLiteral("h264,aac|3|") << QStringLiteral("Merging video + audio");
+        QTest::newRow("audio mp3 with cover and tags") << QStringLiteral("/page.html") << DownloadMode::audioOnly
+            << QStringLiteral("mp3,mjpeg|3|Fixture Page (1)") << QStringLiteral("Embedding artwork");
     }
     void eachModeMakesAPlayableFile() {
         QFETCH(QString, page);
         QFETCH(DownloadMode, mode);
-        QFETCH(QString, audioFormat);
-        QFETCH(QString, probed);
-        QFETCH(QStringList, expectedPhases);
-        m_settings->setAudioFormatRaw(audioFormat);
         const QString folder = freshFolder() + QStringLiteral("/Nested/Genre"); // created on demand
-        const Outcome out = runDownload(DownloadItem::make(m_site->url(page), mode), *m_settings, folder);
+        const Outcome out = fetch(page, mode, {}, folder);
         QCOMPARE(out.error, QString());
         QCOMPARE(out.registered.size(), 1);
         QCOMPARE(QFileInfo(out.path).absolutePath(), folder);
-        QCOMPARE(QFileInfo(out.path).suffix(), mode == DownloadMode::audioOnly ? audioFormat : QStringLiteral("mp4"));
+        QCOMPARE(QFileInfo(out.path).suffix(), mode == DownloadMode::audioOnly ? QStringLiteral("mp3") : QStringLiteral("mp4"));
         QVERIFY(!QFile::exists(out.pathFile));
-        QCOMPARE(probeFile(out.path), probed);
-        for (const QString &phase : expectedPhases)
-            QVERIFY2(out.phases().contains(phase), qPrintable(out.phases().join(u',')));
+        QTEST(probeFile(out.path), "probed");
+        QFETCH(QString, phase);
+        QVERIFY2(out.phases().contains(phase), qPrintable(out.phases().join(u',')));
         QCOMPARE(out.fractions().value(out.fractions().size() - 1), 1.0);
     }
 
     void progressRisesToTheEndAndClipsAreCut() {
         // A single throttled file: yt-dlp reports it in rising steps, each with speed and ETA texts.
-        const Outcome out = fetch(QStringLiteral("/clip.mp4?rate=150000"), DownloadMode::bestVideoAudio);
+        const Outcome out = fetch(QStringLiteral("/clip.mp4?rate=100000"), DownloadMode::bestVideoAudio);
         QCOMPARE(out.error, QString());
         const QList<double> f = out.fractions();
         QVERIFY2(f.size() >= 3 && f.first() < 0.5 && f.last() == 1.0, qPrintable(QString::number(f.size())));
@@ -161,60 +133,31 @@ private Q_SLOTS:
 
         const Outcome clipped = fetch(QStringLiteral("/page.html"), DownloadMode::bestVideoAudio, ClipRange{QStringLiteral("0:01"), QStringLiteral("3")});
         QCOMPARE(clipped.error, QString());
-        QCOMPARE(probeFile(clipped.path), QStringLiteral("video:h264,audio:aac|2|"));
+        QCOMPARE(probeFile(clipped.path), QStringLiteral("h264,aac|2|"));
         QVERIFY(!QFile::exists(clipped.pathFile));
     }
 
-    void missingPageFailsWithOneFriendlyLine() {
-        const Outcome out = fetch(QStringLiteral("/missing.mp4"), DownloadMode::bestVideoAudio);
-        QVERIFY(out.path.isEmpty());
-        QVERIFY2(out.error.contains(QLatin1String("HTTP Error 404")) && !out.error.contains(QLatin1String("ERROR:")) &&
-                     !out.error.contains(u'\n') && out.error.size() <= 221, qPrintable(out.error));
-        QVERIFY(!YtDlp::shouldSelfHeal(out.error));
-        QVERIFY(!QFile::exists(out.pathFile));
-    }
-
-    void cancelEndsEveryChild_data() {
-        QTest::addColumn<bool>("duringFfmpeg");
-        QTest::newRow("while yt-dlp downloads") << false;
-        QTest::newRow("while ffmpeg cuts a section") << true;
-    }
-    void cancelEndsEveryChild() {
-        QFETCH(bool, duringFfmpeg);
+    // The hard case: yt-dlp has handed the section to ffmpeg, its own child.
+    void cancelWhileFfmpegCutsEndsEveryChild() {
         const QString folder = freshFolder();
-        const auto clip = duringFfmpeg ? std::optional(ClipRange{QStringLiteral("0"), QStringLiteral("4")}) : std::nullopt;
         QElapsedTimer sinceCancel;
-        bool sawFfmpeg = false;
         QTimer poll;
         poll.setInterval(100);
-        const auto cancel = [&sinceCancel](const YtDlp::ChildProcess &child) {
-            if (!sinceCancel.isValid()) {
-                sinceCancel.start();
-                child.terminate();
-            }
-        };
-        const Outcome out = runDownload(
-            DownloadItem::make(m_site->url(QStringLiteral("/slow.html")), DownloadMode::bestVideoAudio, clip), *m_settings, folder,
-            [&](Outcome &o, const YtDlp::Progress &p) {
-                if (!duringFfmpeg && p.fraction && *p.fraction < 1.0)
-                    cancel(o.registered.first());
-            },
-            [&](Outcome &, YtDlp::ChildProcess child) {
-                if (!duringFfmpeg)
-                    return;
-                QObject::connect(&poll, &QTimer::timeout, [&, child] {
-                    for (qint64 pid : EngineMedia::liveGroupMembers(child.pid()))
-                        if (EngineMedia::commandLine(pid).contains(QLatin1String("ffmpeg"))) {
-                            sawFfmpeg = true;
-                            cancel(child);
-                        }
-                });
-                poll.start();
+        const Outcome out = runDownload(DownloadItem::make(m_site->url(QStringLiteral("/slow.html")), DownloadMode::bestVideoAudio,
+                                                           ClipRange{QStringLiteral("0"), QStringLiteral("3")}),
+                                        *m_settings, folder, [&](YtDlp::ChildProcess child) {
+            QObject::connect(&poll, &QTimer::timeout, [&, child] {
+                for (qint64 pid : EngineMedia::liveGroupMembers(child.pid()))
+                    if (!sinceCancel.isValid() && EngineMedia::commandLine(pid).contains(QLatin1String("ffmpeg"))) {
+                        sinceCancel.start();
+                        child.terminate();
+                    }
             });
+            poll.start();
+        });
         poll.stop();
-        QVERIFY2(sinceCancel.isValid(), "the download ended before it could be cancelled");
+        QVERIFY2(sinceCancel.isValid(), "the download ended before ffmpeg was seen");
         QVERIFY2(sinceCancel.elapsed() < 10000, "a cancelled download ends promptly");
-        QCOMPARE(sawFfmpeg, duringFfmpeg);
         QVERIFY(out.path.isEmpty() && !out.error.isEmpty());
         QVERIFY(!QFile::exists(out.pathFile));
         QTRY_VERIFY_WITH_TIMEOUT(EngineMedia::liveGroupMembers(out.registered.first().pid()).isEmpty(), 5000);
@@ -222,20 +165,16 @@ private Q_SLOTS:
     }
 
     void pathFileDecidesTheResult_data() {
-        QTest::addColumn<QString>("script"); // %1 = an existing file, %2 = a missing one, %3 = a stale leftover
+        QTest::addColumn<QString>("script"); // %1 = an existing file, %2 = a missing one
         QTest::addColumn<QString>("expected"); // the path, or the error
-        const QString write = QStringLiteral("printf '%1' >> \"$1\"\necho 'VORLIX|100%|1MiB/s|00:00'\nexit %2\n");
-        QTest::newRow("last line names the file") << write.arg(QStringLiteral("%2\\n%1\\n\\n"), QStringLiteral("0")) << QStringLiteral("%1");
-        QTest::newRow("last line names a missing file") << write.arg(QStringLiteral("%1\\n%2\\n"), QStringLiteral("0")) << notLocated;
-        QTest::newRow("empty path file") << write.arg(QStringLiteral("\\n\\n"), QStringLiteral("0")) << notLocated;
-        QTest::newRow("not UTF-8") << write.arg(QStringLiteral("%1\\377\\n"), QStringLiteral("0")) << notLocated;
-        QTest::newRow("stale leftover is not this run's file") << QStringLiteral("exit 0\n") << notLocated;
+        const QString write = QStringLiteral("printf '%1' >> \"$1\"\necho 'VORLIX|100%|1MiB/s|00:00'\n");
+        QTest::newRow("last line names the file") << write.arg(QStringLiteral("%2\\n%1\\n\\n")) << QStringLiteral("%1");
+        QTest::newRow("last line names a missing file") << write.arg(QStringLiteral("%1\\n%2\\n")) << notLocated;
+        QTest::newRow("not UTF-8") << write.arg(QStringLiteral("%1\\377\\n")) << notLocated;
+        QTest::newRow("stale leftover is not this run's file") << QString() << notLocated;
         QTest::newRow("a failed status beats a written path")
             << QStringLiteral("echo %1 >> \"$1\"\necho 'WARNING: slow\\nERROR: [youtube] abc: Video unavailable' >&2\nexit 1\n")
             << QStringLiteral("[youtube] abc: Video unavailable");
-        QTest::newRow("needs a login") << QStringLiteral("echo 'ERROR: [instagram] p: Use --cookies-from-browser' >&2\nexit 1\n")
-                                       << YtDlp::loginNeededMessage;
-        QTest::newRow("silent failure") << QStringLiteral("exit 1\n") << QStringLiteral("Unknown error");
     }
     void pathFileDecidesTheResult() {
         QFETCH(QString, script);
@@ -246,7 +185,9 @@ private Q_SLOTS:
         auto item = DownloadItem::make(QStringLiteral("https://example.com/v/1"), DownloadMode::bestVideoAudio);
         // A leftover from an interrupted attempt of the same item must not count as this run's file.
         QVERIFY(TestEnv::writeFile(YtDlp::pathFileFor(*item), existing.toUtf8() + '\n'));
-        stubDownloader(QString(script).replace(QStringLiteral("%1"), existing).replace(QStringLiteral("%2"), missing));
+        // The stand-in skips to the path file argument first.
+        TestEnv::standIn(Tools::ytDlpName, QStringLiteral("while [ \"$1\" != after_move:filepath ]; do shift; done; shift\n") +
+                                               QString(script).replace(QStringLiteral("%1"), existing).replace(QStringLiteral("%2"), missing));
         const Outcome out = runDownload(item, *m_settings, freshFolder());
         QCOMPARE(out.path.isEmpty() ? out.error : out.path, QString(expected).replace(QStringLiteral("%1"), existing));
         QVERIFY(!QFile::exists(out.pathFile));

@@ -51,7 +51,7 @@ private Q_SLOTS:
         const auto row = [](const char *name, const char *text, const char *expected) {
             QTest::newRow(name) << QString::fromUtf8(text) << QString::fromUtf8(expected);
         };
-        row("share link, spaces, only si", "  https://youtu.be/abc?si=XYZ \n", "https://youtu.be/abc");
+        row("share link, spaces", "  https://youtu.be/abc?si=XYZ \n", "https://youtu.be/abc");
         row("names compare case-insensitively", "https://www.youtube.com/watch?v=1&UTM_Source=x&t=30", "https://www.youtube.com/watch?v=1&t=30");
         row("not a link", "\t not a link at all \n", "not a link at all");
         row("kept values byte for byte", "https://x.com/p?q=a%2Bb&si=1&z=%E2%9C%93&e=a+b&s=%7e", "https://x.com/p?q=a%2Bb&z=%E2%9C%93&e=a+b&s=%7e");
@@ -62,11 +62,6 @@ private Q_SLOTS:
         row("empty query untouched", "https://x.com/?", "https://x.com/?");
         row("question mark in the fragment", "https://x.com/#a?si=1", "https://x.com/#a?si=1");
         row("spaces inside: not a link", "https://x.com/a b?si=1", "https://x.com/a b?si=1");
-        const char *names[] = {"si", "feature", "pp", "ab_channel", "embeds_referring_euri", "embeds_referring_origin", "source",
-                               "ref", "utm_source", "utm_medium", "utm_campaign", "utm_content", "utm_term", "fbclid", "gclid"};
-        for (const char *name : names)
-            QTest::addRow("drops %s", name) << QStringLiteral("https://m.example.org/v/1?keep=1&%1=zzz").arg(QString::fromUtf8(name).toUpper())
-                                            << QStringLiteral("https://m.example.org/v/1?keep=1");
     }
     void normalize() {
         QFETCH(QString, text);
@@ -77,7 +72,6 @@ private Q_SLOTS:
 
     void playlistOrChannel() {
         for (const char *link : {"https://www.youtube.com/watch?v=abc&list=PL1", "https://www.youtube.com/channel/UC123",
-                                 "https://www.youtube.com/user/someone", "https://www.youtube.com/c/someone",
                                  "HTTPS://M.YOUTUBE.COM/@SOMEONE", "https://vimeo.com/someone/videos", "https://x.com/PLAYLIST/1"})
             QVERIFY2(YtDlp::isLikelyPlaylistOrChannel(QString::fromUtf8(link)), link);
         for (const char *link : {"https://www.youtube.com/watch?v=abc", "https://www.tiktok.com/@someone/video/1", "https://youtu.be/abc?t=3"})
@@ -94,8 +88,6 @@ private Q_SLOTS:
         row("last marker line wins", 0,
             QStringLiteral("[generic] x\nVORLIXMETA\tOld\t1\tNA\tNA\nVORLIXMETA\tNew\t2.5\thttps://i.ytimg.com/hq.jpg\tGaming\nDeleting\n"), {},
             QStringLiteral("New|2.5|https://i.ytimg.com/hq.jpg|Gaming|"));
-        row("four pieces with the marker", 0, QStringLiteral("VORLIXMETA\tT\t10\thttps://t.example/x.jpg"), {},
-            QStringLiteral("T|10|https://t.example/x.jpg||"));
         row("unreadable duration and thumbnail", 0, QStringLiteral("VORLIXMETA\tT\t12abc\tnot a web address\tNA"), {}, QStringLiteral("T||||"));
         row("unmarked output: its first line", 0, QStringLiteral("\n  \nJust a title\nsecond\n"), {}, QStringLiteral("Just a title||||"));
         row("blank output fails", 0, QStringLiteral(" \n\n"), QStringLiteral("WARNING: x\nERROR: boom\n"), QStringLiteral("error: boom"));
@@ -109,7 +101,6 @@ private Q_SLOTS:
         const auto row = [](const char *name, int status, const char *out, const char *err, const QString &expected) {
             QTest::newRow(name) << status << QString::fromUtf8(out) << QString::fromUtf8(err) << expected;
         };
-        row("not JSON", 0, "oops", "ERROR: broken\n", QStringLiteral("error: broken"));
         row("JSON array", 0, "[{\"title\":\"x\"}]", "ERROR: broken\n", QStringLiteral("error: broken"));
         row("empty output", 0, "", "", QStringLiteral("error: Unknown error"));
         row("failed run", 2, "{\"title\":\"x\"}", "ERROR: broken\n", QStringLiteral("error: broken"));

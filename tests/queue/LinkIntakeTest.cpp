@@ -42,16 +42,9 @@ QString inboxPath(const QString &name = QStringLiteral("inbox.txt")) {
     return QStringLiteral("%1/inbox-%2/Vorlix/%3").arg(TestEnv::root()).arg(++n).arg(name);
 }
 
-bool writeFile(const QString &path, const QByteArray &bytes) {
-    QDir().mkpath(QFileInfo(path).absolutePath());
-    QFile f(path);
-    return f.open(QIODevice::WriteOnly) && f.write(bytes) == bytes.size();
-}
-
-QByteArray readFile(const QString &path) {
-    QFile f(path);
-    return f.open(QIODevice::ReadOnly) ? f.readAll() : QByteArray("<unreadable>");
-}
+// The inbox's bytes; a missing file reads differently from an emptied one.
+QByteArray readFile(const QString &path) { return QFile::exists(path) ? TestEnv::readFile(path) : QByteArray("<missing>"); }
+using TestEnv::writeFile;
 
 } // namespace
 
@@ -63,21 +56,19 @@ private Q_SLOTS:
         QTest::addColumn<QStringList>("expected");
         const QString a = QStringLiteral("https://www.youtube.com/watch?v=abc");
         QTest::newRow("none") << QStringLiteral("no links here, just words. www.example.com") << QStringList();
-        QTest::newRow("punctuation then repeat") << QStringLiteral("see (%1), then again %1.").arg(a) << QStringList{a};
-        QTest::newRow("all trailing marks") << QStringLiteral("x https://a.example/p.,;:)]}!? y") << QStringList{QStringLiteral("https://a.example/p")};
+        QTest::newRow("trailing marks cut, repeat dropped")
+            << QStringLiteral("see (%1), then again %1.!?]}").arg(a) << QStringList{a};
         QTest::newRow("paren inside link is cut too")
             << QStringLiteral("https://en.example.org/wiki/Foo_(bar)") << QStringList{QStringLiteral("https://en.example.org/wiki/Foo_(bar")};
-        QTest::newRow("angle brackets") << QStringLiteral("<https://vimeo.com/123>") << QStringList{QStringLiteral("https://vimeo.com/123")};
-        QTest::newRow("quotes") << QStringLiteral("href=\"https://a.example/x\" and 'http://b.example/y'")
-                                << QStringList{QStringLiteral("https://a.example/x"), QStringLiteral("http://b.example/y")};
+        QTest::newRow("brackets and quotes") << QStringLiteral("<https://vimeo.com/123> href=\"https://a.example/x\"")
+                                             << QStringList{QStringLiteral("https://vimeo.com/123"), QStringLiteral("https://a.example/x")};
         QTest::newRow("upper-case scheme is not a link") << QStringLiteral("HTTPS://A.EXAMPLE/ and Https://b.example/") << QStringList();
         QTest::newRow("order of first occurrence, case-sensitive")
             << QStringLiteral("http://b.example\nhttp://a.example\thttp://B.example http://b.example")
             << QStringList{QStringLiteral("http://b.example"), QStringLiteral("http://a.example"), QStringLiteral("http://B.example")};
         QTest::newRow("Unicode spaces end a link")
-            << QStringLiteral("https://a.example/1\u00A0https://a.example/2\u2028https://a.example/3\u3000x")
-            << QStringList{QStringLiteral("https://a.example/1"), QStringLiteral("https://a.example/2"), QStringLiteral("https://a.example/3")};
-        QTest::newRow("bare scheme keeps what is left") << QStringLiteral("https://.") << QStringList{QStringLiteral("https://")};
+            << QStringLiteral("https://a.example/1\u00A0https://a.example/2\u3000x")
+            << QStringList{QStringLiteral("https://a.example/1"), QStringLiteral("https://a.example/2")};
     }
     void extractURLs() {
         QFETCH(QString, text);
@@ -87,16 +78,13 @@ private Q_SLOTS:
     void isMediaURL_data() {
         QTest::addColumn<QStringList>("texts");
         QTest::addColumn<bool>("accepted");
-        QTest::newRow("supported hosts") << QStringList{QStringLiteral("https://www.youtube.com/watch?v=x"), QStringLiteral("https://youtu.be/x"),
-                                                        QStringLiteral("https://vm.tiktok.com/x"), QStringLiteral("https://fb.watch/x"),
-                                                        QStringLiteral("https://open.spotify.com/track/1"), QStringLiteral("https://artist.bandcamp.com/y"),
-                                                        QStringLiteral("HTTPS://WWW.YOUTUBE.COM/watch?v=x"), QStringLiteral("  https://youtu.be/x \n")}
-                                         << true;
+        QTest::newRow("supported hosts, any case, trimmed")
+            << QStringList{QStringLiteral("https://youtu.be/x"), QStringLiteral("https://vm.tiktok.com/x"),
+                           QStringLiteral("HTTPS://WWW.YOUTUBE.COM/watch?v=x"), QStringLiteral("  https://youtu.be/x \n")}
+            << true;
         QTest::newRow("anything else") << QStringList{QStringLiteral("https://spotify.com/track/1"), QStringLiteral("https://notyoutube.com/watch"),
-                                                      QStringLiteral("https://evil.example/youtube.com"), QStringLiteral("https://example.com/video"),
-                                                      QStringLiteral("https://youtu.be/x y"), QStringLiteral("https://youtu.be/x\u00A0y"),
-                                                      QStringLiteral("https://youtu.be/x\u3000y"), QStringLiteral("ftp://youtube.com/x"),
-                                                      QStringLiteral("https:///watch"), QString()}
+                                                      QStringLiteral("https://evil.example/youtube.com"), QStringLiteral("https://youtu.be/x\u00A0y"),
+                                                      QStringLiteral("ftp://youtube.com/x"), QStringLiteral("https:///watch"), QString()}
                                        << false;
     }
     void isMediaURL() {
@@ -171,7 +159,7 @@ private Q_SLOTS:
         const QString path = inboxPath();
         InboxWatcher inbox(r->settings, r->queue, [path] { return path; });
         inbox.start();
-        QCOMPARE(readFile(path), QByteArray());
+        QCOMPARE(readFile(path), QByteArray()); // made for the phone to append to
         QVERIFY(writeFile(path, "https://vimeo.com/1\xc2\xa0\n\n  note: for later \nHTTPS://vimeo.com/2\t\r\n\thttp://example.com/3\xe3\x80\x80sent from my phone\n"));
         inbox.drain();
         QCOMPARE(r->urls(), (QStringList{QStringLiteral("https://vimeo.com/1"), QStringLiteral("HTTPS://vimeo.com/2"),
@@ -186,7 +174,6 @@ private Q_SLOTS:
         QTest::addColumn<QByteArray>("content");
         QTest::addColumn<bool>("watching");
         QTest::newRow("only a note") << QByteArray("remember to buy milk\n") << true;
-        QTest::newRow("blank lines") << QByteArray("\n \n\t\n") << true;
         QTest::newRow("binary garbage") << QByteArray("https://vimeo.com/1\n\xff\xfe\x00\x80garbage", 24) << true;
         QTest::newRow("watching off") << QByteArray("https://vimeo.com/1\n") << false;
     }

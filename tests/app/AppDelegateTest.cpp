@@ -75,25 +75,6 @@ private Q_SLOTS:
         QVERIFY(readAll(dir + QStringLiteral("/launch.log")).endsWith('\n'));
     }
 
-    void translocation_data() {
-        QTest::addColumn<QString>("executable");
-        QTest::addColumn<bool>("translocated");
-        QTest::newRow("translocated") << QStringLiteral("/private/var/folders/x/AppTranslocation/1A2B/d/Vorlix.app/Contents/MacOS/Vorlix") << true;
-        QTest::newRow("installed") << QStringLiteral("/opt/vorlix/bin/vorlix") << false;
-        QTest::newRow("name only, no slashes") << QStringLiteral("/opt/AppTranslocationCopy/bin/vorlix") << false;
-    }
-    void translocation() {
-        QFETCH(QString, executable);
-        QFETCH(bool, translocated);
-        const QString dir = freshDir();
-        const QStringList ran = launch(dir, executable, QDateTime::currentDateTimeUtc());
-        const QStringList lines = logLines(dir);
-        QCOMPARE(lines.size(), 4);
-        QVERIFY2(lines[0].endsWith(translocated ? QStringLiteral("(translocated=true)") : QStringLiteral("(translocated=false)")),
-                 qPrintable(lines[0]));
-        QCOMPARE(ran.join(u' ').contains(QLatin1String("permission")), !translocated);
-    }
-
     void helpFileIsReplacedWhole() {
         const QString dir = freshDir();
         const QString path = dir + QStringLiteral("/Phone Hand-off Setup.txt");
@@ -112,8 +93,7 @@ private Q_SLOTS:
         QTest::addColumn<QString>("folder");
         QTest::addColumn<QString>("service");
         QTest::newRow("nextcloud") << QStringLiteral("Nextcloud") << QStringLiteral("Nextcloud");
-        QTest::newRow("dropbox") << QStringLiteral("Dropbox") << QStringLiteral("Dropbox");
-        QTest::newRow("syncthing") << QStringLiteral("Sync") << QStringLiteral("Syncthing");
+        QTest::newRow("folder named other than its service") << QStringLiteral("Sync") << QStringLiteral("Syncthing");
     }
     void helpNamesTheWatchedInbox() {
         QFETCH(QString, folder);

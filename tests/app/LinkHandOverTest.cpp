@@ -1,12 +1,7 @@
-#include "TestEnv.h"
+#include "QueueFakes.h"
 #include "TestMain.h"
 
 #include "app/LinkHandOver.h"
-#include "core/AppSettings.h"
-#include "queue/ClipboardSource.h"
-#include "queue/DownloadQueue.h"
-#include "queue/HistoryStore.h"
-#include "queue/Notifier.h"
 
 #include <QDBusConnectionInterface>
 #include <QProcess>
@@ -15,44 +10,12 @@
 #include <QTest>
 
 namespace {
-
-struct SilentNotifier : Notifier {
-    void post(const QString &, const QString &) override {}
-};
-
-struct FakeClipboard : ClipboardSource {
-    std::optional<QString> content;
-    qint64 changeCount() const override { return 0; }
-    std::optional<QString> text() const override { return content; }
-};
-
-// A queue whose probes fail at once, so added items stay listed without touching the network.
-struct QueueRig {
-    AppSettings settings{TestEnv::root() + QStringLiteral("/handover.ini")};
-    HistoryStore history{TestEnv::root() + QStringLiteral("/handover-history.json")};
-    SilentNotifier notifier;
-    FakeClipboard clipboard;
-    DownloadQueue queue{settings, history, notifier, services()};
+// Probes are held, so handed-over links stay listed.
+struct HandOverRig : queuetest::QueueRig {
+    queuetest::FakeClipboard clipboard;
     LinkHandOver handOver{queue, clipboard};
-
-    static DownloadQueue::Services services() {
-        DownloadQueue::Services s;
-        s.probe = [](QString) -> QCoro::Task<ProbeResult> {
-            throw YtDlpError::probeFailed(QStringLiteral("offline"));
-            co_return ProbeResult{};
-        };
-        s.isSpotifyTrackURL = [](const QString &) { return false; };
-        return s;
-    }
-    // Oldest first (the queue lists the newest on top).
-    QStringList urls() const {
-        QStringList out;
-        for (const DownloadItemPtr &item : queue.items())
-            out.prepend(item->url());
-        return out;
-    }
+    HandOverRig() { engine.holdProbe = true; }
 };
-
 } // namespace
 
 class LinkHandOverTest : public QObject {
@@ -83,7 +46,7 @@ private Q_SLOTS:
     }
 
     void firstInstanceQueuesItsOwnRequest() {
-        QueueRig rig;
+        HandOverRig rig;
         rig.handOver.handle({});
         QVERIFY(rig.queue.items().isEmpty());
         rig.handOver.handle({{}, true}); // nothing on the clipboard: nothing queued
@@ -114,7 +77,7 @@ private Q_SLOTS:
             QVERIFY(running.isConnected() && later.isConnected());
             QVERIFY(running.registerService(service));
 
-            QueueRig rig;
+            HandOverRig rig;
             QVERIFY(rig.handOver.listen(running));
             rig.clipboard.content = QStringLiteral("https://example.com/v/clip");
             const QString link = QStringLiteral("https://example.com/v/2");

@@ -3,7 +3,6 @@
 #include "TestMain.h"
 
 #include "queue/BatchText.h"
-#include "queue/ClipboardSource.h"
 #include "queue/ClipboardWatcher.h"
 #include "queue/InboxWatcher.h"
 
@@ -15,17 +14,6 @@
 using namespace queuetest;
 
 namespace {
-
-struct FakeClipboard : ClipboardSource {
-    qint64 count = 7;
-    std::optional<QString> content;
-    qint64 changeCount() const override { return count; }
-    std::optional<QString> text() const override { return content; }
-    void copy(const std::optional<QString> &text) {
-        content = text;
-        ++count;
-    }
-};
 
 // Probes held, one at a time: queued links stay visible and active.
 std::unique_ptr<QueueRig> heldRig() {

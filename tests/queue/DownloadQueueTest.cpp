@@ -293,9 +293,23 @@ private Q_SLOTS:
         QFETCH(QString, failure);
         QueueRig r;
         r.engine.downloadErrors = errors;
+        r.engine.holdProbe = true; // until the watch below is set up
         r.queue.add(linkA);
         const auto item = r.queue.items().first();
+        // The bar keeps its place while the engine updates, then starts over for the retry.
+        std::optional<double> atUpdate, atRetry;
+        QObject watching;
+        connect(item.get(), &DownloadItem::changed, &watching, [&] {
+            if (item->state() == ItemState::processing(QStringLiteral("Updating engine + retrying\u2026")))
+                atUpdate = atUpdate.value_or(item->progress());
+            else if (atUpdate && !atRetry && item->state().is(ItemState::Kind::downloading))
+                atRetry = item->progress();
+        });
+        r.engine.holdProbe = false;
+        r.engine.release();
         QTRY_VERIFY(item->state().isTerminal());
+        QCOMPARE(atUpdate, updates ? std::optional(0.5) : std::nullopt);
+        QCOMPARE(atRetry, updates ? std::optional(0.0) : std::nullopt);
         QCOMPARE(r.engine.updateCalls, updates);
         QCOMPARE(item->didSelfHeal(), updates > 0);
         QCOMPARE(r.engine.downloadedURLs.size(), 1 + updates);

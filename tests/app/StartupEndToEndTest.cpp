@@ -14,7 +14,6 @@
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <QProcess>
-#include <QRegularExpression>
 #include <QStandardPaths>
 #include <QTest>
 
@@ -110,14 +109,9 @@ private Q_SLOTS:
                                                                                                    : QStringLiteral("ended"))
                                                  .arg(vorlix.process->exitCode())),
                                   60000);
-        // The launch is complete once the window shows.
-        const QStringList log = QString::fromUtf8(readFile(home.data() + QStringLiteral("/Vorlix/launch.log"))).split(u'\n', Qt::SkipEmptyParts);
-        const QStringList messages{QStringLiteral("didFinishLaunching start (translocated=false)"), QStringLiteral("tools installed"),
-                                   QStringLiteral("watchers started"), QStringLiteral("didFinishLaunching end")};
-        QCOMPARE(log.size(), messages.size());
-        static const QRegularExpression stamp(QStringLiteral("^\\d{4}-\\d\\d-\\d\\d \\d\\d:\\d\\d:\\d\\d \\+0000 (.*)$"));
-        for (qsizetype i = 0; i < log.size(); ++i)
-            QCOMPARE(stamp.match(log[i]).captured(1), messages[i]);
+        // The launch is complete once the window shows: its log (the lines are the delegate
+        // test's) and the help file are in the real support folder.
+        QCOMPARE(QString::fromUtf8(readFile(home.data() + QStringLiteral("/Vorlix/launch.log"))).count(u'\n'), 4);
         QCOMPARE(readFile(home.data() + QStringLiteral("/Vorlix/Phone Hand-off Setup.txt")),
                  AppDelegate::shortcutInstructions(home.home() + QStringLiteral("/Sync/Vorlix/inbox.txt")));
 

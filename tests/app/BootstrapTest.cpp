@@ -90,7 +90,7 @@ private Q_SLOTS:
     void momentsCommand() {
         const QString video = path(QStringLiteral("static.mp4"));
         QVERIFY(TestEnv::runFfmpeg({QStringLiteral("-f"), QStringLiteral("lavfi"), QStringLiteral("-i"),
-                        QStringLiteral("color=c=0x225588:s=160x90:r=25:d=30"), QStringLiteral("-c:v"),
+                        QStringLiteral("color=c=0x225588:s=160x90:r=25:d=20"), QStringLiteral("-c:v"),
                         QStringLiteral("libx264"), QStringLiteral("-preset"), QStringLiteral("ultrafast"), video}));
         const Run run = runVorlix({QStringLiteral("moments"), video});
         QCOMPARE(run.status, 0);
@@ -126,7 +126,7 @@ private Q_SLOTS:
         // A C major cadence with a click on every beat at 120 BPM, the first at 0.25 s.
         const QString song = path(QStringLiteral("song.wav"));
         AnalysisMusic::Options options;
-        options.seconds = 30;
+        options.seconds = 12;
         options.firstClick = 0.25;
         QVERIFY(AnalysisMusic::song(song, 0, false, 120.0, options));
         const Run grid = runVorlix({QStringLiteral("beatgrid"), song});

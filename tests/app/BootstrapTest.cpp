@@ -52,23 +52,17 @@ class BootstrapTest : public QObject {
 
 private Q_SLOTS:
     void dispatch_data() {
-        QTest::addColumn<QStringList>("arguments");
+        QTest::addColumn<QString>("arguments"); // after the program name
         QTest::addColumn<QString>("command");
-        QTest::newRow("moments") << QStringList{QStringLiteral("vorlix"), QStringLiteral("moments"), QStringLiteral("a.mp4")}
-                                 << QStringLiteral("moments");
-        QTest::newRow("extra arguments ignored")
-            << QStringList{QStringLiteral("vorlix"), QStringLiteral("probe"), QStringLiteral("x"), QStringLiteral("y")}
-            << QStringLiteral("probe");
-        QTest::newRow("no argument") << QStringList{QStringLiteral("vorlix"), QStringLiteral("moments")} << QString();
-        QTest::newRow("capitalised") << QStringList{QStringLiteral("vorlix"), QStringLiteral("Moments"), QStringLiteral("a")}
-                                     << QString();
-        QTest::newRow("unknown") << QStringList{QStringLiteral("vorlix"), QStringLiteral("--help"), QStringLiteral("a")}
-                                 << QString();
+        QTest::newRow("moments") << QStringLiteral("moments a.mp4") << QStringLiteral("moments");
+        QTest::newRow("extra arguments ignored") << QStringLiteral("probe x y") << QStringLiteral("probe");
+        QTest::newRow("no argument") << QStringLiteral("moments") << QString();
+        QTest::newRow("capitalised") << QStringLiteral("Moments a") << QString();
+        QTest::newRow("unknown") << QStringLiteral("--help a") << QString();
     }
     void dispatch() {
-        QFETCH(QStringList, arguments);
-        QFETCH(QString, command);
-        QCOMPARE(Bootstrap::diagnosticCommand(arguments), command);
+        QFETCH(QString, arguments);
+        QTEST(Bootstrap::diagnosticCommand(QStringLiteral("vorlix ").append(arguments).split(u' ')), "command");
     }
 
     void lineFormats() {

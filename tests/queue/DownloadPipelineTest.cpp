@@ -73,13 +73,17 @@ private Q_SLOTS:
 
     // Downloads run side by side and land as files below the catch-all source folder and in the
     // history, leaving no per-download path file behind; a downloader that crashes fails only its
-    // own item. (Which link takes a freed slot is the scheduler's test.)
+    // own item, one that fails in a healable way updates the engine once and retries. (Which link
+    // takes a freed slot, and the progress around a retry, are the scheduler's tests.)
     void downloadsLandInLibraryAndHistory() {
-        installScriptedDownloader(QStringLiteral("case \"$*\" in *crash*) case \" $* \" in *' -o '*) kill -SEGV $$;; esac;; esac"));
+        installScriptedDownloader(QStringLiteral(
+            "case \" $* \" in *' -o '*crash*) kill -SEGV $$;; *' -o '*heal*) if [ ! -e '%1' ]; then : > '%1'; "
+            "echo 'ERROR: [generic] Unable to extract video data; please report this issue' >&2; exit 1; fi;; esac")
+                                      .arg(TestEnv::root() + QStringLiteral("/failed-once")));
         auto r = rig();
         r->settings.setMaxConcurrent(2);
         r->settings.setOrganizeDownloads(true);
-        for (const QString &name : {QStringLiteral("a.mp4"), QStringLiteral("b.mp4?crash=1"), QStringLiteral("c.mp4"), QStringLiteral("d.mp4")}) {
+        for (const QString &name : {QStringLiteral("a.mp4"), QStringLiteral("b.mp4?crash=1"), QStringLiteral("c.mp4?heal=1"), QStringLiteral("d.mp4")}) {
             QFile::copy(m_site->root() + QStringLiteral("/clip.mp4"), m_site->root() + u'/' + name.section(u'?', 0, 0));
             r->queue.add(m_site->url(u'/' + name));
         }
@@ -88,6 +92,9 @@ private Q_SLOTS:
         const auto crashed = r->find(m_site->url(QStringLiteral("/b.mp4?crash=1")));
         QVERIFY(crashed->state().is(ItemState::Kind::failed) && !crashed->state().text().isEmpty());
         QCOMPARE(r->count(ItemState::Kind::done), 3);
+        QVERIFY(r->find(m_site->url(QStringLiteral("/c.mp4?heal=1")))->didSelfHeal());
+        QCOMPARE(TestEnv::standInArgs(Tools::ytDlpName).count(QStringLiteral("-U")),
+                 std::count_if(r->queue.items().cbegin(), r->queue.items().cend(), [](const auto &i) { return i->didSelfHeal(); }));
         for (const auto &item : r->queue.items()) {
             const QFileInfo file(item->finalFileURL().toLocalFile());
             QVERIFY2(item == crashed || (file.isFile() && file.absolutePath() != r->downloads && file.absolutePath().startsWith(r->downloads)),

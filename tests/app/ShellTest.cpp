@@ -65,7 +65,6 @@ private Q_SLOTS:
         QSignalSpy icons(&rig.menu, &TrayMenu::iconChanged);
         for (int i = 1; i <= 3; ++i)
             rig.queue.add(QStringLiteral("https://example.com/v/") + QString::number(i));
-        QCOMPARE(rig.queue.items().size(), 3);
         const auto items = rig.queue.items();
         items[0]->setState(ItemState::downloading());
         items[1]->setState(ItemState::processing(QStringLiteral("Tagging…")));
@@ -85,13 +84,11 @@ private Q_SLOTS:
     void trayEntriesAct() {
         TrayRig rig;
         QAction *paste = rig.entry(QStringLiteral("Download Link from Clipboard"));
-        paste->trigger(); // nothing on the clipboard (or only a picture)
-        rig.clipboard.content = QString();
-        paste->trigger();
-        QCOMPARE(rig.queue.items().size(), 0);
-        rig.clipboard.content = QStringLiteral("https://vimeo.com/76979871");
-        paste->trigger();
-        QCOMPARE(rig.queue.items().size(), 1);
+        for (const auto &content : {std::optional<QString>(), std::optional(QString()), std::optional(QStringLiteral("https://vimeo.com/7"))}) {
+            rig.clipboard.content = content; // nothing, a picture, a link
+            paste->trigger();
+        }
+        QCOMPARE(rig.urls(), QStringList{QStringLiteral("https://vimeo.com/7")});
         QCOMPARE(rig.queue.items().first()->mode(), DownloadMode::bestVideoAudio);
 
         rig.entry(QStringLiteral("Open Vorlix"))->trigger();
@@ -128,8 +125,7 @@ private Q_SLOTS:
         QFETCH(QString, a);
         QFETCH(QString, b);
         QFETCH(int, order);
-        QCOMPARE(AppUpdater::compareVersions(a, b), order);
-        QCOMPARE(AppUpdater::compareVersions(b, a), -order);
+        QCOMPARE(std::pair(AppUpdater::compareVersions(a, b), AppUpdater::compareVersions(b, a)), std::pair(order, -order));
     }
 
     void appcastParsing_data() {
@@ -155,16 +151,11 @@ private Q_SLOTS:
     }
     void appcastParsing() {
         QFETCH(QByteArray, feed);
-        QFETCH(QString, version);
-        QFETCH(QString, shown);
-        QFETCH(QString, link);
-        const std::optional<AppUpdater::Release> release = AppUpdater::newestRelease(feed);
-        QCOMPARE(release.has_value(), !version.isEmpty());
-        if (!release)
-            return;
-        QCOMPARE(release->version, version);
-        QCOMPARE(release->displayVersion, shown);
-        QCOMPARE(release->link.toString(), link);
+        const std::optional<AppUpdater::Release> found = AppUpdater::newestRelease(feed);
+        const AppUpdater::Release release = found.value_or(AppUpdater::Release{QStringLiteral("none"), {}, {}});
+        QTEST(found ? release.version : QString(), "version");
+        QTEST(release.displayVersion, "shown");
+        QTEST(release.link.toString(), "link");
     }
 
     void checkAgainstFeed() {
@@ -174,13 +165,12 @@ private Q_SLOTS:
                  "<rss xmlns:sparkle=\"http://www.andymatuschak.org/xml-namespaces/sparkle\"><channel><item>"
                  "<enclosure url=\"https://vorlix.app/v.zip\" sparkle:version=\"1.2.0\"/></item></channel></rss>");
         using Kind = AppUpdater::Outcome::Kind;
-        const auto outcome = [&site](const QString &path, const QString &ours) {
-            AppUpdater updater(QUrl(site.url(path)), ours);
-            return vtest::await(updater.check()).kind;
-        };
-        QCOMPARE(outcome(QStringLiteral("/appcast.xml"), QStringLiteral("1.1.9")), Kind::updateAvailable);
-        QCOMPARE(outcome(QStringLiteral("/appcast.xml"), QStringLiteral("1.2")), Kind::upToDate);
-        QCOMPARE(outcome(QStringLiteral("/missing.xml"), QStringLiteral("1.0")), Kind::failed);
+        QList<Kind> outcomes;
+        for (const auto &[path, ours] : {std::pair("/appcast.xml", "1.1.9"), std::pair("/appcast.xml", "1.2"), std::pair("/missing.xml", "1.0")}) {
+            AppUpdater updater(QUrl(site.url(QLatin1String(path))), QLatin1String(ours));
+            outcomes << vtest::await(updater.check()).kind;
+        }
+        QCOMPARE(outcomes, (QList<Kind>{Kind::updateAvailable, Kind::upToDate, Kind::failed}));
 
         // The menu entry is off while a check runs and the outcome reaches the presenter once.
         AppUpdater updater(QUrl(site.url(QStringLiteral("/appcast.xml?delay=0.5"))), QStringLiteral("1.2.0"));
@@ -189,7 +179,6 @@ private Q_SLOTS:
         QMenu menu;
         QAction *entry = VorlixApp::addCheckForUpdates(&menu, updater);
         QCOMPARE(entry->text(), QStringLiteral("Check for Updates\u2026"));
-        QVERIFY(entry->isEnabled());
         entry->trigger();
         QVERIFY(!entry->isEnabled());
         updater.checkForUpdates(); // ignored while busy

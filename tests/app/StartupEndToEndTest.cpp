@@ -56,17 +56,21 @@ class StartupEndToEndTest : public QObject {
         return QString::fromUtf8(p.readAllStandardOutput()).trimmed();
     }
     QString visibleMainWindow() {
-        const QStringList args{QStringLiteral("search"), QStringLiteral("--onlyvisible"), QStringLiteral("--name"),
-                               QStringLiteral("^Vorlix$")};
-        return xdotool(args).section(u'\n', 0, 0);
+        return xdotool({QStringLiteral("search"), QStringLiteral("--onlyvisible"), QStringLiteral("--name"), QStringLiteral("^Vorlix$")})
+            .section(u'\n', 0, 0);
+    }
+    // The link bar has the focus from the start.
+    void submitLink(const QString &window, const QString &link) {
+        xdotool({QStringLiteral("windowfocus"), QStringLiteral("--sync"), window});
+        xdotool({QStringLiteral("type"), QStringLiteral("--delay"), QStringLiteral("10"), link});
+        xdotool({QStringLiteral("key"), QStringLiteral("Return")});
     }
 
 private Q_SLOTS:
     void linkBarDownloadsIntoLibraryAndHistory() {
-        if (QStandardPaths::findExecutable(QStringLiteral("Xvfb")).isEmpty() ||
-            QStandardPaths::findExecutable(QStringLiteral("xdotool")).isEmpty() ||
-            QStandardPaths::findExecutable(QStringLiteral("dbus-daemon")).isEmpty())
-            QSKIP("needs Xvfb, xdotool and dbus-daemon (scripts/setup.sh installs them)");
+        for (const char *tool : {"Xvfb", "xdotool", "dbus-daemon"})
+            if (QStandardPaths::findExecutable(QLatin1String(tool)).isEmpty())
+                QSKIP("needs Xvfb, xdotool and dbus-daemon (scripts/setup.sh installs them)");
 
         FixtureSite site;
         QVERIFY(site.isRunning());
@@ -104,29 +108,19 @@ private Q_SLOTS:
         QString window;
         // Generous: the machine may be busy with other builds.
         QTRY_VERIFY2_WITH_TIMEOUT(!(window = visibleMainWindow()).isEmpty(),
-                                  qPrintable(QStringLiteral("no window; vorlix %1, exit code %2")
-                                                 .arg(vorlix.process->state() == QProcess::Running ? QStringLiteral("running")
-                                                                                                   : QStringLiteral("ended"))
-                                                 .arg(vorlix.process->exitCode())),
-                                  60000);
+                                  qPrintable(QStringLiteral("no window; vorlix state %1").arg(vorlix.process->state())), 60000);
         // The launch is complete once the window shows: its log (the lines are the delegate
         // test's) and the help file are in the real support folder.
         QCOMPARE(QString::fromUtf8(readFile(home.data() + QStringLiteral("/Vorlix/launch.log"))).count(u'\n'), 4);
         QCOMPARE(readFile(home.data() + QStringLiteral("/Vorlix/Phone Hand-off Setup.txt")),
                  AppDelegate::shortcutInstructions(home.home() + QStringLiteral("/Sync/Vorlix/inbox.txt")));
 
-        xdotool({QStringLiteral("windowfocus"), QStringLiteral("--sync"), window});
-        // The link bar has the focus from the start.
-        xdotool({QStringLiteral("type"), QStringLiteral("--delay"), QStringLiteral("10"), link});
-        xdotool({QStringLiteral("key"), QStringLiteral("Return")});
+        submitLink(window, link);
 
-        const QString library = home.home() + QStringLiteral("/Downloads/Vorlix");
-        const qint64 expectedSize = QFileInfo(site.root() + QStringLiteral("/clip.mp4")).size();
-        QString saved;
         const auto findSaved = [&] {
-            QDirIterator it(library, {QStringLiteral("*.mp4")}, QDir::Files, QDirIterator::Subdirectories);
-            saved = it.hasNext() ? it.next() : QString();
-            return !saved.isEmpty() && QFileInfo(saved).size() == expectedSize;
+            QDirIterator it(home.home() + QStringLiteral("/Downloads/Vorlix"), {QStringLiteral("*.mp4")}, QDir::Files,
+                            QDirIterator::Subdirectories);
+            return it.hasNext() && QFileInfo(it.next()).size() == QFileInfo(site.root() + QStringLiteral("/clip.mp4")).size();
         };
         const auto inHistory = [&](const QString &url) {
             const QJsonArray entries = QJsonDocument::fromJson(readFile(home.data() + QStringLiteral("/Vorlix/history.json"))).array();
@@ -157,16 +151,13 @@ private Q_SLOTS:
 
         // Ending the program (as a logout does) ends a download in progress with it.
         const QString slow = site.url(QStringLiteral("/clip.mp4?rate=5000&n=slow"));
-        xdotool({QStringLiteral("windowfocus"), QStringLiteral("--sync"), visibleMainWindow()});
-        xdotool({QStringLiteral("type"), QStringLiteral("--delay"), QStringLiteral("10"), slow});
-        xdotool({QStringLiteral("key"), QStringLiteral("Return")});
-        const QStringList downloader{QStringLiteral("yt-dlp")};
-        QTRY_VERIFY_WITH_TIMEOUT(!EngineMedia::liveProcessesMentioning(QStringLiteral("n=slow"), downloader).isEmpty(), 30000);
+        submitLink(visibleMainWindow(), slow);
+        const auto downloading = [] { return !EngineMedia::liveProcessesMentioning(QStringLiteral("n=slow"), {QStringLiteral("yt-dlp")}).isEmpty(); };
+        QTRY_VERIFY_WITH_TIMEOUT(downloading(), 30000);
         vorlix.process->terminate();
         QVERIFY(vorlix.process->waitForFinished(10000));
-        QCOMPARE(vorlix.process->exitStatus(), QProcess::NormalExit);
-        QCOMPARE(vorlix.process->exitCode(), 0);
-        QTRY_VERIFY_WITH_TIMEOUT(EngineMedia::liveProcessesMentioning(QStringLiteral("n=slow"), downloader).isEmpty(), 10000);
+        QCOMPARE(vorlix.process->exitStatus() == QProcess::NormalExit ? vorlix.process->exitCode() : -1, 0);
+        QTRY_VERIFY_WITH_TIMEOUT(!downloading(), 10000);
     }
 };
 

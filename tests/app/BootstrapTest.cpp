@@ -84,6 +84,11 @@ private Q_SLOTS:
             QCOMPARE(run.status, 0);
             QTEST(run.out, "expected");
         }
+        // No command touches the settings, the tool folder or the launch log.
+        QVERIFY(!QFileInfo::exists(TestEnv::home() + QStringLiteral("/.config/Vorlix")));
+        for (const char *tool : {"yt-dlp", "ffmpeg", "whisper-cli"})
+            QVERIFY(!QFileInfo::exists(TestEnv::toolDir() + u'/' + QLatin1String(tool)));
+        QVERIFY(TestEnv::filesContaining(TestEnv::root(), QStringLiteral("launch.log")).isEmpty());
     }
 
     void beatGridAndTempoOfASong() {
@@ -111,23 +116,15 @@ private Q_SLOTS:
         QVERIFY2(a.hasMatch() && near(a.captured(1), 120.0, 1.0), qPrintable(tempo));
     }
 
-    // A summary is bullet lines; no command touches the settings, the tool folder or the launch log.
-    void summarizeLeavesSettingsAndToolsAlone() {
+    void summarizeCommandPrintsBullets() {
         const QString talk = path(QStringLiteral("talk.txt"));
         QVERIFY(TestEnv::writeFile(talk, "Practice the chord voicing slowly every day before you play the song. "
-                                         "The chord voicing decides how the song sounds to the audience. "
-                                         "Weather was nice yesterday. "
-                                         "Playing the song slowly with the right chord voicing builds the habit. "
-                                         "Lunch was late. "
+                                         "The chord voicing decides how the song sounds to the audience. Lunch was late. "
                                          "A metronome keeps the song steady while you practise the chord voicing.\n"));
         const QStringList lines = runVorlix({QStringLiteral("summarize"), talk}).lines();
         QVERIFY(!lines.isEmpty());
         for (const QString &line : lines)
-            QVERIFY2(line.startsWith(QStringLiteral("• ")) && line.size() > 2, qPrintable(line));
-        QVERIFY(!QFileInfo::exists(TestEnv::home() + QStringLiteral("/.config/Vorlix")));
-        for (const char *tool : {"yt-dlp", "ffmpeg", "whisper-cli"})
-            QVERIFY(!QFileInfo::exists(TestEnv::toolDir() + u'/' + QLatin1String(tool)));
-        QVERIFY(TestEnv::filesContaining(TestEnv::root(), QStringLiteral("launch.log")).isEmpty());
+            QVERIFY2(line.startsWith(QStringLiteral("\u2022 ")) && line.size() > 2, qPrintable(line));
     }
 
     // Three lines for a probed link, one when the engine fails. (The real engine's probe is the

@@ -95,21 +95,6 @@ private Q_SLOTS:
         QCOMPARE(rig.opened, 1);
     }
 
-    void mainWindowComesBack() {
-        auto window = VorlixApp::makeMainWindow(new QWidget);
-        QCOMPARE(window->minimumSize(), QSize(760, 500));
-        window->show();
-        QVERIFY(QTest::qWaitForWindowExposed(window.get()));
-        window->close();
-        VorlixApp::showMainWindow();
-        QVERIFY(window->isVisible());
-        window->showMinimized();
-        VorlixApp::showMainWindow();
-        QVERIFY(!window->isMinimized());
-        window.reset();
-        VorlixApp::showMainWindow(); // no main window: nothing happens
-    }
-
     void versionOrder_data() {
         QTest::addColumn<QString>("a");
         QTest::addColumn<QString>("b");

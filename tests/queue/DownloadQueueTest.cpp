@@ -352,11 +352,8 @@ private Q_SLOTS:
         QTRY_COMPARE(r.queue.running(), 0);
         const auto audio = r.find(tiktok);
         const auto video = r.find(linkB);
-        QCOMPARE(audio->state(), ItemState::done());
-        QCOMPARE(audio->detectedBPM(), std::optional<double>(128.0));
-        QCOMPARE(audio->detectedKey(), std::optional<QString>(QStringLiteral("A\u266Dm")));
-        QCOMPARE(r.engine.analyzeCalls, 1);
-        QVERIFY(!video->detectedBPM());
+        QCOMPARE(std::pair(audio->detectedBPM(), audio->detectedKey()), std::pair(std::optional(128.0), std::optional(QStringLiteral("A\u266Dm"))));
+        QCOMPARE(r.engine.analyzeCalls, 1); // only the audio download
         QCOMPARE(r.queue.momentsRequest(), video);
         QVERIFY(!r.queue.hasAutoClear(video->id()));
         QVERIFY(r.queue.hasAutoClear(audio->id()));

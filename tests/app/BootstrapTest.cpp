@@ -1,4 +1,3 @@
-#include "FixtureSite.h"
 #include "analysis_music.h"
 #include "TestEnv.h"
 #include "TestMain.h"
@@ -7,11 +6,10 @@
 #include "app/Bootstrap.h"
 
 #include <QCoreApplication>
-#include <QDir>
-#include <QFile>
 #include <QFileInfo>
 #include <QProcess>
 #include <QRegularExpression>
+#include <QScopeGuard>
 #include <QTemporaryDir>
 #include <QTest>
 
@@ -24,13 +22,15 @@ QString vorlix() { return QCoreApplication::applicationDirPath() + QStringLitera
 struct Run {
     int status = -1;
     QString out;
+    QStringList lines() const { return out.split(u'\n', Qt::SkipEmptyParts); }
 };
 
-Run runVorlix(const QStringList &args, int timeoutMs = 240000) {
+Run runVorlix(const QStringList &args, const QProcessEnvironment &env = QProcessEnvironment::systemEnvironment()) {
     QProcess p;
+    p.setProcessEnvironment(env);
     p.start(vorlix(), args);
     Run run;
-    if (!p.waitForStarted(10000) || !p.waitForFinished(timeoutMs)) {
+    if (!p.waitForStarted(10000) || !p.waitForFinished(240000)) {
         p.kill();
         p.waitForFinished();
         return run;
@@ -40,20 +40,11 @@ Run runVorlix(const QStringList &args, int timeoutMs = 240000) {
     return run;
 }
 
-bool ffmpeg(const QStringList &args) {
-    QStringList all{QStringLiteral("-v"), QStringLiteral("error"), QStringLiteral("-y")};
-    all += args;
-    return TestEnv::runTool(TestEnv::ffmpeg(), all);
-}
-
-void writeFile(const QString &path, const QByteArray &bytes) {
-    QFile f(path);
-    QVERIFY(f.open(QIODevice::WriteOnly | QIODevice::Truncate));
-    f.write(bytes);
-}
+bool near(const QString &text, double value, double tolerance) { return std::abs(text.toDouble() - value) <= tolerance; }
 
 } // namespace
 
+// The diagnostic commands, run as the real program; their line formats are pinned by these runs.
 class BootstrapTest : public QObject {
     Q_OBJECT
     QTemporaryDir m_dir;
@@ -61,63 +52,14 @@ class BootstrapTest : public QObject {
     QString path(const QString &name) const { return m_dir.filePath(name); }
 
 private Q_SLOTS:
-    void dispatch_data() {
-        QTest::addColumn<QStringList>("arguments");
-        QTest::addColumn<QString>("command");
-        QTest::newRow("moments") << QStringList{QStringLiteral("vorlix"), QStringLiteral("moments"), QStringLiteral("a.mp4")}
-                                 << QStringLiteral("moments");
-        QTest::newRow("extra arguments ignored")
-            << QStringList{QStringLiteral("vorlix"), QStringLiteral("probe"), QStringLiteral("x"), QStringLiteral("y")}
-            << QStringLiteral("probe");
-        QTest::newRow("no argument") << QStringList{QStringLiteral("vorlix"), QStringLiteral("moments")} << QString();
-        QTest::newRow("capitalised") << QStringList{QStringLiteral("vorlix"), QStringLiteral("Moments"), QStringLiteral("a")}
-                                     << QString();
-        QTest::newRow("unknown") << QStringList{QStringLiteral("vorlix"), QStringLiteral("--help"), QStringLiteral("a")}
-                                 << QString();
-        QTest::newRow("nothing") << QStringList{QStringLiteral("vorlix")} << QString();
-    }
-    void dispatch() {
-        QFETCH(QStringList, arguments);
-        QFETCH(QString, command);
-        QCOMPARE(Bootstrap::diagnosticCommand(arguments), command);
-    }
-
-    void tempoTexts_data() {
-        QTest::addColumn<double>("bpm");
-        QTest::addColumn<QString>("text");
-        QTest::newRow("whole") << 120.0 << QStringLiteral("120.0");
-        QTest::newRow("fraction") << 98.4375 << QStringLiteral("98.4375");
-        QTest::newRow("one decimal") << 123.4 << QStringLiteral("123.4");
-    }
-    void tempoTexts() {
-        QFETCH(double, bpm);
-        QFETCH(QString, text);
-        QCOMPARE(Bootstrap::tempoText(bpm), text);
-        QCOMPARE(Bootstrap::tempoText(std::nullopt), QStringLiteral("none"));
-    }
-
-    void lineFormats() {
-        Moment m;
-        m.time = 5.0;
-        m.score = 0.747871;
-        m.thumbnail = QStringLiteral("/x/m0.jpg");
-        QCOMPARE(Bootstrap::momentLine(m), QStringLiteral("t=   5.00  score=0.748  thumb=yes"));
-        m.thumbnail.reset();
-        m.time = 1234.567;
-        QCOMPARE(Bootstrap::momentLine(m), QStringLiteral("t=1234.57  score=0.748  thumb=no"));
-        QCOMPARE(Bootstrap::categoryList({}), QStringLiteral("[]"));
-        QCOMPARE(Bootstrap::categoryList({QStringLiteral("Music"), QStringLiteral("Film & Animation")}),
-                 QStringLiteral("[\"Music\", \"Film & Animation\"]"));
-    }
-
     void momentsCommand() {
         const QString video = path(QStringLiteral("static.mp4"));
-        QVERIFY(ffmpeg({QStringLiteral("-f"), QStringLiteral("lavfi"), QStringLiteral("-i"),
-                        QStringLiteral("color=c=0x225588:s=160x90:r=25:d=30"), QStringLiteral("-c:v"),
-                        QStringLiteral("libx264"), QStringLiteral("-preset"), QStringLiteral("ultrafast"), video}));
+        QVERIFY(TestEnv::runFfmpeg({QStringLiteral("-f"), QStringLiteral("lavfi"), QStringLiteral("-i"),
+                                    QStringLiteral("color=c=0x225588:s=160x90:r=25:d=20"), QStringLiteral("-c:v"),
+                                    QStringLiteral("libx264"), QStringLiteral("-preset"), QStringLiteral("ultrafast"), video}));
         const Run run = runVorlix({QStringLiteral("moments"), video});
         QCOMPARE(run.status, 0);
-        const QStringList lines = run.out.split(u'\n', Qt::SkipEmptyParts);
+        const QStringList lines = run.lines();
         QCOMPARE(lines.size(), 6);
         static const QRegularExpression line(QStringLiteral("^t=[ \\d]{4}\\.\\d\\d  score=0\\.000  thumb=yes$"));
         for (int i = 0; i < 5; ++i)
@@ -135,144 +77,74 @@ private Q_SLOTS:
     }
     void failuresStillExitZero() {
         QFETCH(QString, command);
-        QFETCH(QString, expected);
-        for (const QString &file : {path(QStringLiteral("missing.wav")), path(QStringLiteral("garbage.bin"))}) {
-            if (file.endsWith(QLatin1String(".bin")))
-                writeFile(file, QByteArray("\xff\xfe\x00garbage\x80", 11));
-            const Run run = runVorlix({command, file});
+        QVERIFY(TestEnv::writeFile(path(QStringLiteral("empty.txt")), QByteArray()));
+        QVERIFY(TestEnv::writeFile(path(QStringLiteral("garbage.bin")), QByteArray("\xff\xfe\x00garbage\x80", 11)));
+        for (const char *file : {"missing.wav", "garbage.bin", "empty.txt"}) {
+            const Run run = runVorlix({command, path(QLatin1String(file))});
             QCOMPARE(run.status, 0);
-            QCOMPARE(run.out, expected);
+            QTEST(run.out, "expected");
         }
+        // No command touches the settings, the tool folder or the launch log.
+        QVERIFY(!QFileInfo::exists(TestEnv::home() + QStringLiteral("/.config/Vorlix")));
+        for (const char *tool : {"yt-dlp", "ffmpeg", "whisper-cli"})
+            QVERIFY(!QFileInfo::exists(TestEnv::toolDir() + u'/' + QLatin1String(tool)));
+        QVERIFY(TestEnv::filesContaining(TestEnv::root(), QStringLiteral("launch.log")).isEmpty());
     }
 
     void beatGridAndTempoOfASong() {
         // A C major cadence with a click on every beat at 120 BPM, the first at 0.25 s.
         const QString song = path(QStringLiteral("song.wav"));
         AnalysisMusic::Options options;
-        options.seconds = 30;
+        options.seconds = 12;
         options.firstClick = 0.25;
         QVERIFY(AnalysisMusic::song(song, 0, false, 120.0, options));
-        const Run grid = runVorlix({QStringLiteral("beatgrid"), song});
-        QCOMPARE(grid.status, 0);
-        const QStringList lines = grid.out.split(u'\n', Qt::SkipEmptyParts);
-        QCOMPARE(lines.size(), 2);
-        static const QRegularExpression first(
-            QStringLiteral("^bpm=(\\d+\\.\\d) firstBeat=(\\d+\\.\\d{3})s beatLength=(\\d+\\.\\d{3})s$"));
-        static const QRegularExpression second(
-            QStringLiteral("^snap\\(10\\.0\\)=(\\d+\\.\\d{3}) snapLength\\(2\\.5\\)=(\\d+\\.\\d{3})$"));
-        const auto g = first.match(lines[0]);
-        const auto s = second.match(lines[1]);
-        QVERIFY2(g.hasMatch(), qPrintable(lines[0]));
-        QVERIFY2(s.hasMatch(), qPrintable(lines[1]));
-        const double bpm = g.captured(1).toDouble();
-        const double firstBeat = g.captured(2).toDouble();
-        const double beat = 60.0 / bpm;
-        QVERIFY(std::abs(bpm - 120.0) <= 1.0);
-        QVERIFY(std::abs(firstBeat - 0.25) < 0.05);
+        const QString grid = runVorlix({QStringLiteral("beatgrid"), song}).out;
+        static const QRegularExpression format(QStringLiteral(
+            "^bpm=(\\d+\\.\\d) firstBeat=(\\d+\\.\\d{3})s beatLength=(\\d+\\.\\d{3})s\nsnap\\(10\\.0\\)=(\\d+\\.\\d{3}) snapLength\\(2\\.5\\)=(\\d+\\.\\d{3})\n$"));
+        const auto g = format.match(grid);
+        QVERIFY2(g.hasMatch(), qPrintable(grid));
+        const double bpm = g.captured(1).toDouble(), firstBeat = g.captured(2).toDouble(), beat = 60.0 / bpm;
+        QVERIFY(near(g.captured(1), 120.0, 1.0) && near(g.captured(2), 0.25, 0.05));
         QCOMPARE(g.captured(3), QString::asprintf("%.3f", beat));
         // The snap line is the printed grid's own rounding of 10 s and 2.5 s.
-        QVERIFY(std::abs(s.captured(1).toDouble() - (firstBeat + beat * std::round((10.0 - firstBeat) / beat))) < 0.002);
-        QVERIFY(std::abs(s.captured(2).toDouble() - beat * std::round(2.5 / beat)) < 0.002);
+        QVERIFY(near(g.captured(4), firstBeat + beat * std::round((10.0 - firstBeat) / beat), 0.002));
+        QVERIFY(near(g.captured(5), beat * std::round(2.5 / beat), 0.002));
 
-        const Run tempo = runVorlix({QStringLiteral("analyze"), song});
-        QCOMPARE(tempo.status, 0);
+        const QString tempo = runVorlix({QStringLiteral("analyze"), song}).out;
         static const QRegularExpression analysis(QStringLiteral("^bpm=(\\d+\\.\\d+) key=C\n$"));
-        const auto a = analysis.match(tempo.out);
-        QVERIFY2(a.hasMatch(), qPrintable(tempo.out));
-        QVERIFY(std::abs(a.captured(1).toDouble() - 120.0) <= 1.0);
+        const auto a = analysis.match(tempo);
+        QVERIFY2(a.hasMatch() && near(a.captured(1), 120.0, 1.0), qPrintable(tempo));
     }
 
-    void commandsLeaveSettingsAndToolsAlone() {
-        const QString text = path(QStringLiteral("note.txt"));
-        writeFile(text, "One sentence here. Another one there.\n");
-        QCOMPARE(runVorlix({QStringLiteral("summarize"), text}).status, 0);
-        QCOMPARE(runVorlix({QStringLiteral("moments"), text}).out, QStringLiteral("0 moments\n"));
-        QVERIFY(!QFileInfo::exists(TestEnv::home() + QStringLiteral("/.config/Vorlix")));
-        for (const QString &tool : {QStringLiteral("yt-dlp"), QStringLiteral("ffmpeg"), QStringLiteral("whisper-cli")})
-            QVERIFY(!QFileInfo::exists(TestEnv::toolDir() + u'/' + tool));
-        QVERIFY(TestEnv::filesContaining(TestEnv::root(), QStringLiteral("launch.log")).isEmpty());
-    }
-
-    void summarizeCommand() {
-        const QString empty = path(QStringLiteral("empty.txt"));
-        writeFile(empty, QByteArray());
-        Run run = runVorlix({QStringLiteral("summarize"), empty});
-        QCOMPARE(run.status, 0);
-        QCOMPARE(run.out, QString());
-
+    void summarizeCommandPrintsBullets() {
         const QString talk = path(QStringLiteral("talk.txt"));
-        writeFile(talk, "Practice the chord voicing slowly every day before you play the song. "
-                        "The chord voicing decides how the song sounds to the audience. "
-                        "Weather was nice yesterday. "
-                        "Playing the song slowly with the right chord voicing builds the habit. "
-                        "Lunch was late. "
-                        "A metronome keeps the song steady while you practise the chord voicing.\n");
-        run = runVorlix({QStringLiteral("summarize"), talk});
-        QCOMPARE(run.status, 0);
-        const QStringList lines = run.out.split(u'\n', Qt::SkipEmptyParts);
+        QVERIFY(TestEnv::writeFile(talk, "Practice the chord voicing slowly every day before you play the song. "
+                                         "The chord voicing decides how the song sounds to the audience. Lunch was late. "
+                                         "A metronome keeps the song steady while you practise the chord voicing.\n"));
+        const QStringList lines = runVorlix({QStringLiteral("summarize"), talk}).lines();
         QVERIFY(!lines.isEmpty());
         for (const QString &line : lines)
-            QVERIFY2(line.startsWith(QStringLiteral("• ")) && line.size() > 2, qPrintable(line));
+            QVERIFY2(line.startsWith(QStringLiteral("\u2022 ")) && line.size() > 2, qPrintable(line));
     }
 
-    void probeWithStubbedEngine() {
-        TestEnv::writeStubTool(QStringLiteral("yt-dlp"),
-                               QStringLiteral("printf 'VORLIXMETA\\tNeon Nights (Official Video)\\t215\\tNA\\tMusic\\n'\n"));
-        const Run run = runVorlix({QStringLiteral("probe"), QStringLiteral("https://www.youtube.com/watch?v=abcdefghijk")});
-        TestEnv::removeStubTool(QStringLiteral("yt-dlp"));
-        QCOMPARE(run.status, 0);
-        const QStringList lines = run.out.split(u'\n', Qt::SkipEmptyParts);
-        QCOMPARE(lines.size(), 3);
-        QCOMPARE(lines[0], QStringLiteral("title=Neon Nights (Official Video)"));
-        static const QRegularExpression second(QStringLiteral("^source=YouTube platformCats=\\[\"Music\"\\] genre=(.+)$"));
-        const auto match = second.match(lines[1]);
-        QVERIFY2(match.hasMatch(), qPrintable(lines[1]));
-        QCOMPARE(lines[2], QStringLiteral("folder=YouTube/") + match.captured(1));
-    }
-
-    void probeFolders_data() {
-        QTest::addColumn<QString>("link");
-        QTest::addColumn<QString>("folder");
-        QTest::newRow("story") << QStringLiteral("https://www.instagram.com/stories/someone/123/")
-                               << QStringLiteral("folder=Instagram/Stories");
-        QTest::newRow("reel wins") << QStringLiteral("https://www.instagram.com/reel/stories/abc/")
-                                   << QStringLiteral("folder=Instagram/Reels");
-        QTest::newRow("post") << QStringLiteral("https://www.instagram.com/p/abc/") << QStringLiteral("folder=Instagram/Posts");
-        QTest::newRow("spotify") << QStringLiteral("https://open.spotify.com/track/abc") << QStringLiteral("folder=Spotify");
-        QTest::newRow("vimeo") << QStringLiteral("https://vimeo.com/12345") << QStringLiteral("folder=Vimeo");
-    }
-    void probeFolders() {
-        QFETCH(QString, link);
-        QFETCH(QString, folder);
-        TestEnv::writeStubTool(QStringLiteral("yt-dlp"), QStringLiteral("printf 'VORLIXMETA\\tA clip\\t10\\tNA\\tNA\\n'\n"));
+    // Three lines for a probed link, one when the engine fails. (The real engine's probe is the
+    // engine suite's.)
+    void probeCommand() {
+        const auto removeStub = qScopeGuard([] { TestEnv::removeStubTool(QStringLiteral("yt-dlp")); });
+        TestEnv::standIn(QStringLiteral("yt-dlp"),
+                         QStringLiteral("case \"$*\" in *gone*) echo 'ERROR: [generic] HTTP Error 404: Not Found' >&2; exit 1;; esac\n"
+                                        "printf 'VORLIXMETA\\tNeon Nights (Official Video)\\t215\\tNA\\tMusic\\n'"));
+        const QString link = QStringLiteral("https://www.youtube.com/watch?v=abcdefghijk");
         const Run run = runVorlix({QStringLiteral("probe"), link});
-        TestEnv::removeStubTool(QStringLiteral("yt-dlp"));
-        QCOMPARE(run.status, 0);
-        const QStringList lines = run.out.split(u'\n', Qt::SkipEmptyParts);
-        QCOMPARE(lines.size(), 3);
-        QVERIFY2(lines[1].contains(QStringLiteral(" platformCats=[] genre=")), qPrintable(lines[1]));
-        QCOMPARE(lines[2], folder);
-    }
+        QVERIFY(TestEnv::standInArgs(QStringLiteral("yt-dlp")).contains(link));
+        static const QRegularExpression format(QStringLiteral(
+            "^title=Neon Nights \\(Official Video\\)\nsource=YouTube platformCats=\\[\"Music\"\\] genre=(.+)\nfolder=YouTube/(.+)\n$"));
+        const auto match = format.match(run.out);
+        QVERIFY2(run.status == 0 && match.hasMatch() && match.captured(1) == match.captured(2), qPrintable(run.out));
 
-    void probeAgainstFixtureSite() {
-        FixtureSite site;
-        QVERIFY(site.isRunning());
-        const QString clip = site.root() + QStringLiteral("/clip.mp4");
-        QVERIFY(ffmpeg({QStringLiteral("-f"), QStringLiteral("lavfi"), QStringLiteral("-i"),
-                        QStringLiteral("testsrc2=s=160x90:r=25:d=2"), QStringLiteral("-c:v"), QStringLiteral("libx264"),
-                        QStringLiteral("-preset"), QStringLiteral("ultrafast"), clip}));
-        const Run ok = runVorlix({QStringLiteral("probe"), site.url(QStringLiteral("/clip.mp4"))});
-        QCOMPARE(ok.status, 0);
-        const QStringList lines = ok.out.split(u'\n', Qt::SkipEmptyParts);
-        QCOMPARE(lines.size(), 3);
-        QCOMPARE(lines[0], QStringLiteral("title=clip"));
-        QVERIFY2(lines[1].startsWith(QStringLiteral("source=Other platformCats=[] genre=")), qPrintable(lines[1]));
-        QCOMPARE(lines[2], QStringLiteral("folder=Other"));
-
-        const Run missing = runVorlix({QStringLiteral("probe"), site.url(QStringLiteral("/gone.mp4?status=404"))});
-        QCOMPARE(missing.status, 0);
-        QVERIFY2(missing.out.startsWith(QStringLiteral("probe failed: ")) && missing.out.count(u'\n') == 1,
-                 qPrintable(missing.out));
+        const Run failed = runVorlix({QStringLiteral("probe"), QStringLiteral("http://127.0.0.1:9/gone.mp4")});
+        QCOMPARE(failed.status, 0);
+        QVERIFY2(failed.out.startsWith(QStringLiteral("probe failed: ")) && failed.out.count(u'\n') == 1, qPrintable(failed.out));
     }
 
     // Help and version need no display: a GUI start would abort on the missing X server.
@@ -285,34 +157,25 @@ private Q_SLOTS:
     }
     void helpAndVersionWithoutADisplay() {
         QFETCH(QString, option);
-        QFETCH(QString, expected);
         QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
         env.remove(QStringLiteral("DISPLAY"));
         env.remove(QStringLiteral("WAYLAND_DISPLAY"));
         env.insert(QStringLiteral("QT_QPA_PLATFORM"), QStringLiteral("xcb"));
-        QProcess p;
-        p.setProcessEnvironment(env);
-        p.start(vorlix(), {option});
-        QVERIFY(p.waitForFinished(30000));
-        QCOMPARE(p.exitStatus(), QProcess::NormalExit);
-        QCOMPARE(p.exitCode(), 0);
-        QCOMPARE(QString::fromUtf8(p.readAllStandardOutput()), expected);
+        const Run run = runVorlix({option}, env);
+        QCOMPARE(run.status, 0);
+        QTEST(run.out, "expected");
     }
 
-    void otherArgumentsStartTheApplication_data() {
-        QTest::addColumn<QStringList>("arguments");
-        QTest::newRow("command without argument") << QStringList{QStringLiteral("moments")};
-        QTest::newRow("capitalised command") << QStringList{QStringLiteral("Moments"), path(QStringLiteral("x.mp4"))};
-    }
+    // A command name in the wrong case is no command: the application launches (a command would
+    // have ended without a launch log) and keeps running until asked to quit.
     void otherArgumentsStartTheApplication() {
-        QFETCH(QStringList, arguments);
         PrivateHome home;
         QProcess p;
         p.setProcessEnvironment(home.environment());
-        p.start(vorlix(), arguments);
+        p.start(vorlix(), {QStringLiteral("Moments"), path(QStringLiteral("x.mp4"))});
         QVERIFY(p.waitForStarted(10000));
-        // The application keeps running until it is asked to quit; a command would have ended.
-        QVERIFY(!p.waitForFinished(3000));
+        QTRY_VERIFY_WITH_TIMEOUT(QFileInfo(home.data() + QStringLiteral("/Vorlix/launch.log")).size() > 0, 30000);
+        QCOMPARE(p.state(), QProcess::Running);
         QCOMPARE(p.readAllStandardOutput(), QByteArray());
         p.terminate();
         QVERIFY(p.waitForFinished(10000));

@@ -1,12 +1,7 @@
-#include "TestEnv.h"
+#include "QueueFakes.h"
 #include "TestMain.h"
 
 #include "app/LinkHandOver.h"
-#include "core/AppSettings.h"
-#include "queue/ClipboardSource.h"
-#include "queue/DownloadQueue.h"
-#include "queue/HistoryStore.h"
-#include "queue/Notifier.h"
 
 #include <QDBusConnectionInterface>
 #include <QProcess>
@@ -15,44 +10,12 @@
 #include <QTest>
 
 namespace {
-
-struct SilentNotifier : Notifier {
-    void post(const QString &, const QString &) override {}
-};
-
-struct FakeClipboard : ClipboardSource {
-    std::optional<QString> content;
-    qint64 changeCount() const override { return 0; }
-    std::optional<QString> text() const override { return content; }
-};
-
-// A queue whose probes fail at once, so added items stay listed without touching the network.
-struct QueueRig {
-    AppSettings settings{TestEnv::root() + QStringLiteral("/handover.ini")};
-    HistoryStore history{TestEnv::root() + QStringLiteral("/handover-history.json")};
-    SilentNotifier notifier;
-    FakeClipboard clipboard;
-    DownloadQueue queue{settings, history, notifier, services()};
+// Probes are held, so handed-over links stay listed.
+struct HandOverRig : queuetest::QueueRig {
+    queuetest::FakeClipboard clipboard;
     LinkHandOver handOver{queue, clipboard};
-
-    static DownloadQueue::Services services() {
-        DownloadQueue::Services s;
-        s.probe = [](QString) -> QCoro::Task<ProbeResult> {
-            throw YtDlpError::probeFailed(QStringLiteral("offline"));
-            co_return ProbeResult{};
-        };
-        s.isSpotifyTrackURL = [](const QString &) { return false; };
-        return s;
-    }
-    // Oldest first (the queue lists the newest on top).
-    QStringList urls() const {
-        QStringList out;
-        for (const DownloadItemPtr &item : queue.items())
-            out.prepend(item->url());
-        return out;
-    }
+    HandOverRig() { engine.holdProbe = true; }
 };
-
 } // namespace
 
 class LinkHandOverTest : public QObject {
@@ -67,10 +30,8 @@ private Q_SLOTS:
         QTest::newRow("none") << QStringList{} << QStringList{} << false;
         QTest::newRow("links in order") << QStringList{a, b} << QStringList{a, b} << false;
         QTest::newRow("clipboard") << QStringList{QStringLiteral("--from-clipboard")} << QStringList{} << true;
-        QTest::newRow("not web links") << QStringList{QStringLiteral("ftp://example.com/x"), QStringLiteral("/home/me/a.mp4"),
-                                                      QStringLiteral("example.com/v"), QStringLiteral("https://"),
-                                                      QStringLiteral("--unknown")}
-                                       << QStringList{} << false;
+        QTest::newRow("not web links")
+            << QString::fromLatin1("ftp://example.com/x /home/me/a.mp4 example.com/v https:// --unknown").split(u' ') << QStringList{} << false;
         QTest::newRow("trimmed, mixed") << QStringList{u' ' + a + u'\n', QStringLiteral("--from-clipboard")} << QStringList{a}
                                         << true;
     }
@@ -82,19 +43,8 @@ private Q_SLOTS:
         QTEST(request.fromClipboard, "clipboard");
     }
 
-    void firstInstanceQueuesItsOwnRequest() {
-        QueueRig rig;
-        rig.handOver.handle({});
-        QVERIFY(rig.queue.items().isEmpty());
-        rig.handOver.handle({{}, true}); // nothing on the clipboard: nothing queued
-        QVERIFY(rig.queue.items().isEmpty());
-        rig.clipboard.content = QStringLiteral("https://example.com/v/clip");
-        rig.handOver.handle({{QStringLiteral("https://example.com/v/1")}, true});
-        QCOMPARE(rig.urls(), (QStringList{QStringLiteral("https://example.com/v/1"), QStringLiteral("https://example.com/v/clip")}));
-    }
-
     // A later start reaches the running instance over a real bus; non-links sent by anyone
-    // else on the bus are dropped.
+    // else on the bus are dropped. The first start's own request goes straight to the queue.
     void laterStartHandsOverThroughTheBus() {
         if (QStandardPaths::findExecutable(QStringLiteral("dbus-daemon")).isEmpty())
             QSKIP("needs dbus-daemon (scripts/setup.sh installs it)");
@@ -114,7 +64,9 @@ private Q_SLOTS:
             QVERIFY(running.isConnected() && later.isConnected());
             QVERIFY(running.registerService(service));
 
-            QueueRig rig;
+            HandOverRig rig;
+            rig.handOver.handle({{}, true}); // the first start's own request, nothing on the clipboard
+            QVERIFY(rig.queue.items().isEmpty());
             QVERIFY(rig.handOver.listen(running));
             rig.clipboard.content = QStringLiteral("https://example.com/v/clip");
             const QString link = QStringLiteral("https://example.com/v/2");

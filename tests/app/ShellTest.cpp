@@ -1,21 +1,16 @@
 #include "AccessibleNames.h"
 #include "Await.h"
 #include "FixtureSite.h"
+#include "QueueFakes.h"
 #include "TestEnv.h"
 #include "TestMain.h"
 
 #include "app/AppUpdater.h"
 #include "app/TrayMenu.h"
 #include "app/VorlixApp.h"
-#include "core/AppSettings.h"
-#include "queue/ClipboardSource.h"
-#include "queue/DownloadQueue.h"
-#include "queue/HistoryStore.h"
-#include "queue/Notifier.h"
 
 #include <QAction>
 #include <QApplication>
-#include <QCoroSignal>
 #include <QMainWindow>
 #include <QMenu>
 #include <QSignalSpy>
@@ -23,57 +18,15 @@
 
 namespace {
 
-struct SilentNotifier : Notifier {
-    void post(const QString &, const QString &) override {}
-};
-
-struct FakeClipboard : ClipboardSource {
-    std::optional<QString> content;
-    qint64 changeCount() const override { return 0; }
-    std::optional<QString> text() const override { return content; }
-};
-
-// Probes wait until released and then fail, so items stay where the test puts them.
-class HeldProbe : public QObject {
-    Q_OBJECT
-public:
-    int waiting = 0;
-    DownloadQueue::Services services() {
-        DownloadQueue::Services s;
-        s.probe = [this](QString) { return probe(); };
-        s.isSpotifyTrackURL = [](const QString &) { return false; };
-        return s;
-    }
-    void releaseAll() {
-        for (int i = 0; i < 100 && waiting > 0; ++i) {
-            Q_EMIT released();
-            QCoreApplication::processEvents();
-        }
-    }
-Q_SIGNALS:
-    void released();
-
-private:
-    QCoro::Task<ProbeResult> probe() {
-        ++waiting;
-        co_await qCoro(this, &HeldProbe::released);
-        --waiting;
-        throw YtDlpError::probeFailed(QStringLiteral("released"));
-    }
-};
-
-struct TrayRig {
-    AppSettings settings{TestEnv::root() + QStringLiteral("/tray.ini")};
-    HistoryStore history{TestEnv::root() + QStringLiteral("/tray-history.json")};
-    SilentNotifier notifier;
-    HeldProbe engine;
-    DownloadQueue queue{settings, history, notifier, engine.services()};
-    FakeClipboard clipboard;
+struct TrayRig : queuetest::QueueRig {
+    queuetest::FakeClipboard clipboard;
     int opened = 0;
     TrayMenu menu{queue, clipboard, {[this] { ++opened; }, {}, {}}};
 
-    TrayRig() { settings.setMaxConcurrent(6); }
-    ~TrayRig() { engine.releaseAll(); }
+    TrayRig() {
+        engine.holdProbe = true; // items stay where the test puts them
+        settings.setMaxConcurrent(6);
+    }
 
     QStringList entries() const {
         QStringList out;
@@ -112,7 +65,6 @@ private Q_SLOTS:
         QSignalSpy icons(&rig.menu, &TrayMenu::iconChanged);
         for (int i = 1; i <= 3; ++i)
             rig.queue.add(QStringLiteral("https://example.com/v/") + QString::number(i));
-        QCOMPARE(rig.queue.items().size(), 3);
         const auto items = rig.queue.items();
         items[0]->setState(ItemState::downloading());
         items[1]->setState(ItemState::processing(QStringLiteral("Tagging…")));
@@ -132,32 +84,15 @@ private Q_SLOTS:
     void trayEntriesAct() {
         TrayRig rig;
         QAction *paste = rig.entry(QStringLiteral("Download Link from Clipboard"));
-        paste->trigger(); // nothing on the clipboard (or only a picture)
-        rig.clipboard.content = QString();
-        paste->trigger();
-        QCOMPARE(rig.queue.items().size(), 0);
-        rig.clipboard.content = QStringLiteral("https://vimeo.com/76979871");
-        paste->trigger();
-        QCOMPARE(rig.queue.items().size(), 1);
+        for (const auto &content : {std::optional<QString>(), std::optional(QString()), std::optional(QStringLiteral("https://vimeo.com/7"))}) {
+            rig.clipboard.content = content; // nothing, a picture, a link
+            paste->trigger();
+        }
+        QCOMPARE(rig.urls(), QStringList{QStringLiteral("https://vimeo.com/7")});
         QCOMPARE(rig.queue.items().first()->mode(), DownloadMode::bestVideoAudio);
 
         rig.entry(QStringLiteral("Open Vorlix"))->trigger();
         QCOMPARE(rig.opened, 1);
-    }
-
-    void mainWindowComesBack() {
-        auto window = VorlixApp::makeMainWindow(new QWidget);
-        QCOMPARE(window->minimumSize(), QSize(760, 500));
-        window->show();
-        QVERIFY(QTest::qWaitForWindowExposed(window.get()));
-        window->close();
-        VorlixApp::showMainWindow();
-        QVERIFY(window->isVisible());
-        window->showMinimized();
-        VorlixApp::showMainWindow();
-        QVERIFY(!window->isMinimized());
-        window.reset();
-        VorlixApp::showMainWindow(); // no main window: nothing happens
     }
 
     void versionOrder_data() {
@@ -166,10 +101,8 @@ private Q_SLOTS:
         QTest::addColumn<int>("order");
         QTest::newRow("numeric, not textual") << QStringLiteral("1.10") << QStringLiteral("1.9") << 1;
         QTest::newRow("missing parts are zero") << QStringLiteral("1.2") << QStringLiteral("1.2.0") << 0;
-        QTest::newRow("patch") << QStringLiteral("0.1.0") << QStringLiteral("0.1.1") << -1;
         QTest::newRow("pre-release first") << QStringLiteral("2.0b1") << QStringLiteral("2.0") << -1;
         QTest::newRow("betas in order") << QStringLiteral("2.0b2") << QStringLiteral("2.0b10") << -1;
-        QTest::newRow("major wins") << QStringLiteral("10.0") << QStringLiteral("9.99.99") << 1;
         QTest::newRow("beyond 64 bits") << QStringLiteral("1.99999999999999999999") << QStringLiteral("1.100000000000000000000") << -1;
         QTest::newRow("release candidate after beta") << QStringLiteral("2.0rc1") << QStringLiteral("2.0b3") << 1;
     }
@@ -177,8 +110,7 @@ private Q_SLOTS:
         QFETCH(QString, a);
         QFETCH(QString, b);
         QFETCH(int, order);
-        QCOMPARE(AppUpdater::compareVersions(a, b), order);
-        QCOMPARE(AppUpdater::compareVersions(b, a), -order);
+        QCOMPARE(std::pair(AppUpdater::compareVersions(a, b), AppUpdater::compareVersions(b, a)), std::pair(order, -order));
     }
 
     void appcastParsing_data() {
@@ -204,16 +136,11 @@ private Q_SLOTS:
     }
     void appcastParsing() {
         QFETCH(QByteArray, feed);
-        QFETCH(QString, version);
-        QFETCH(QString, shown);
-        QFETCH(QString, link);
-        const std::optional<AppUpdater::Release> release = AppUpdater::newestRelease(feed);
-        QCOMPARE(release.has_value(), !version.isEmpty());
-        if (!release)
-            return;
-        QCOMPARE(release->version, version);
-        QCOMPARE(release->displayVersion, shown);
-        QCOMPARE(release->link.toString(), link);
+        const std::optional<AppUpdater::Release> found = AppUpdater::newestRelease(feed);
+        const AppUpdater::Release release = found.value_or(AppUpdater::Release{QStringLiteral("none"), {}, {}});
+        QTEST(found ? release.version : QString(), "version");
+        QTEST(release.displayVersion, "shown");
+        QTEST(release.link.toString(), "link");
     }
 
     void checkAgainstFeed() {
@@ -223,13 +150,12 @@ private Q_SLOTS:
                  "<rss xmlns:sparkle=\"http://www.andymatuschak.org/xml-namespaces/sparkle\"><channel><item>"
                  "<enclosure url=\"https://vorlix.app/v.zip\" sparkle:version=\"1.2.0\"/></item></channel></rss>");
         using Kind = AppUpdater::Outcome::Kind;
-        const auto outcome = [&site](const QString &path, const QString &ours) {
-            AppUpdater updater(QUrl(site.url(path)), ours);
-            return vtest::await(updater.check()).kind;
-        };
-        QCOMPARE(outcome(QStringLiteral("/appcast.xml"), QStringLiteral("1.1.9")), Kind::updateAvailable);
-        QCOMPARE(outcome(QStringLiteral("/appcast.xml"), QStringLiteral("1.2")), Kind::upToDate);
-        QCOMPARE(outcome(QStringLiteral("/missing.xml"), QStringLiteral("1.0")), Kind::failed);
+        QList<Kind> outcomes;
+        for (const auto &[path, ours] : {std::pair("/appcast.xml", "1.1.9"), std::pair("/appcast.xml", "1.2"), std::pair("/missing.xml", "1.0")}) {
+            AppUpdater updater(QUrl(site.url(QLatin1String(path))), QLatin1String(ours));
+            outcomes << vtest::await(updater.check()).kind;
+        }
+        QCOMPARE(outcomes, (QList<Kind>{Kind::updateAvailable, Kind::upToDate, Kind::failed}));
 
         // The menu entry is off while a check runs and the outcome reaches the presenter once.
         AppUpdater updater(QUrl(site.url(QStringLiteral("/appcast.xml?delay=0.5"))), QStringLiteral("1.2.0"));
@@ -238,7 +164,6 @@ private Q_SLOTS:
         QMenu menu;
         QAction *entry = VorlixApp::addCheckForUpdates(&menu, updater);
         QCOMPARE(entry->text(), QStringLiteral("Check for Updates\u2026"));
-        QVERIFY(entry->isEnabled());
         entry->trigger();
         QVERIFY(!entry->isEnabled());
         updater.checkForUpdates(); // ignored while busy

@@ -9,13 +9,11 @@
 #include <QCoreApplication>
 #include <QDir>
 #include <QDirIterator>
-#include <QElapsedTimer>
 #include <QFile>
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <QProcess>
-#include <QRegularExpression>
 #include <QStandardPaths>
 #include <QTest>
 
@@ -37,10 +35,7 @@ struct Child {
     }
 };
 
-QByteArray readAll(const QString &path) {
-    QFile f(path);
-    return f.open(QIODevice::ReadOnly) ? f.readAll() : QByteArray();
-}
+using TestEnv::readFile;
 
 } // namespace
 
@@ -61,17 +56,21 @@ class StartupEndToEndTest : public QObject {
         return QString::fromUtf8(p.readAllStandardOutput()).trimmed();
     }
     QString visibleMainWindow() {
-        const QStringList args{QStringLiteral("search"), QStringLiteral("--onlyvisible"), QStringLiteral("--name"),
-                               QStringLiteral("^Vorlix$")};
-        return xdotool(args).section(u'\n', 0, 0);
+        return xdotool({QStringLiteral("search"), QStringLiteral("--onlyvisible"), QStringLiteral("--name"), QStringLiteral("^Vorlix$")})
+            .section(u'\n', 0, 0);
+    }
+    // The link bar has the focus from the start.
+    void submitLink(const QString &window, const QString &link) {
+        xdotool({QStringLiteral("windowfocus"), QStringLiteral("--sync"), window});
+        xdotool({QStringLiteral("type"), QStringLiteral("--delay"), QStringLiteral("10"), link});
+        xdotool({QStringLiteral("key"), QStringLiteral("Return")});
     }
 
 private Q_SLOTS:
     void linkBarDownloadsIntoLibraryAndHistory() {
-        if (QStandardPaths::findExecutable(QStringLiteral("Xvfb")).isEmpty() ||
-            QStandardPaths::findExecutable(QStringLiteral("xdotool")).isEmpty() ||
-            QStandardPaths::findExecutable(QStringLiteral("dbus-daemon")).isEmpty())
-            QSKIP("needs Xvfb, xdotool and dbus-daemon (scripts/setup.sh installs them)");
+        for (const char *tool : {"Xvfb", "xdotool", "dbus-daemon"})
+            if (QStandardPaths::findExecutable(QLatin1String(tool)).isEmpty())
+                QSKIP("needs Xvfb, xdotool and dbus-daemon (scripts/setup.sh installs them)");
 
         FixtureSite site;
         QVERIFY(site.isRunning());
@@ -109,37 +108,22 @@ private Q_SLOTS:
         QString window;
         // Generous: the machine may be busy with other builds.
         QTRY_VERIFY2_WITH_TIMEOUT(!(window = visibleMainWindow()).isEmpty(),
-                                  qPrintable(QStringLiteral("no window; vorlix %1, exit code %2")
-                                                 .arg(vorlix.process->state() == QProcess::Running ? QStringLiteral("running")
-                                                                                                   : QStringLiteral("ended"))
-                                                 .arg(vorlix.process->exitCode())),
-                                  60000);
-        // The launch is complete once the window shows.
-        const QStringList log = QString::fromUtf8(readAll(home.data() + QStringLiteral("/Vorlix/launch.log"))).split(u'\n', Qt::SkipEmptyParts);
-        const QStringList messages{QStringLiteral("didFinishLaunching start (translocated=false)"), QStringLiteral("tools installed"),
-                                   QStringLiteral("watchers started"), QStringLiteral("didFinishLaunching end")};
-        QCOMPARE(log.size(), messages.size());
-        static const QRegularExpression stamp(QStringLiteral("^\\d{4}-\\d\\d-\\d\\d \\d\\d:\\d\\d:\\d\\d \\+0000 (.*)$"));
-        for (qsizetype i = 0; i < log.size(); ++i)
-            QCOMPARE(stamp.match(log[i]).captured(1), messages[i]);
-        QCOMPARE(readAll(home.data() + QStringLiteral("/Vorlix/Phone Hand-off Setup.txt")),
+                                  qPrintable(QStringLiteral("no window; vorlix state %1").arg(vorlix.process->state())), 60000);
+        // The launch is complete once the window shows: its log (the lines are the delegate
+        // test's) and the help file are in the real support folder.
+        QCOMPARE(QString::fromUtf8(readFile(home.data() + QStringLiteral("/Vorlix/launch.log"))).count(u'\n'), 4);
+        QCOMPARE(readFile(home.data() + QStringLiteral("/Vorlix/Phone Hand-off Setup.txt")),
                  AppDelegate::shortcutInstructions(home.home() + QStringLiteral("/Sync/Vorlix/inbox.txt")));
 
-        xdotool({QStringLiteral("windowfocus"), QStringLiteral("--sync"), window});
-        // The link bar has the focus from the start.
-        xdotool({QStringLiteral("type"), QStringLiteral("--delay"), QStringLiteral("10"), link});
-        xdotool({QStringLiteral("key"), QStringLiteral("Return")});
+        submitLink(window, link);
 
-        const QString library = home.home() + QStringLiteral("/Downloads/Vorlix");
-        const qint64 expectedSize = QFileInfo(site.root() + QStringLiteral("/clip.mp4")).size();
-        QString saved;
         const auto findSaved = [&] {
-            QDirIterator it(library, {QStringLiteral("*.mp4")}, QDir::Files, QDirIterator::Subdirectories);
-            saved = it.hasNext() ? it.next() : QString();
-            return !saved.isEmpty() && QFileInfo(saved).size() == expectedSize;
+            QDirIterator it(home.home() + QStringLiteral("/Downloads/Vorlix"), {QStringLiteral("*.mp4")}, QDir::Files,
+                            QDirIterator::Subdirectories);
+            return it.hasNext() && QFileInfo(it.next()).size() == QFileInfo(site.root() + QStringLiteral("/clip.mp4")).size();
         };
         const auto inHistory = [&](const QString &url) {
-            const QJsonArray entries = QJsonDocument::fromJson(readAll(home.data() + QStringLiteral("/Vorlix/history.json"))).array();
+            const QJsonArray entries = QJsonDocument::fromJson(readFile(home.data() + QStringLiteral("/Vorlix/history.json"))).array();
             for (const QJsonValue &entry : entries)
                 if (entry.toObject().value(QStringLiteral("url")).toString() == url)
                     return true;
@@ -151,11 +135,10 @@ private Q_SLOTS:
         xdotool({QStringLiteral("windowfocus"), QStringLiteral("--sync"), window});
         xdotool({QStringLiteral("key"), QStringLiteral("ctrl+w")});
         QTRY_VERIFY_WITH_TIMEOUT(visibleMainWindow().isEmpty(), 10000);
-        QTest::qWait(500);
-        QCOMPARE(vorlix.process->state(), QProcess::Running);
 
-        // Starting the program again brings the running one's window back and ends at once; a
-        // link given to it is downloaded by the running one.
+        // Starting the program again brings the running one's window back and ends at once (had
+        // the first one quit with its window, this start would stay); a link given to it is
+        // downloaded by the running one.
         const QString handedOver = site.url(QStringLiteral("/clip.mp4?n=handed-over"));
         QProcess again;
         again.setProcessEnvironment(env);
@@ -164,20 +147,17 @@ private Q_SLOTS:
         QCOMPARE(again.exitCode(), 0);
         QTRY_VERIFY_WITH_TIMEOUT(!visibleMainWindow().isEmpty(), 10000);
         QTRY_VERIFY_WITH_TIMEOUT(inHistory(handedOver), 120000);
-        QCOMPARE(QString::fromUtf8(readAll(home.data() + QStringLiteral("/Vorlix/launch.log"))).count(u'\n'), 4);
+        QCOMPARE(QString::fromUtf8(readFile(home.data() + QStringLiteral("/Vorlix/launch.log"))).count(u'\n'), 4);
 
         // Ending the program (as a logout does) ends a download in progress with it.
         const QString slow = site.url(QStringLiteral("/clip.mp4?rate=5000&n=slow"));
-        xdotool({QStringLiteral("windowfocus"), QStringLiteral("--sync"), visibleMainWindow()});
-        xdotool({QStringLiteral("type"), QStringLiteral("--delay"), QStringLiteral("10"), slow});
-        xdotool({QStringLiteral("key"), QStringLiteral("Return")});
-        const QStringList downloader{QStringLiteral("yt-dlp")};
-        QTRY_VERIFY_WITH_TIMEOUT(!EngineMedia::liveProcessesMentioning(QStringLiteral("n=slow"), downloader).isEmpty(), 30000);
+        submitLink(visibleMainWindow(), slow);
+        const auto downloading = [] { return !EngineMedia::liveProcessesMentioning(QStringLiteral("n=slow"), {QStringLiteral("yt-dlp")}).isEmpty(); };
+        QTRY_VERIFY_WITH_TIMEOUT(downloading(), 30000);
         vorlix.process->terminate();
         QVERIFY(vorlix.process->waitForFinished(10000));
-        QCOMPARE(vorlix.process->exitStatus(), QProcess::NormalExit);
-        QCOMPARE(vorlix.process->exitCode(), 0);
-        QTRY_VERIFY_WITH_TIMEOUT(EngineMedia::liveProcessesMentioning(QStringLiteral("n=slow"), downloader).isEmpty(), 10000);
+        QCOMPARE(vorlix.process->exitStatus() == QProcess::NormalExit ? vorlix.process->exitCode() : -1, 0);
+        QTRY_VERIFY_WITH_TIMEOUT(!downloading(), 10000);
     }
 };
 

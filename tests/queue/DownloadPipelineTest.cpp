@@ -12,7 +12,6 @@
 #include <QDirIterator>
 #include <QFile>
 #include <QFileInfo>
-#include <QProcess>
 #include <QTest>
 
 #include <memory>
@@ -32,17 +31,12 @@ int filesUnder(const QString &dir) {
     return n;
 }
 
-QByteArray readAll(const QString &path) {
-    QFile f(path);
-    return f.open(QIODevice::ReadOnly) ? f.readAll() : QByteArray();
-}
-
-// A downloader that behaves like the real one except where `script` decides first; it never
-// reaches the update server.
+// A downloader that behaves like the real one except where `script` decides first; it records its
+// arguments and never reaches the update server.
 void installScriptedDownloader(const QString &script) {
     const QString real = Tools::packagedDir() + QStringLiteral("/yt-dlp");
     const QString offline = QStringLiteral("case \" $* \" in *' -U '*) echo 'yt-dlp is up to date'; exit 0;; esac\n");
-    TestEnv::writeStubTool(Tools::ytDlpName, script + u'\n' + offline + QStringLiteral("exec '%1' \"$@\"\n").arg(real));
+    TestEnv::standIn(Tools::ytDlpName, script + u'\n' + offline + QStringLiteral("exec '%1' \"$@\"").arg(real));
 }
 
 } // namespace
@@ -76,83 +70,39 @@ private Q_SLOTS:
     void init() { TestEnv::removeStubTool(Tools::ytDlpName); }
     void cleanupTestCase() { TestEnv::removeStubTool(Tools::ytDlpName); }
 
-    void threeRunTheRestWaitInOrder() {
+    // Downloads run side by side and land as files below the catch-all source folder and in the
+    // history, leaving no per-download path file behind; a downloader that crashes fails only its
+    // own item, one that fails in a healable way updates the engine once and retries. (Which link
+    // takes a freed slot, and the progress around a retry, are the scheduler's tests.)
+    void downloadsLandInLibraryAndHistory() {
+        installScriptedDownloader(QStringLiteral(
+            "case \" $* \" in *' -o '*crash*) kill -SEGV $$;; *' -o '*heal*) if [ ! -e '%1' ]; then : > '%1'; "
+            "echo 'ERROR: [generic] Unable to extract video data; please report this issue' >&2; exit 1; fi;; esac")
+                                      .arg(TestEnv::root() + QStringLiteral("/failed-once")));
         auto r = rig();
-        r->settings.setMaxConcurrent(3);
-        QStringList links;
-        for (int i = 1; i <= 5; ++i)
-            links << m_site->url(QStringLiteral("/clip.mp4?rate=200000&n=") + QString::number(i));
-        for (const auto &l : links)
-            r->queue.add(l);
-        QCOMPARE(r->queue.running(), 3);
-        // Each waiting link starts only when an earlier one is done, the oldest first.
-        QStringList startOrder;
-        QList<int> doneAtStart;
-        int mostRunning = 0;
-        QObject watching; // goes before the variables it writes to
-        for (const QString &link : {links[3], links[4]}) {
-            DownloadItem *item = r->find(link).get();
-            QCOMPARE(item->state(), ItemState::queued());
-            connect(item, &DownloadItem::changed, &watching, [&, item] {
-                mostRunning = std::max(mostRunning, r->queue.running());
-                if (item->state() != ItemState::queued() && !startOrder.contains(item->url())) {
-                    startOrder << item->url();
-                    doneAtStart << r->count(ItemState::Kind::done);
-                }
-            });
-        }
-        QTRY_COMPARE_WITH_TIMEOUT(r->count(ItemState::Kind::done), 5, 90000);
-        QCOMPARE(r->queue.running(), 0);
-        QCOMPARE(startOrder, (QStringList{links[3], links[4]}));
-        QVERIFY(doneAtStart[0] >= 1 && doneAtStart[1] >= 2);
-        QCOMPARE(mostRunning, 3);
-        for (const auto &item : r->queue.items())
-            QVERIFY(QFileInfo(item->finalFileURL().toLocalFile()).isFile());
-        QCOMPARE(r->notifier.titles, QStringList(5, QStringLiteral("Download complete")));
-        r->history.waitForPendingSave();
-        QCOMPARE(r->history.entries().size(), 5);
-        QCOMPARE(HistoryStore(r->history.filePath()).entries(), r->history.entries());
-        QVERIFY(pathFiles().isEmpty());
-    }
-
-    void playlistPageFansOut() {
-        auto r = rig();
-        const QString page = m_site->url(QStringLiteral("/playlist/index.html"));
-        r->queue.add(page);
-        QTRY_COMPARE_WITH_TIMEOUT(r->count(ItemState::Kind::done), 3, 90000);
-        QCOMPARE(r->find(page)->title(), QStringLiteral("Fixture Playlist \u2014 2 videos queued"));
-        QCOMPARE(r->queue.items().size(), 3);
-        QCOMPARE(filesUnder(r->downloads), 2);
-        r->history.waitForPendingSave();
-        QCOMPARE(r->history.entries().size(), 2);
-    }
-
-    void organizedFoldersAndAudioAnalysis() {
-        auto r = rig();
+        r->settings.setMaxConcurrent(2);
         r->settings.setOrganizeDownloads(true);
-        r->settings.setAutoAnalyzeAudio(true);
-        const QString song = m_site->url(QStringLiteral("/song.mp3"));
-        const QString page = m_site->url(QStringLiteral("/page.html"));
-        r->queue.add(song, DownloadMode::audioOnly);
-        r->queue.add(page, DownloadMode::bestVideoAudio);
-        QTRY_COMPARE_WITH_TIMEOUT(r->queue.running(), 0, 120000);
-        const auto audio = r->find(song);
-        QCOMPARE(audio->state(), ItemState::done());
-        QVERIFY(audio->detectedBPM());
-        QVERIFY2(std::abs(*audio->detectedBPM() - 120) <= 2, qPrintable(QString::number(*audio->detectedBPM())));
-        QCOMPARE(audio->detectedKey(), std::optional<QString>(QStringLiteral("G")));
-        QVERIFY(!r->find(page)->detectedBPM());
-        // An unknown site goes under the catch-all source folder, never the top folder.
+        for (const QString &name : {QStringLiteral("a.mp4"), QStringLiteral("b.mp4?crash=1"), QStringLiteral("c.mp4?heal=1"), QStringLiteral("d.mp4")}) {
+            QFile::copy(m_site->root() + QStringLiteral("/clip.mp4"), m_site->root() + u'/' + name.section(u'?', 0, 0));
+            r->queue.add(m_site->url(u'/' + name));
+        }
+        QTRY_COMPARE_WITH_TIMEOUT(r->queue.running(), 0, 90000);
+        const auto crashed = r->find(m_site->url(QStringLiteral("/b.mp4?crash=1")));
+        QVERIFY(crashed->state().is(ItemState::Kind::failed) && !crashed->state().text().isEmpty());
+        QCOMPARE(r->count(ItemState::Kind::done), 3);
+        QVERIFY(r->find(m_site->url(QStringLiteral("/c.mp4?heal=1")))->didSelfHeal());
+        QCOMPARE(TestEnv::standInArgs(Tools::ytDlpName).count(QStringLiteral("-U")),
+                 std::count_if(r->queue.items().cbegin(), r->queue.items().cend(), [](const auto &i) { return i->didSelfHeal(); }));
         for (const auto &item : r->queue.items()) {
             const QFileInfo file(item->finalFileURL().toLocalFile());
-            QVERIFY2(file.isFile() && file.absolutePath() != r->downloads && file.absolutePath().startsWith(r->downloads),
+            QVERIFY2(item == crashed || (file.isFile() && file.absolutePath() != r->downloads && file.absolutePath().startsWith(r->downloads)),
                      qPrintable(file.filePath()));
         }
-
-        auto flat = rig();
-        flat->queue.add(page);
-        QTRY_COMPARE_WITH_TIMEOUT(flat->queue.running(), 0, 60000);
-        QCOMPARE(QFileInfo(flat->find(page)->finalFileURL().toLocalFile()).absolutePath(), flat->downloads);
+        QCOMPARE(filesUnder(r->downloads), 3);
+        QCOMPARE(r->notifier.titles.count(QStringLiteral("Download complete")), 3);
+        r->history.waitForPendingSave();
+        QCOMPARE(r->history.entries().size(), 3);
+        QVERIFY(pathFiles().isEmpty());
     }
 
     void cancelDuringThrottledDownload() {
@@ -168,7 +118,6 @@ private Q_SLOTS:
         const double progress = item->progress();
         QTRY_COMPARE_WITH_TIMEOUT(r->queue.running(), 0, 20000);
         QTRY_VERIFY_WITH_TIMEOUT(EngineMedia::liveProcessesMentioning(QStringLiteral("slow"), tools).isEmpty(), 10000);
-        QTest::qWait(300);
         r->queue.applyProgress(progressAt(0.99), item); // a late line
         QCOMPARE(item->state(), ItemState::cancelled());
         QCOMPARE(item->progress(), progress);
@@ -194,67 +143,21 @@ private Q_SLOTS:
         QVERIFY(pathFiles().isEmpty());
     }
 
-    void healableFailureUpdatesOnceAndRetries() {
-        const QString marker = TestEnv::root() + QStringLiteral("/failed-once");
-        const QString updates = TestEnv::root() + QStringLiteral("/updates.log");
-        installScriptedDownloader(QStringLiteral(
-            "case \" $* \" in *' -U '*) echo \"-U\" >> '%2'; echo 'yt-dlp is up to date'; exit 0;; esac\n"
-            "case \" $* \" in *' -o '*) if [ ! -e '%1' ]; then : > '%1'; echo 'VORLIX| 50.0%|1.0MiB/s|00:01'; "
-            "echo 'ERROR: [generic] Unable to extract video data; please report this issue' >&2; exit 1; fi;; esac")
-                                      .arg(marker, updates));
-        auto r = rig();
-        const QString page = m_site->url(QStringLiteral("/page.html"));
-        r->queue.add(page);
-        const auto item = r->find(page);
-        std::optional<double> atUpdate, atRetry;
-        QObject watching;
-        connect(item.get(), &DownloadItem::changed, &watching, [&] {
-            if (item->state() == ItemState::processing(QStringLiteral("Updating engine + retrying\u2026")))
-                atUpdate = atUpdate.value_or(item->progress());
-            else if (atUpdate && !atRetry && item->state().is(ItemState::Kind::downloading))
-                atRetry = item->progress();
-        });
-        QTRY_COMPARE_WITH_TIMEOUT(r->queue.running(), 0, 90000);
-        QCOMPARE(item->state(), ItemState::done());
-        QVERIFY(item->didSelfHeal());
-        QCOMPARE(atUpdate, std::optional<double>(0.5));
-        QCOMPARE(atRetry, std::optional<double>(0.0));
-        QCOMPARE(readAll(updates), QByteArray("-U\n"));
-        QVERIFY(QFileInfo(item->finalFileURL().toLocalFile()).isFile());
-    }
-
-    void crashingDownloaderFailsOnlyItsItem() {
-        installScriptedDownloader(QStringLiteral("case \"$*\" in *crash*) case \" $* \" in *' -o '*) kill -SEGV $$;; esac;; esac"));
-        auto r = rig();
-        r->settings.setMaxConcurrent(1);
-        const QString crash = m_site->url(QStringLiteral("/page.html?crash=1"));
-        const QString fine = m_site->url(QStringLiteral("/clip.mp4"));
-        r->queue.add(crash);
-        r->queue.add(fine);
-        QTRY_COMPARE_WITH_TIMEOUT(r->queue.running(), 0, 120000);
-        QVERIFY(r->find(crash)->state().is(ItemState::Kind::failed));
-        QVERIFY(!r->find(crash)->state().text().isEmpty());
-        QCOMPARE(r->find(fine)->state(), ItemState::done());
-        QVERIFY(pathFiles().isEmpty());
-    }
-
-    // Spotify links are recognised by the web player's host name anywhere in the link, so pages
-    // below /open.spotify.com/ on the fixture site stand in for it. Only the video-site search and
-    // its watch page need a stub.
+    // A Spotify track is found by search, downloaded, analysed and named; albums are refused.
     void spotifyTrackEndsTaggedAlbumFails() {
         m_site->put(QStringLiteral("open.spotify.com/oembed"),
                     QStringLiteral(R"({"title": "Night Drive", "thumbnail_url": "%1"})").arg(m_site->url(QStringLiteral("/poster.jpg"))).toUtf8());
         m_site->put(QStringLiteral("open.spotify.com/track/4uLU6hMC"),
                     "<html><head><meta property=\"og:title\" content=\"Night Drive\">"
                     "<meta property=\"og:description\" content=\"Neon Arcade \xc2\xb7 Song \xc2\xb7 2021\"></head></html>");
-        const QString searches = TestEnv::root() + QStringLiteral("/searches.log");
         installScriptedDownloader(QStringLiteral(
-            "case \"$*\" in *ytsearch*) echo \"$*\" >> '%1'; "
+            "case \"$*\" in *ytsearch*) "
             "printf 'VORLIXSR\\tkaraoke1\\tNight Drive (Karaoke)\\tSing Along\\t200\\t9\\n"
             "VORLIXSR\\tnd1\\tNeon Arcade - Night Drive (Official Audio)\\tNeon Arcade - Topic\\t200\\t1000\\n'; exit 0;; esac\n"
-            "for a do shift; case \"$a\" in https://www.youtube.com/watch?v=nd1) a='%2';; esac; set -- \"$@\" \"$a\"; done")
-                                      .arg(searches, m_site->url(QStringLiteral("/song.mp3"))));
+            "for a do shift; case \"$a\" in https://www.youtube.com/watch?v=nd1) a='%1';; esac; set -- \"$@\" \"$a\"; done")
+                                      .arg(m_site->url(QStringLiteral("/song.mp3"))));
         auto r = rig();
+        r->settings.setAutoAnalyzeAudio(true);
         const QString track = m_site->url(QStringLiteral("/open.spotify.com/track/4uLU6hMC"));
         const QString album = m_site->url(QStringLiteral("/open.spotify.com/album/1xyz"));
         r->queue.add(track, DownloadMode::bestVideoAudio);
@@ -265,18 +168,12 @@ private Q_SLOTS:
         const auto item = r->find(track);
         QCOMPARE(item->state(), ItemState::done());
         QCOMPARE(item->title(), QStringLiteral("Neon Arcade \u2014 Night Drive"));
-        QVERIFY(readAll(searches).contains("ytsearch6:Neon Arcade Night Drive"));
+        // The song is a G major cadence at 120 BPM.
+        QVERIFY2(item->detectedBPM() && std::abs(*item->detectedBPM() - 120) <= 2, qPrintable(QString::number(item->detectedBPM().value_or(0))));
+        QCOMPARE(item->detectedKey(), std::optional<QString>(QStringLiteral("G")));
 
-        const QString file = item->finalFileURL().toLocalFile();
-        QCOMPARE(file, r->downloads + QStringLiteral("/Neon Arcade - Night Drive.mp3"));
-        QProcess probe;
-        probe.start(QFileInfo(TestEnv::ffmpeg()).absolutePath() + QStringLiteral("/ffprobe"),
-                    {QStringLiteral("-v"), QStringLiteral("error"), QStringLiteral("-show_entries"),
-                     QStringLiteral("format_tags=title,artist:stream=codec_type"), QStringLiteral("-of"), QStringLiteral("compact"), file});
-        QVERIFY(probe.waitForFinished(30000));
-        const QString tags = QString::fromUtf8(probe.readAllStandardOutput());
-        QVERIFY2(tags.contains(QLatin1String("tag:title=Night Drive")) && tags.contains(QLatin1String("tag:artist=Neon Arcade"))
-                     && tags.contains(QLatin1String("codec_type=video")), qPrintable(tags)); // the cover
+        // Tags and cover are the resolver suite's; here the file is named after them.
+        QCOMPARE(item->finalFileURL().toLocalFile(), r->downloads + QStringLiteral("/Neon Arcade - Night Drive.mp3"));
         QCOMPARE(filesUnder(r->downloads), 1);
         QCOMPARE(TestEnv::filesContaining(QDir::tempPath(), QStringLiteral("vorlix-art-")), QStringList());
         r->history.waitForPendingSave();

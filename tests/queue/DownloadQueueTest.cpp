@@ -31,8 +31,7 @@ private Q_SLOTS:
         QFETCH(QStringList, links);
         QueueRig r;
         r.engine.holdProbe = true;
-        for (const auto &l : links)
-            r.queue.add(l);
+        std::for_each(links.cbegin(), links.cend(), [&r](const QString &l) { r.queue.add(l); });
         QTEST(int(r.queue.items().size()), "queued");
         QVERIFY2(!r.queue.lastMessage() && r.notifier.titles.isEmpty(), "dropped silently");
     }
@@ -66,7 +65,6 @@ private Q_SLOTS:
         r.settings.setDefaultModeRaw(storedDefault);
         r.queue.add(link, given, std::nullopt, true);
         const auto item = r.queue.items().first();
-        QCOMPARE(item->state(), ItemState::queued());
         QTEST(item->mode(), "mode");
         QTEST(item->wantsMoments(), "moments");
         QTEST(item->title(), "title");
@@ -75,10 +73,8 @@ private Q_SLOTS:
     void pumpRespectsLimitOldestFirst_data() {
         QTest::addColumn<int>("limit");
         QTest::addColumn<int>("runs");
-        QTest::newRow("3") << 3 << 3;
-        QTest::newRow("zero counts as one") << 0 << 1;
-        QTest::newRow("negative counts as one") << -4 << 1;
-        QTest::newRow("more than items") << 8 << 5;
+        QTest::newRow("2") << 2 << 2;
+        QTest::newRow("below one counts as one") << -4 << 1;
     }
     void pumpRespectsLimitOldestFirst() {
         QFETCH(int, limit);
@@ -90,14 +86,22 @@ private Q_SLOTS:
             r.queue.add(vimeo(QString::number(i)));
         QCOMPARE(r.queue.running(), runs);
         QCOMPARE(r.engine.probeCalls, runs);
-        const auto &items = r.queue.items(); // newest first: the oldest `runs` links started
-        for (int i = 0; i < 5; ++i)
-            QCOMPARE(items.at(i)->state(), i >= 5 - runs ? ItemState::probing() : ItemState::queued());
+        const auto &items = r.queue.items(); // newest first
+        const auto expect = [&](int done, int probing) {
+            for (int age = 0; age < 5; ++age) // 0: the oldest
+                QCOMPARE(items.at(4 - age)->state(),
+                         age < done ? ItemState::done() : age < done + probing ? ItemState::probing() : ItemState::queued());
+        };
+        expect(0, runs);
+        // Freed slots go to the oldest waiting links.
+        r.engine.release();
+        QTRY_COMPARE(r.count(ItemState::Kind::done), runs);
+        expect(runs, runs);
+        QCOMPARE(r.engine.downloadedURLs, (QStringList{vimeo(QStringLiteral("1")), vimeo(QStringLiteral("2"))}.mid(0, runs)));
         // Raising the limit starts the waiting ones at once, not at the next add or finish.
         r.settings.setMaxConcurrent(6);
-        QCOMPARE(r.queue.running(), 5);
+        QCOMPARE(r.queue.running(), 5 - runs);
         QCOMPARE(r.engine.probeCalls, 5);
-        // Which one takes a freed slot is shown with the real downloader.
     }
 
     void retryOnlyForFailed() {
@@ -108,7 +112,6 @@ private Q_SLOTS:
         QCOMPARE(item->state(), ItemState::failed(QStringLiteral("Video unavailable")));
         QCOMPARE(r.notifier.titles, QStringList{QStringLiteral("Download failed")});
         QCOMPARE(r.message(), QStringLiteral("Failed \u00B7 ") + linkA);
-        QVERIFY(!r.queue.isActiveURL(linkA));
         QVERIFY2(!r.queue.hasAutoClear(item->id()), "failed items stay until the user acts");
 
         r.engine.probeErrors.clear();
@@ -117,7 +120,6 @@ private Q_SLOTS:
         r.queue.retry(item);
         QCOMPARE(item->state(), ItemState::downloading());
         QCOMPARE(item->progress(), 0.0);
-        QVERIFY(r.queue.isActiveURL(linkA));
         r.engine.release();
         QTRY_COMPARE(item->state(), ItemState::done());
 
@@ -125,8 +127,6 @@ private Q_SLOTS:
         r.queue.add(linkB);
         r.queue.cancel(r.find(linkB));
         r.queue.retry(r.find(linkB)); // cancelled
-        QCOMPARE(item->state(), ItemState::done());
-        QCOMPARE(r.find(linkB)->state(), ItemState::cancelled());
         QCOMPARE(r.engine.probeCalls, 3);
         r.queue.add(linkA); // a finished link may be queued again
         QCOMPARE(r.queue.items().size(), 3);
@@ -235,7 +235,6 @@ private Q_SLOTS:
         const auto list = r.find(linkA);
         QCOMPARE(list->state(), ItemState::done());
         QCOMPARE(list->title(), QStringLiteral("Mix \u2014 %1 videos queued").arg(entries));
-        QCOMPARE(list->progress(), 1.0);
         QCOMPARE(r.queue.items().size(), queued + 1);
         QCOMPARE(r.message(), QStringLiteral("Queued %1 videos from playlist").arg(queued));
         QCOMPARE(r.urls().at(1), vimeo(QStringLiteral("p0")));
@@ -245,30 +244,6 @@ private Q_SLOTS:
         QTRY_COMPARE(r.engine.downloadedURLs, QStringList{vimeo(QStringLiteral("p0"))}); // the rest wait
         r.history.waitForPendingSave();
         QVERIFY2(r.history.entries().isEmpty(), "a playlist item is not a download");
-    }
-
-    void spotifyTrackSkipsTheProbe() {
-        QueueRig r;
-        const QString bare = QStringLiteral("https://open.spotify.com/track/bare");
-        const QString named = QStringLiteral("https://open.spotify.com/track/named");
-        const QString unknown = QStringLiteral("https://open.spotify.com/track/unknown");
-        const QUrl cover(QStringLiteral("https://i.example/c.jpg"));
-        r.engine.spotify.insert(bare, {QStringLiteral("ytsearch1:Song"), SpotifyTrack{QStringLiteral("Song"), {}, {}}});
-        r.engine.spotify.insert(named, {vimeo(QStringLiteral("q")), SpotifyTrack{QStringLiteral("Hit"), QStringLiteral("Band"), cover}});
-        r.queue.add(bare, DownloadMode::bestVideoAudio);
-        r.queue.add(named);
-        r.queue.add(unknown);
-        QTRY_COMPARE(r.queue.running(), 0);
-        QCOMPARE(r.find(bare)->title(), QStringLiteral("Song"));
-        const auto item = r.find(named);
-        QCOMPARE(item->state(), ItemState::done());
-        QCOMPARE(item->title(), QStringLiteral("Band \u2014 Hit"));
-        QCOMPARE(item->mode(), DownloadMode::audioOnly);
-        QCOMPARE(item->thumbnailURL(), cover);
-        QCOMPARE(r.engine.downloadedURLs, (QStringList{QStringLiteral("ytsearch1:Song"), vimeo(QStringLiteral("q"))}));
-        QVERIFY2(item->finalFileURL().toLocalFile().endsWith(QLatin1String(".tagged-Hit")), "the tagged file is the result");
-        QCOMPARE(r.engine.probeCalls, 0);
-        QCOMPARE(r.find(unknown)->state(), ItemState::failed(QStringLiteral("Couldn't read track info from that Spotify link.")));
     }
 
     void selfHealsOnce_data() {
@@ -287,9 +262,23 @@ private Q_SLOTS:
         QFETCH(QString, failure);
         QueueRig r;
         r.engine.downloadErrors = errors;
+        r.engine.holdProbe = true; // until the watch below is set up
         r.queue.add(linkA);
         const auto item = r.queue.items().first();
+        // The bar keeps its place while the engine updates, then starts over for the retry.
+        std::optional<double> atUpdate, atRetry;
+        QObject watching;
+        connect(item.get(), &DownloadItem::changed, &watching, [&] {
+            if (item->state() == ItemState::processing(QStringLiteral("Updating engine + retrying\u2026")))
+                atUpdate = atUpdate.value_or(item->progress());
+            else if (atUpdate && !atRetry && item->state().is(ItemState::Kind::downloading))
+                atRetry = item->progress();
+        });
+        r.engine.holdProbe = false;
+        r.engine.release();
         QTRY_VERIFY(item->state().isTerminal());
+        QCOMPARE(atUpdate, updates ? std::optional(0.5) : std::nullopt);
+        QCOMPARE(atRetry, updates ? std::optional(0.0) : std::nullopt);
         QCOMPARE(r.engine.updateCalls, updates);
         QCOMPARE(item->didSelfHeal(), updates > 0);
         QCOMPARE(r.engine.downloadedURLs.size(), 1 + updates);
@@ -363,11 +352,8 @@ private Q_SLOTS:
         QTRY_COMPARE(r.queue.running(), 0);
         const auto audio = r.find(tiktok);
         const auto video = r.find(linkB);
-        QCOMPARE(audio->state(), ItemState::done());
-        QCOMPARE(audio->detectedBPM(), std::optional<double>(128.0));
-        QCOMPARE(audio->detectedKey(), std::optional<QString>(QStringLiteral("A\u266Dm")));
-        QCOMPARE(r.engine.analyzeCalls, 1);
-        QVERIFY(!video->detectedBPM());
+        QCOMPARE(std::pair(audio->detectedBPM(), audio->detectedKey()), std::pair(std::optional(128.0), std::optional(QStringLiteral("A\u266Dm"))));
+        QCOMPARE(r.engine.analyzeCalls, 1); // only the audio download
         QCOMPARE(r.queue.momentsRequest(), video);
         QVERIFY(!r.queue.hasAutoClear(video->id()));
         QVERIFY(r.queue.hasAutoClear(audio->id()));
@@ -391,7 +377,6 @@ private Q_SLOTS:
         const auto failed = r.find(linkB);
         QVERIFY(!r.queue.hasAutoClear(failed->id()));
         QTRY_VERIFY_WITH_TIMEOUT(!r.find(linkA), 3000);
-        QTest::qWait(300);
         QCOMPARE(r.find(linkB), failed);
 
         // An item that is active again when its removal comes due stays.
@@ -399,7 +384,7 @@ private Q_SLOTS:
         r.engine.probeErrors.clear();
         r.engine.holdProbe = true;
         r.queue.retry(failed);
-        QTest::qWait(300);
+        QTRY_VERIFY_WITH_TIMEOUT(!r.queue.hasAutoClear(failed->id()), 3000); // came due
         QCOMPARE(r.find(linkB), failed);
 
         // Clearing takes every finished row and disarms its pending removal.

@@ -1,0 +1,112 @@
+#pragma once
+
+// Set-up shared by the screen tests: a real queue over a private settings file and history,
+// whose probes are held until the harness ends, so items stay where a test put them.
+
+#include "TestEnv.h"
+
+#include "core/AppSettings.h"
+#include "queue/DownloadQueue.h"
+#include "queue/HistoryStore.h"
+#include "queue/Notifier.h"
+
+#include <QAccessible>
+#include <QBuffer>
+#include <QCoroSignal>
+#include <QImage>
+#include <QMenu>
+#include <QTest>
+#include <QTimer>
+#include <QUuid>
+
+#include <memory>
+
+namespace ui_test {
+
+struct SilentNotifier : Notifier {
+    void post(const QString &, const QString &) override {}
+};
+
+// A fresh folder under the suite's temporary home.
+inline QString freshDir() { return TestEnv::root() + u'/' + QUuid::createUuid().toString(QUuid::WithoutBraces); }
+
+struct QueueHarness {
+    QString dir = freshDir();
+    AppSettings settings{dir + QStringLiteral("/settings.ini")};
+    std::unique_ptr<HistoryStore> store;
+    SilentNotifier notifier;
+    QTimer gate; // held probes resume when it fires
+    std::unique_ptr<DownloadQueue> queue;
+
+    // `historyFile` empty: a fresh history in the harness's folder.
+    explicit QueueHarness(const QString &historyFile = {},
+                          DownloadQueue::Services services = DownloadQueue::Services()) {
+        gate.setSingleShot(true);
+        store = std::make_unique<HistoryStore>(historyFile.isEmpty() ? dir + QStringLiteral("/history.json")
+                                                                     : historyFile);
+        if (!services.probe)
+            services.probe = [this](QString url) { return heldProbe(&gate, std::move(url)); };
+        if (!services.isSpotifyTrackURL)
+            services.isSpotifyTrackURL = [](const QString &) { return false; };
+        queue = std::make_unique<DownloadQueue>(settings, *store, notifier, std::move(services));
+    }
+    QueueHarness(const QueueHarness &) = delete;
+    QueueHarness &operator=(const QueueHarness &) = delete;
+
+    // Call after the screen is gone: cancels everything, lets the held probes go and waits for
+    // their pipelines to end before the queue does.
+    void windDown() {
+        for (const DownloadItemPtr &item : queue->items())
+            queue->cancel(item);
+        gate.start(0);
+        QTRY_COMPARE(queue->running(), 0);
+        queue.reset();
+    }
+
+    QStringList urls() const {
+        QStringList out;
+        for (const DownloadItemPtr &item : queue->items())
+            out << item->url();
+        return out;
+    }
+    QString message() const { return queue->lastMessage().value_or(QString()); }
+
+private:
+    static QCoro::Task<ProbeResult> heldProbe(QTimer *gate, QString url) {
+        co_await qCoro(gate, &QTimer::timeout);
+        throw YtDlpError::probeFailed(QStringLiteral("let go: ") + url);
+    }
+};
+
+inline QString accessible(QObject *object, QAccessible::Text text = QAccessible::Name) {
+    QAccessibleInterface *iface = QAccessible::queryAccessibleInterface(object);
+    return iface ? iface->text(text) : QString();
+}
+
+// A menu's entries as shown ("-" for a separator, "&&" read as "&").
+inline QStringList menuTexts(const QMenu *menu) {
+    QStringList out;
+    for (QAction *a : menu->actions())
+        out << (a->isSeparator() ? QStringLiteral("-") : QString(a->text()).replace(QStringLiteral("&&"), QStringLiteral("&")));
+    return out;
+}
+
+inline QAction *menuAction(const QMenu *menu, const QString &text) {
+    for (QAction *a : menu->actions())
+        if (a->text() == text)
+            return a;
+    return nullptr;
+}
+
+// A plain green picture, PNG-encoded, for thumbnail routes of the fixture site.
+inline QByteArray greenPng(int width, int height) {
+    QImage picture(width, height, QImage::Format_RGB32);
+    picture.fill(QColor(0, 200, 0));
+    QByteArray png;
+    QBuffer buffer(&png);
+    buffer.open(QIODevice::WriteOnly);
+    picture.save(&buffer, "PNG");
+    return png;
+}
+
+} // namespace ui_test

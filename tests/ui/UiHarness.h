@@ -3,6 +3,7 @@
 // Set-up shared by the screen tests: a real queue over a private settings file and history,
 // whose probes are held until the harness ends, so items stay where a test put them.
 
+#include "AccessibleNames.h"
 #include "TestEnv.h"
 
 #include "core/AppSettings.h"
@@ -81,6 +82,18 @@ private:
 inline QString accessible(QObject *object, QAccessible::Text text = QAccessible::Name) {
     QAccessibleInterface *iface = QAccessible::queryAccessibleInterface(object);
     return iface ? iface->text(text) : QString();
+}
+
+// The one accessibility walk of a screen: every control it shows has a name. `searchIcon`: the
+// screen has a search field with a leading magnifying glass, which is still announced as an
+// unnamed button (a known gap, expected to fail until it is named or hidden).
+inline void verifyNamedControls(QWidget *root, bool searchIcon) {
+    QStringList unnamed = AccessibleNames::unnamedControls(root);
+    const qsizetype icons = unnamed.removeAll(QStringLiteral("QLineEditIconButton#"));
+    QCOMPARE(unnamed, QStringList());
+    if (searchIcon)
+        QEXPECT_FAIL("", "the search field's magnifying-glass icon is announced as an unnamed button", Continue);
+    QCOMPARE(icons, qsizetype(0));
 }
 
 // A menu's entries as shown ("-" for a separator, "&&" read as "&").

@@ -84,16 +84,16 @@ inline QString accessible(QObject *object, QAccessible::Text text = QAccessible:
     return iface ? iface->text(text) : QString();
 }
 
-// The one accessibility walk of a screen: every control it shows has a name. `searchIcon`: the
-// screen has a search field with a leading magnifying glass, which is still announced as an
-// unnamed button (a known gap, expected to fail until it is named or hidden).
-inline void verifyNamedControls(QWidget *root, bool searchIcon) {
+// The one accessibility walk of a screen: every control it shows has a name. `searchField`:
+// the screen's search field, whose clear button and leading icon are still announced as
+// unnamed buttons (a known gap, expected to fail until they are named).
+inline void verifyNamedControls(QWidget *root, bool searchField) {
     QStringList unnamed = AccessibleNames::unnamedControls(root);
-    const qsizetype icons = unnamed.removeAll(QStringLiteral("QLineEditIconButton#"));
+    const qsizetype fieldButtons = unnamed.removeAll(QStringLiteral("QLineEditIconButton#"));
     QCOMPARE(unnamed, QStringList());
-    if (searchIcon)
-        QEXPECT_FAIL("", "the search field's magnifying-glass icon is announced as an unnamed button", Continue);
-    QCOMPARE(icons, qsizetype(0));
+    if (searchField)
+        QEXPECT_FAIL("", "a search field's clear button and leading icon have no accessible name", Continue);
+    QCOMPARE(fieldButtons, qsizetype(0));
 }
 
 // A menu's entries as shown ("-" for a separator, "&&" read as "&").

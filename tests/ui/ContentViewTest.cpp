@@ -13,6 +13,7 @@
 #include "ui/ContentView.h"
 #include "ui/ElidedLabel.h"
 #include "ui/ItemRow.h"
+#include "ui/MomentsView.h"
 #include "ui/OptionsSheet.h"
 #include "ui/QueueList.h"
 
@@ -24,10 +25,13 @@
 #include <QLabel>
 #include <QLineEdit>
 #include <QMimeData>
+#include <QPointer>
 #include <QPushButton>
 #include <QScrollBar>
 #include <QTest>
 #include <QToolButton>
+
+using namespace Qt::StringLiterals;
 
 namespace {
 
@@ -382,6 +386,32 @@ private Q_SLOTS:
                 if (distance(shot.pixelColor(x, y), background) > distance(ink, background))
                     ink = shot.pixelColor(x, y);
         QVERIFY2(distance(ink, colour) < distance(ink, Brand::bone()), qPrintable(ink.name()));
+    }
+
+    // The window opens the Moments sheet for a request, one at a time, and lets the item go afterwards.
+    void momentsRequestOpensOneSheetAtATime() {
+        Harness h;
+        h.view->show();
+        const auto finished = [&h](const QString &name) {
+            auto item = DownloadItem::make(u"https://example.com/"_s + name, DownloadMode::bestVideoAudio);
+            item->setFinalFileURL(QUrl::fromLocalFile(h.dir + u'/' + name)); // none there: the analysis ends at once
+            item->setState(ItemState::done());
+            return item;
+        };
+        const DownloadItemPtr a = finished(u"a.mp4"_s), b = finished(u"b.mp4"_s);
+        h.queue->setMomentsRequest(a);
+        QPointer<MomentsView> first = h.view->momentsView();
+        QVERIFY(first && first->isVisible());
+        QCOMPARE(first->item(), a);
+        h.queue->setMomentsRequest(b); // a download finishing while the user reviews
+        QCOMPARE(h.view->momentsView(), first.data());
+        first->reject();
+        QTRY_VERIFY(h.view->momentsView() && h.view->momentsView()->item() == b);
+        QCOMPARE(h.queue->momentsRequest(), b);
+        h.view->momentsView()->reject();
+        QTRY_VERIFY(!h.view->momentsView());
+        QVERIFY(!h.queue->momentsRequest());
+        QTRY_VERIFY(!first);
     }
 
     // The real engine against the local site, into a folder that cannot exist: the row says why.

@@ -59,8 +59,8 @@ struct Harness : ui_test::QueueHarness {
 
     explicit Harness(bool realEngine = false) : QueueHarness({}, services(realEngine)) {
         settings.setMaxConcurrent(1);
-        settings.setDownloadFolderPath(dir + QStringLiteral("/Downloads"));
-        healer = std::make_unique<SelfHealer>(settings, [] { return QStringLiteral("/nonexistent/yt-dlp"); },
+        settings.setDownloadFolderPath(dir + u"/Downloads"_s);
+        healer = std::make_unique<SelfHealer>(settings, [] { return u"/nonexistent/yt-dlp"_s; },
                                               [] { return 0.0; });
         watcher = std::make_unique<ClipboardWatcher>(clipboard, settings, *queue);
         view = std::make_unique<ContentView>(*queue, settings, *healer, *watcher, clipboard);
@@ -74,7 +74,7 @@ struct Harness : ui_test::QueueHarness {
     QLabel *label(const QString &name) const { return child<QLabel>(name); }
     void addThree() {
         for (int i = 0; i < 3; ++i)
-            queue->add(QStringLiteral("https://a.example/v/") + QString::number(i));
+            queue->add(u"https://a.example/v/"_s + QString::number(i));
     }
 };
 
@@ -94,14 +94,14 @@ private Q_SLOTS:
         QTest::addColumn<QStringList>("queued");
         QTest::addColumn<QString>("message");
         QTest::addColumn<QString>("fieldAfter");
-        QTest::newRow("two links") << QStringLiteral("https://a.example/v/1 https://b.example/v/2")
-                                   << QStringList{QStringLiteral("https://b.example/v/2"), QStringLiteral("https://a.example/v/1")}
-                                   << QStringLiteral("Queued 2 links") << QString();
+        QTest::newRow("two links") << u"https://a.example/v/1 https://b.example/v/2"_s
+                                   << QStringList{u"https://b.example/v/2"_s, u"https://a.example/v/1"_s}
+                                   << u"Queued 2 links"_s << QString();
         QTest::newRow("one link clears the message")
-            << QStringLiteral("see https://a.example/v/1.") << QStringList{QStringLiteral("https://a.example/v/1")}
+            << u"see https://a.example/v/1."_s << QStringList{u"https://a.example/v/1"_s}
             << QString() << QString();
-        QTest::newRow("no link keeps the text") << QStringLiteral("just some words") << QStringList{}
-                                                << QStringLiteral("earlier") << QStringLiteral("just some words");
+        QTest::newRow("no link keeps the text") << u"just some words"_s << QStringList{}
+                                                << u"earlier"_s << u"just some words"_s;
     }
     void linkBarQueuesEveryLinkOnReturn() {
         QFETCH(QString, typed);
@@ -109,41 +109,41 @@ private Q_SLOTS:
         QFETCH(QString, message);
         QFETCH(QString, fieldAfter);
         Harness h;
-        h.queue->setLastMessage(QStringLiteral("earlier"));
+        h.queue->setLastMessage(u"earlier"_s);
         h.view->linkBar()->setText(typed);
         QTest::keyClick(h.view->linkBar(), Qt::Key_Return);
         QCOMPARE(h.urls(), queued);
         QCOMPARE(h.message(), message);
         QCOMPARE(h.view->linkBar()->text(), fieldAfter);
-        QCOMPARE(h.child<ElidedLabel>(QStringLiteral("lastMessage"))->fullText(), message);
+        QCOMPARE(h.child<ElidedLabel>(u"lastMessage"_s)->fullText(), message);
     }
 
     void downloadButtonNeedsText() {
         Harness h;
-        auto *download = h.child<QPushButton>(QStringLiteral("download"));
+        auto *download = h.child<QPushButton>(u"download"_s);
         QVERIFY(!download->isEnabled());
-        h.view->linkBar()->setText(QStringLiteral(" \t "));
+        h.view->linkBar()->setText(u" \t "_s);
         QVERIFY(!download->isEnabled());
-        h.view->linkBar()->setText(QStringLiteral("https://a.example/v/1"));
+        h.view->linkBar()->setText(u"https://a.example/v/1"_s);
         QVERIFY(download->isEnabled());
         QTest::mouseClick(download, Qt::LeftButton);
-        QCOMPARE(h.urls(), QStringList{QStringLiteral("https://a.example/v/1")});
+        QCOMPARE(h.urls(), QStringList{u"https://a.example/v/1"_s});
     }
 
     void queueTabCountsWaitingAndActiveItems() {
         Harness h;
         h.view->show();
-        QLabel *count = h.label(QStringLiteral("queueCount"));
+        QLabel *count = h.label(u"queueCount"_s);
         QVERIFY(!count->isVisible());
-        QVERIFY(h.child<QWidget>(QStringLiteral("emptyState"))->isVisible());
+        QVERIFY(h.child<QWidget>(u"emptyState"_s)->isVisible());
         h.addThree();
         // One probing (active), two queued.
         QCOMPARE(h.view->activeCount(), 1);
         QCOMPARE(h.view->queuedCount(), 2);
         QTRY_VERIFY(count->isVisible()); // the window catches up with a burst of changes at once
-        QCOMPARE(count->text(), QStringLiteral("3"));
+        QCOMPARE(count->text(), u"3"_s);
         QVERIFY(h.view->queueList()->isVisible());
-        auto *clear = h.child<QPushButton>(QStringLiteral("clearFinished"));
+        auto *clear = h.child<QPushButton>(u"clearFinished"_s);
         QVERIFY(!clear->isEnabled());
         for (const DownloadItemPtr &item : h.queue->items())
             h.queue->cancel(item);
@@ -151,7 +151,7 @@ private Q_SLOTS:
         QVERIFY(clear->isEnabled());
         QTest::mouseClick(clear, Qt::LeftButton);
         QVERIFY(h.queue->items().isEmpty());
-        QTRY_VERIFY(h.child<QWidget>(QStringLiteral("emptyState"))->isVisible());
+        QTRY_VERIFY(h.child<QWidget>(u"emptyState"_s)->isVisible());
     }
 
     void smartModeCheckboxDrivesTheWatcher() {
@@ -159,11 +159,11 @@ private Q_SLOTS:
         h.settings.setSmartMode(true);
         h.watcher->start();
         h.view->show();
-        auto *box = h.child<QCheckBox>(QStringLiteral("smartMode"));
+        auto *box = h.child<QCheckBox>(u"smartMode"_s);
         QVERIFY(box->isChecked());
-        QVERIFY(h.child<QWidget>(QStringLiteral("smartIndicator"))->isVisible());
+        QVERIFY(h.child<QWidget>(u"smartIndicator"_s)->isVisible());
         // The dot breathes only while someone can see it.
-        auto *dot = h.child<BreathingDot>(QStringLiteral("smartDot"));
+        auto *dot = h.child<BreathingDot>(u"smartDot"_s);
         QTRY_VERIFY(dot->isBreathing());
         h.view->showMinimized();
         QTRY_VERIFY(!dot->isBreathing());
@@ -173,7 +173,7 @@ private Q_SLOTS:
         QVERIFY(!dot->isBreathing());
         QVERIFY(!h.settings.smartMode());
         QVERIFY(!h.watcher->isRunning());
-        QVERIFY(!h.child<QWidget>(QStringLiteral("smartIndicator"))->isVisible());
+        QVERIFY(!h.child<QWidget>(u"smartIndicator"_s)->isVisible());
         box->click();
         QVERIFY(h.watcher->isRunning());
         // A change made elsewhere (the settings window) reaches the checkbox too.
@@ -184,12 +184,12 @@ private Q_SLOTS:
 
     void modeMenuWritesTheDefaultMode() {
         Harness h;
-        auto *menu = h.child<QPushButton>(QStringLiteral("modeMenu"));
+        auto *menu = h.child<QPushButton>(u"modeMenu"_s);
         QCOMPARE(menu->text(), DownloadModes::label(DownloadMode::bestVideoAudio));
         menu->menu()->actions().at(2)->trigger();
         QCOMPARE(h.settings.defaultModeRaw(), DownloadModes::rawValue(DownloadMode::audioOnly));
         QCOMPARE(menu->text(), DownloadModes::label(DownloadMode::audioOnly));
-        h.view->linkBar()->setText(QStringLiteral("https://a.example/v/1"));
+        h.view->linkBar()->setText(u"https://a.example/v/1"_s);
         h.view->addFromField();
         QCOMPARE(h.queue->items().first()->mode(), DownloadMode::audioOnly);
     }
@@ -203,54 +203,54 @@ private Q_SLOTS:
         auto *sheet = h.view->findChild<BatchSheet *>();
         QVERIFY(sheet);
         QVERIFY(sheet->isModal());
-        auto *count = sheet->findChild<QLabel *>(QStringLiteral("linkCount"));
-        auto *download = sheet->findChild<QPushButton *>(QStringLiteral("download"));
-        QCOMPARE(count->text(), QStringLiteral("No links found yet"));
+        auto *count = sheet->findChild<QLabel *>(u"linkCount"_s);
+        auto *download = sheet->findChild<QPushButton *>(u"download"_s);
+        QCOMPARE(count->text(), u"No links found yet"_s);
         QVERIFY(!download->isEnabled());
 
-        h.clipboard.current = QStringLiteral("lesson: https://a.example/v/1");
+        h.clipboard.current = u"lesson: https://a.example/v/1"_s;
         sheet->pasteFromClipboard();
-        QCOMPARE(count->text(), QStringLiteral("1 link found"));
-        QCOMPARE(download->text(), QStringLiteral("Download 1"));
-        h.clipboard.current = QStringLiteral("and <https://b.example/v/2>");
+        QCOMPARE(count->text(), u"1 link found"_s);
+        QCOMPARE(download->text(), u"Download 1"_s);
+        h.clipboard.current = u"and <https://b.example/v/2>"_s;
         sheet->pasteFromClipboard();
-        QCOMPARE(sheet->text(), QStringLiteral("lesson: https://a.example/v/1\nand <https://b.example/v/2>"));
-        QCOMPARE(count->text(), QStringLiteral("2 links found"));
+        QCOMPARE(sheet->text(), u"lesson: https://a.example/v/1\nand <https://b.example/v/2>"_s);
+        QCOMPARE(count->text(), u"2 links found"_s);
         h.clipboard.current.reset();
         sheet->pasteFromClipboard(); // no text on the clipboard: nothing happens
-        QCOMPARE(count->text(), QStringLiteral("2 links found"));
+        QCOMPARE(count->text(), u"2 links found"_s);
 
-        auto *mode = sheet->findChild<QComboBox *>(QStringLiteral("modePicker"));
+        auto *mode = sheet->findChild<QComboBox *>(u"modePicker"_s);
         mode->setCurrentIndex(1);
         QTest::mouseClick(download, Qt::LeftButton);
-        QCOMPARE(h.urls(), (QStringList{QStringLiteral("https://b.example/v/2"), QStringLiteral("https://a.example/v/1")}));
+        QCOMPARE(h.urls(), (QStringList{u"https://b.example/v/2"_s, u"https://a.example/v/1"_s}));
         QCOMPARE(h.queue->items().first()->mode(), DownloadMode::videoOnly);
-        QCOMPARE(h.message(), QStringLiteral("Queued 2 links"));
+        QCOMPARE(h.message(), u"Queued 2 links"_s);
         QTRY_VERIFY(!h.view->findChild<BatchSheet *>());
     }
 
     void optionsSheetValidatesTimesAndHandsOverTheChoice() {
         Harness h;
         h.view->show();
-        h.view->linkBar()->setText(QStringLiteral("https://a.example/v/1"));
+        h.view->linkBar()->setText(u"https://a.example/v/1"_s);
         h.view->showOptions();
         auto *sheet = h.view->findChild<OptionsSheet *>();
         QVERIFY(sheet);
-        QCOMPARE(sheet->findChild<QLineEdit *>(QStringLiteral("link"))->text(), QStringLiteral("https://a.example/v/1"));
-        auto *from = sheet->findChild<QLineEdit *>(QStringLiteral("clipStart"));
-        auto *download = sheet->findChild<QPushButton *>(QStringLiteral("download"));
-        auto *warning = sheet->findChild<QLabel *>(QStringLiteral("timeWarning"));
+        QCOMPARE(sheet->findChild<QLineEdit *>(u"link"_s)->text(), u"https://a.example/v/1"_s);
+        auto *from = sheet->findChild<QLineEdit *>(u"clipStart"_s);
+        auto *download = sheet->findChild<QPushButton *>(u"download"_s);
+        auto *warning = sheet->findChild<QLabel *>(u"timeWarning"_s);
         QVERIFY(sheet->timesValid());
         QVERIFY(!sheet->clip());
         QVERIFY(!warning->isVisible());
 
-        from->setText(QStringLiteral("1:2:3:4"));
+        from->setText(u"1:2:3:4"_s);
         QVERIFY(!sheet->timesValid());
         QVERIFY(warning->isVisible());
         QVERIFY(!download->isEnabled());
-        from->setText(QStringLiteral("1:20"));
+        from->setText(u"1:20"_s);
         QVERIFY(download->isEnabled());
-        QCOMPARE(sheet->clip(), (ClipRange{QStringLiteral("1:20"), QString()}));
+        QCOMPARE(sheet->clip(), (ClipRange{u"1:20"_s, QString()}));
 
         auto *moments = sheet->findChild<QCheckBox *>();
         moments->setChecked(true);
@@ -262,18 +262,18 @@ private Q_SLOTS:
         QCOMPARE(h.queue->items().size(), 1);
         const DownloadItemPtr item = h.queue->items().first();
         QCOMPARE(item->mode(), DownloadMode::videoOnly);
-        QCOMPARE(item->clip(), (ClipRange{QStringLiteral("1:20"), QString()}));
+        QCOMPARE(item->clip(), (ClipRange{u"1:20"_s, QString()}));
         QVERIFY(item->wantsMoments());
         QCOMPARE(h.view->linkBar()->text(), QString());
     }
 
     void optionsSheetWithBlankLinkCannotDownload() {
         bool called = false;
-        OptionsSheet sheet(QStringLiteral("  "), DownloadMode::bestVideoAudio,
+        OptionsSheet sheet(u"  "_s, DownloadMode::bestVideoAudio,
                            [&](const QString &, DownloadMode, std::optional<ClipRange>, bool) { called = true; });
         sheet.submit();
         QVERIFY(!called);
-        QVERIFY(!sheet.findChild<QPushButton *>(QStringLiteral("download"))->isEnabled());
+        QVERIFY(!sheet.findChild<QPushButton *>(u"download"_s)->isEnabled());
     }
 
     void droppedLinksAreQueued() {
@@ -287,20 +287,20 @@ private Q_SLOTS:
             delete data;
         };
         auto *urls = new QMimeData;
-        urls->setUrls({QUrl(QStringLiteral("https://a.example/v/1")), QUrl::fromLocalFile(QStringLiteral("/tmp/x.mp4"))});
-        urls->setText(QStringLiteral("https://a.example/v/1"));
+        urls->setUrls({QUrl(u"https://a.example/v/1"_s), QUrl::fromLocalFile(u"/tmp/x.mp4"_s)});
+        urls->setText(u"https://a.example/v/1"_s);
         drop(urls);
         auto *text = new QMimeData;
-        text->setText(QStringLiteral("https://b.example/v/2"));
+        text->setText(u"https://b.example/v/2"_s);
         drop(text);
-        QCOMPARE(h.urls(), (QStringList{QStringLiteral("https://b.example/v/2"), QStringLiteral("https://a.example/v/1")}));
+        QCOMPARE(h.urls(), (QStringList{u"https://b.example/v/2"_s, u"https://a.example/v/1"_s}));
     }
 
     // A thousand rows cost a screenful of widgets, and scrolling shows the right items.
     void queueListRecyclesRows() {
         Harness h;
         for (int i = 0; i < 1000; ++i)
-            h.queue->add(QStringLiteral("https://a.example/v/") + QString::number(i));
+            h.queue->add(u"https://a.example/v/"_s + QString::number(i));
         h.view->show();
         QueueList *list = h.view->queueList();
         QTRY_VERIFY(list->rowFor(h.queue->items().first()));
@@ -321,21 +321,21 @@ private Q_SLOTS:
         // A recycled row follows its new item's changes.
         const DownloadItemPtr last = h.queue->items().last();
         h.queue->cancel(last);
-        QVERIFY(list->rowFor(last)->findChildren<QToolButton *>().first()->toolTip() == QStringLiteral("Remove"));
+        QVERIFY(list->rowFor(last)->findChildren<QToolButton *>().first()->toolTip() == u"Remove"_s);
     }
 
     // A screen reader can say every control of the window and its sheets, rows included.
     void everyControlHasAnAccessibleName() {
         Harness h;
         h.addThree();
-        h.queue->items()[0]->setState(ItemState::failed(QStringLiteral("Video unavailable")));
-        h.queue->items()[1]->setFinalFileURL(QUrl::fromLocalFile(h.dir + QStringLiteral("/clip.mp4")));
+        h.queue->items()[0]->setState(ItemState::failed(u"Video unavailable"_s));
+        h.queue->items()[1]->setFinalFileURL(QUrl::fromLocalFile(h.dir + u"/clip.mp4"_s));
         h.queue->items()[1]->setState(ItemState::done());
         h.view->show();
         QTRY_VERIFY(h.view->queueList()->rowFor(h.queue->items()[1]));
-        h.view->linkBar()->setText(QStringLiteral("https://a.example/v/9")); // shows its clear button
+        h.view->linkBar()->setText(u"https://a.example/v/9"_s); // shows its clear button
         QCOMPARE(AccessibleNames::unnamedControls(h.view.get()), QStringList());
-        QCOMPARE(AccessibleNames::of(h.view->linkBar()), QStringLiteral("Link")); // it shows only "https://"
+        QCOMPARE(AccessibleNames::of(h.view->linkBar()), u"Link"_s); // it shows only "https://"
         h.view->showBatch();
         h.view->showOptions();
         for (QDialog *sheet : h.view->findChildren<QDialog *>()) {
@@ -351,23 +351,23 @@ private Q_SLOTS:
         QTest::addColumn<ItemState>("state");
         QTest::addColumn<QString>("label");
         QTest::addColumn<QColor>("colour");
-        QTest::newRow("failure message") << ItemState::failed(QStringLiteral("Video unavailable"))
-                                         << QStringLiteral("failure") << Brand::danger();
-        QTest::newRow("percentage") << ItemState::downloading() << QStringLiteral("percent") << Brand::ember();
-        QTest::newRow("fetching info") << ItemState::probing() << QStringLiteral("statusText") << Brand::stone();
+        QTest::newRow("failure message") << ItemState::failed(u"Video unavailable"_s)
+                                         << u"failure"_s << Brand::danger();
+        QTest::newRow("percentage") << ItemState::downloading() << u"percent"_s << Brand::ember();
+        QTest::newRow("fetching info") << ItemState::probing() << u"statusText"_s << Brand::stone();
     }
     void rowTextsKeepTheirColoursInTheList() {
         QFETCH(ItemState, state);
         QFETCH(QString, label);
         QFETCH(QColor, colour);
         Harness h;
-        h.queue->add(QStringLiteral("https://a.example/v/1"));
-        h.queue->add(QStringLiteral("https://a.example/v/2"));
+        h.queue->add(u"https://a.example/v/1"_s);
+        h.queue->add(u"https://a.example/v/2"_s);
         const DownloadItemPtr item = h.queue->items().first(); // the newest one, still queued
         item->setState(state);
         item->setProgress(0.42);
-        item->setSpeedText(QStringLiteral("2.1MiB/s"));
-        item->setEtaText(QStringLiteral("00:12"));
+        item->setSpeedText(u"2.1MiB/s"_s);
+        item->setEtaText(u"00:12"_s);
         h.view->show();
         QTRY_VERIFY(h.view->queueList()->rowFor(item));
         ItemRow *row = h.view->queueList()->rowFor(item);
@@ -418,16 +418,16 @@ private Q_SLOTS:
     void unwritableDownloadFolderFailsTheItem() {
         FixtureSite site;
         QVERIFY(site.isRunning());
-        QVERIFY(TestEnv::runFfmpeg({QStringLiteral("-f"), QStringLiteral("lavfi"), QStringLiteral("-i"),
-                                    QStringLiteral("testsrc2=size=160x120:duration=1"), site.root() + QStringLiteral("/clip.mp4")}));
+        QVERIFY(TestEnv::runFfmpeg({u"-f"_s, u"lavfi"_s, u"-i"_s,
+                                    u"testsrc2=size=160x120:duration=1"_s, site.root() + u"/clip.mp4"_s}));
         Harness h(true);
-        const QString blocker = h.dir + QStringLiteral("/blocker");
+        const QString blocker = h.dir + u"/blocker"_s;
         QFile file(blocker);
         QVERIFY(file.open(QIODevice::WriteOnly));
         file.close();
-        h.settings.setDownloadFolderPath(blocker + QStringLiteral("/Vorlix"));
+        h.settings.setDownloadFolderPath(blocker + u"/Vorlix"_s);
         h.view->show();
-        h.view->linkBar()->setText(site.url(QStringLiteral("/clip.mp4")));
+        h.view->linkBar()->setText(site.url(u"/clip.mp4"_s));
         h.view->addFromField();
         const DownloadItemPtr item = h.queue->items().first();
         QTRY_VERIFY_WITH_TIMEOUT(item->state().isTerminal(), 90000);
@@ -435,21 +435,21 @@ private Q_SLOTS:
         QVERIFY(!item->state().text().isEmpty());
         QVERIFY(QFileInfo(blocker).isFile());
         QTRY_VERIFY(h.view->queueList()->rowFor(item));
-        auto *failure = h.view->queueList()->rowFor(item)->findChild<QLabel *>(QStringLiteral("failure"));
+        auto *failure = h.view->queueList()->rowFor(item)->findChild<QLabel *>(u"failure"_s);
         QVERIFY(failure);
         QCOMPARE(failure->text(), item->state().text());
     }
 
     void detectTempoAndKeyReportsWhatItFound() {
         Harness h;
-        auto item = DownloadItem::make(QStringLiteral("https://a.example/v/1"), DownloadMode::audioOnly);
-        item->setFinalFileURL(QUrl::fromLocalFile(h.dir + QStringLiteral("/song.mp3")));
+        auto item = DownloadItem::make(u"https://a.example/v/1"_s, DownloadMode::audioOnly);
+        item->setFinalFileURL(QUrl::fromLocalFile(h.dir + u"/song.mp3"_s));
         item->setState(ItemState::done());
         h.queue->detectTempoAndKey(item);
         QTRY_VERIFY(item->state().is(ItemState::Kind::done));
         QVERIFY(!item->detectedBPM() && !item->detectedKey());
-        QCOMPARE(h.message(), QStringLiteral("no BPM · no key"));
-        QCOMPARE(DownloadQueue::tempoAndKeyMessage(119.6, QStringLiteral("A minor")), QStringLiteral("120 BPM · A minor"));
+        QCOMPARE(h.message(), u"no BPM · no key"_s);
+        QCOMPARE(DownloadQueue::tempoAndKeyMessage(119.6, u"A minor"_s), u"120 BPM · A minor"_s);
     }
 };
 

@@ -13,6 +13,8 @@
 
 #include <cmath>
 
+using namespace Qt::StringLiterals;
+
 namespace {
 bool near(QColor a, QColor b, int tolerance) {
     return std::abs(a.red() - b.red()) <= tolerance && std::abs(a.green() - b.green()) <= tolerance &&
@@ -39,10 +41,10 @@ private Q_SLOTS:
 
     // The shipped faces themselves, never a substitute, with their licence beside them.
     void fontsResolveToTheShippedFaces() {
-        QCOMPARE(QFontInfo(Brand::displayFont(14)).family(), QStringLiteral("Schibsted Grotesk"));
+        QCOMPARE(QFontInfo(Brand::displayFont(14)).family(), u"Schibsted Grotesk"_s);
         QVERIFY(QFontInfo(Brand::displayFont(20, QFont::Bold)).weight() >= QFont::DemiBold);
-        QCOMPARE(QFontInfo(Brand::monoFont(10, QFont::Medium)).family(), QStringLiteral("JetBrains Mono"));
-        QVERIFY(QFileInfo::exists(Brand::fontsDir() + QStringLiteral("/SchibstedGrotesk-OFL.txt")));
+        QCOMPARE(QFontInfo(Brand::monoFont(10, QFont::Medium)).family(), u"JetBrains Mono"_s);
+        QVERIFY(QFileInfo::exists(Brand::fontsDir() + u"/SchibstedGrotesk-OFL.txt"_s));
     }
 
     // Out-of-range values are clamped, and a started bar never looks empty.
@@ -77,7 +79,7 @@ private Q_SLOTS:
 
     void buttonFillFollowsItsState() {
         QWidget window;
-        auto *button = new QPushButton(QStringLiteral("Retry"), &window);
+        auto *button = new QPushButton(u"Retry"_s, &window);
         EmberButtonStyle::apply(button);
         button->resize(button->sizeHint());
         window.show();
@@ -112,8 +114,8 @@ private Q_SLOTS:
             QVERIFY(opaque > 4);
         }
         // The tray tells its states apart by outline and fill.
-        QVERIFY(Symbols::drawn(QStringLiteral("arrow.down.circle.fill"), tint, 22).toImage() !=
-                Symbols::drawn(QStringLiteral("arrow.down.circle"), tint, 22).toImage());
+        QVERIFY(Symbols::drawn(u"arrow.down.circle.fill"_s, tint, 22).toImage() !=
+                Symbols::drawn(u"arrow.down.circle"_s, tint, 22).toImage());
     }
 };
 

@@ -21,6 +21,8 @@
 
 using TranscriptSearch::Hit;
 
+using namespace Qt::StringLiterals;
+
 namespace {
 
 QString stamp(double seconds) {
@@ -29,17 +31,17 @@ QString stamp(double seconds) {
 }
 
 QByteArray cue(int index, double start, double end, const QString &text) {
-    return (QString::number(index) + u'\n' + stamp(start) + QStringLiteral(" --> ") + stamp(end) + u'\n' + text +
-            QStringLiteral("\n\n"))
+    return (QString::number(index) + u'\n' + stamp(start) + u" --> "_s + stamp(end) + u'\n' + text +
+            u"\n\n"_s)
         .toUtf8();
 }
 
 // A 6-second clip with picture and sound, made once per run and copied where a test needs it.
 QString sharedClip() {
     static const QString clip = [] {
-        const QString path = TestEnv::root() + QStringLiteral("/find-media/clip.mp4");
+        const QString path = TestEnv::root() + u"/find-media/clip.mp4"_s;
         QDir().mkpath(QFileInfo(path).absolutePath());
-        return MomentsMedia::videoWithAudio(path, 6, QStringLiteral("160x90")) ? path : QString();
+        return MomentsMedia::videoWithAudio(path, 6, u"160x90"_s) ? path : QString();
     }();
     return clip;
 }
@@ -47,7 +49,7 @@ QString sharedClip() {
 // A library in the download folder: one transcribed video with its media, one whose media is
 // gone, and subtitle files no parser should trust (not UTF-8, empty, CRLF, broken time lines).
 struct Harness : ui_test::QueueHarness {
-    QString library = dir + QStringLiteral("/Downloads/Vorlix");
+    QString library = dir + u"/Downloads/Vorlix"_s;
     std::unique_ptr<FindView> view;
     QList<QUrl> revealed;
 
@@ -62,20 +64,20 @@ struct Harness : ui_test::QueueHarness {
         windDown();
     }
     void writeLibrary() {
-        const QString talk = library + QStringLiteral("/YouTube/Tutorials/Guitar Talk [abcd1234]");
-        TestEnv::writeFile(talk + QStringLiteral(".srt"),
-                           cue(1, 1.0, 3.0, QStringLiteral("Let's talk about\nchord voicing")) +
-                               cue(2, 3.5, 4.5, QStringLiteral("and rhythm")));
-        QVERIFY(QFile::copy(sharedClip(), talk + QStringLiteral(".mp4")));
-        TestEnv::writeFile(library + QStringLiteral("/Vimeo/Videos/Moved Lecture.srt"),
-                           cue(1, 65, 67, QStringLiteral("more Chord shapes")));
-        QByteArray latin1 = cue(1, 1, 2, QStringLiteral("chord")) + QByteArray("caf\xe9 chord\n\n");
-        TestEnv::writeFile(library + QStringLiteral("/latin1.srt"), latin1);
-        TestEnv::writeFile(library + QStringLiteral("/empty.srt"), QByteArray());
-        QByteArray crlf = cue(1, 7, 8, QStringLiteral("voicing on windows"));
+        const QString talk = library + u"/YouTube/Tutorials/Guitar Talk [abcd1234]"_s;
+        TestEnv::writeFile(talk + u".srt"_s,
+                           cue(1, 1.0, 3.0, u"Let's talk about\nchord voicing"_s) +
+                               cue(2, 3.5, 4.5, u"and rhythm"_s));
+        QVERIFY(QFile::copy(sharedClip(), talk + u".mp4"_s));
+        TestEnv::writeFile(library + u"/Vimeo/Videos/Moved Lecture.srt"_s,
+                           cue(1, 65, 67, u"more Chord shapes"_s));
+        QByteArray latin1 = cue(1, 1, 2, u"chord"_s) + QByteArray("caf\xe9 chord\n\n");
+        TestEnv::writeFile(library + u"/latin1.srt"_s, latin1);
+        TestEnv::writeFile(library + u"/empty.srt"_s, QByteArray());
+        QByteArray crlf = cue(1, 7, 8, u"voicing on windows"_s);
         crlf.replace("\n", "\r\n");
-        TestEnv::writeFile(library + QStringLiteral("/crlf.srt"), crlf);
-        TestEnv::writeFile(library + QStringLiteral("/broken.srt"),
+        TestEnv::writeFile(library + u"/crlf.srt"_s, crlf);
+        TestEnv::writeFile(library + u"/broken.srt"_s,
                            QByteArray("1\n00:00:xx --> 00:00:04,000\nchord\n\n2\nchord without time\n\n"));
     }
     // Types the query and presses Return; true once the search has finished.
@@ -90,11 +92,11 @@ struct Harness : ui_test::QueueHarness {
         QStringList out;
         for (const Hit &hit : view->hits()) {
             QWidget *row = view->rowFor(hit.id);
-            const auto *exportButton = row->findChild<QPushButton *>(QStringLiteral("exportClip"));
-            out << row->findChild<ElidedLabel *>(QStringLiteral("videoName"))->fullText() + u'|' +
-                       row->findChild<QLabel *>(QStringLiteral("timeLabel"))->text() + u'|' +
-                       row->findChild<QLabel *>(QStringLiteral("cueText"))->text() + u'|' +
-                       (exportButton ? exportButton->text() : row->findChild<QLabel *>(QStringLiteral("mediaMoved"))->text());
+            const auto *exportButton = row->findChild<QPushButton *>(u"exportClip"_s);
+            out << row->findChild<ElidedLabel *>(u"videoName"_s)->fullText() + u'|' +
+                       row->findChild<QLabel *>(u"timeLabel"_s)->text() + u'|' +
+                       row->findChild<QLabel *>(u"cueText"_s)->text() + u'|' +
+                       (exportButton ? exportButton->text() : row->findChild<QLabel *>(u"mediaMoved"_s)->text());
         }
         return out;
     }
@@ -115,9 +117,9 @@ private Q_SLOTS:
         QTest::addColumn<QString>("text");
         QTest::addColumn<bool>("enabled");
         QTest::newRow("empty") << QString() << false;
-        QTest::newRow("one letter among blanks") << QStringLiteral(" \ta\t ") << false;
-        QTest::newRow("two letters among blanks") << QStringLiteral("\t ab ") << true;
-        QTest::newRow("a non-breaking space counts") << QStringLiteral("a\u00a0") << true;
+        QTest::newRow("one letter among blanks") << u" \ta\t "_s << false;
+        QTest::newRow("two letters among blanks") << u"\t ab "_s << true;
+        QTest::newRow("a non-breaking space counts") << u"a\u00a0"_s << true;
     }
     void twoCharacterGate() {
         QFETCH(QString, text);
@@ -133,7 +135,7 @@ private Q_SLOTS:
         if (enabled)
             QVERIFY(!finished.isEmpty() || finished.wait(10000));
         QCOMPARE(h.view->hasSearched(), enabled);
-        QCOMPARE(h.page(), enabled ? QStringLiteral("findNoMatches") : QStringLiteral("findWelcome"));
+        QCOMPARE(h.page(), enabled ? u"findNoMatches"_s : u"findWelcome"_s);
     }
 
     // Welcome before any search, the no-match line after one, and rows in the engine's order.
@@ -142,15 +144,15 @@ private Q_SLOTS:
         QTest::addColumn<QString>("query");
         QTest::addColumn<QString>("page");
         QTest::addColumn<QStringList>("rows");
-        QTest::newRow("before any search") << QString() << QStringLiteral("findWelcome") << QStringList{};
-        QTest::newRow("no match") << QStringLiteral("zebra") << QStringLiteral("findNoMatches") << QStringList{};
+        QTest::newRow("before any search") << QString() << u"findWelcome"_s << QStringList{};
+        QTest::newRow("no match") << u"zebra"_s << u"findNoMatches"_s << QStringList{};
         QTest::newRow("media present and moved")
-            << QStringLiteral("  CHORD ") << QStringLiteral("findResults")
-            << QStringList{QStringLiteral("Guitar Talk|0:01|Let's talk about chord voicing|Export Clip"),
-                           QStringLiteral("Moved Lecture|1:05|more Chord shapes|media file moved")};
-        QTest::newRow("CRLF file") << QStringLiteral("voicing") << QStringLiteral("findResults")
-                                   << QStringList{QStringLiteral("Guitar Talk|0:01|Let's talk about chord voicing|Export Clip"),
-                                                  QStringLiteral("crlf|0:07|voicing on windows|media file moved")};
+            << u"  CHORD "_s << u"findResults"_s
+            << QStringList{u"Guitar Talk|0:01|Let's talk about chord voicing|Export Clip"_s,
+                           u"Moved Lecture|1:05|more Chord shapes|media file moved"_s};
+        QTest::newRow("CRLF file") << u"voicing"_s << u"findResults"_s
+                                   << QStringList{u"Guitar Talk|0:01|Let's talk about chord voicing|Export Clip"_s,
+                                                  u"crlf|0:07|voicing on windows|media file moved"_s};
     }
     void searchResults() {
         QFETCH(QString, query);
@@ -163,15 +165,15 @@ private Q_SLOTS:
         QCOMPARE(h.page(), page);
         QCOMPARE(h.rows(), rows);
         if (page == QLatin1String("findWelcome")) {
-            QCOMPARE(h.view->findChild<QLabel *>(QStringLiteral("welcomeTitle"))->text(), QStringLiteral("Search by spoken word"));
+            QCOMPARE(h.view->findChild<QLabel *>(u"welcomeTitle"_s)->text(), u"Search by spoken word"_s);
         }
         if (page == QLatin1String("findNoMatches"))
-            QCOMPARE(h.view->findChild<QLabel *>(QStringLiteral("noMatchesText"))->text(),
-                     QStringLiteral("No matches — transcribe more videos to widen the net"));
+            QCOMPARE(h.view->findChild<QLabel *>(u"noMatchesText"_s)->text(),
+                     u"No matches — transcribe more videos to widen the net"_s);
         // Each hit is one accessible row that reads its texts.
         for (const Hit &hit : h.view->hits())
-            QCOMPARE(AccessibleNames::of(h.view->rowFor(hit.id)), hit.videoName + QStringLiteral(", ") + hit.timeLabel() +
-                                                                 QStringLiteral(", ") + hit.text);
+            QCOMPARE(AccessibleNames::of(h.view->rowFor(hit.id)), hit.videoName + u", "_s + hit.timeLabel() +
+                                                                 u", "_s + hit.text);
     }
 
     // A real cut: the clip's name and length, the status line and the reveal; a cut whose media
@@ -186,31 +188,31 @@ private Q_SLOTS:
         Harness h;
         h.writeLibrary();
         h.view->show();
-        QVERIFY(h.search(QStringLiteral("voicing")));
+        QVERIFY(h.search(u"voicing"_s));
         const Hit hit = h.view->hits().at(0);
-        QCOMPARE(hit.videoName, QStringLiteral("Guitar Talk"));
+        QCOMPARE(hit.videoName, u"Guitar Talk"_s);
         if (deleteMediaFirst)
             QVERIFY(QFile::remove(*hit.videoFile));
         QWidget *row = h.view->rowFor(hit.id);
         QSignalSpy finished(h.view.get(), &FindView::exportFinished);
-        QTest::mouseClick(row->findChild<QPushButton *>(QStringLiteral("exportClip")), Qt::LeftButton);
+        QTest::mouseClick(row->findChild<QPushButton *>(u"exportClip"_s), Qt::LeftButton);
         QVERIFY(h.view->isExporting(hit.id));
-        QVERIFY(row->findChild<QWidget *>(QStringLiteral("exportProgress"))->isVisible());
+        QVERIFY(row->findChild<QWidget *>(u"exportProgress"_s)->isVisible());
         QVERIFY(finished.wait(60000));
         QVERIFY(!h.view->isExporting(hit.id));
-        QVERIFY(row->findChild<QPushButton *>(QStringLiteral("exportClip"))->isVisible());
+        QVERIFY(row->findChild<QPushButton *>(u"exportClip"_s)->isVisible());
 
-        const QString quotes = QFileInfo(*hit.videoFile).absolutePath() + QStringLiteral("/Guitar Talk — Quotes");
+        const QString quotes = QFileInfo(*hit.videoFile).absolutePath() + u"/Guitar Talk — Quotes"_s;
         const QStringList files = QDir(quotes).entryList(QDir::Files | QDir::Hidden);
         if (deleteMediaFirst) {
-            QCOMPARE(h.queue->lastMessage(), std::optional<QString>(QStringLiteral("Clip export failed")));
+            QCOMPARE(h.queue->lastMessage(), std::optional<QString>(u"Clip export failed"_s));
             QVERIFY(files.isEmpty());
             QVERIFY(h.revealed.isEmpty());
             return;
         }
-        const QString name = QStringLiteral("Guitar Talk — “Let's talk about chord voicing” @ 0m01s.mp4");
+        const QString name = u"Guitar Talk — “Let's talk about chord voicing” @ 0m01s.mp4"_s;
         QCOMPARE(files, QStringList{name});
-        QCOMPARE(h.queue->lastMessage(), std::optional<QString>(QStringLiteral("Saved ") + name));
+        QCOMPARE(h.queue->lastMessage(), std::optional<QString>(u"Saved "_s + name));
         QCOMPARE(h.revealed, QList<QUrl>{QUrl::fromLocalFile(quotes + u'/' + name)});
         // From 0.2 s (0.8 s before the cue) for the cue's 2 s plus 2 s.
         const auto length = MomentsMedia::duration(quotes + u'/' + name);
@@ -225,10 +227,10 @@ private Q_SLOTS:
         // About 12 KB each, like a quarter of an hour of speech.
         QByteArray filler;
         for (int c = 0; c < 160; ++c)
-            filler += cue(c + 1, c * 3, c * 3 + 2.5, QStringLiteral("and then we talk about other things for a while"));
+            filler += cue(c + 1, c * 3, c * 3 + 2.5, u"and then we talk about other things for a while"_s);
         for (int i = 0; i < 1000; ++i)
-            TestEnv::writeFile(h.library + QStringLiteral("/f%1/talk %2.srt").arg(i / 100).arg(i),
-                               i == 999 ? filler + cue(161, 600, 601, QStringLiteral("the needlé phrase")) : filler);
+            TestEnv::writeFile(h.library + u"/f%1/talk %2.srt"_s.arg(i / 100).arg(i),
+                               i == 999 ? filler + cue(161, 600, 601, u"the needlé phrase"_s) : filler);
         h.view->show();
         QVERIFY(QTest::qWaitForWindowExposed(h.view.get()));
 
@@ -242,7 +244,7 @@ private Q_SLOTS:
             }
         } probe;
         probe.onPaint = [&] { paintsWhileSearching += h.view->isSearching(); };
-        QWidget *painted = h.view->findChild<QWidget *>(QStringLiteral("searchProgress"));
+        QWidget *painted = h.view->findChild<QWidget *>(u"searchProgress"_s);
         painted->installEventFilter(&probe);
         QTimer ticker; // a repaint every 16 ms, as an animation asks
         QObject::connect(&ticker, &QTimer::timeout, painted, qOverload<>(&QWidget::update));
@@ -250,7 +252,7 @@ private Q_SLOTS:
 
         QSignalSpy finished(h.view.get(), &FindView::searchFinished);
         // Not ASCII, so every file is decoded and searched in full.
-        h.view->queryField()->setText(QStringLiteral("needlé phrase"));
+        h.view->queryField()->setText(u"needlé phrase"_s);
         h.view->findButton()->click();
         QVERIFY(h.view->isSearching());
         QVERIFY(finished.wait(120000));
@@ -260,12 +262,12 @@ private Q_SLOTS:
 
     void accessibleNames() {
         Harness h;
-        h.view->queryField()->setText(QStringLiteral("ab")); // shows the clear button
+        h.view->queryField()->setText(u"ab"_s); // shows the clear button
         h.view->show();
         ui_test::verifyNamedControls(h.view.get(), true);
-        QCOMPARE(AccessibleNames::of(h.view->queryField()), QStringLiteral("Search everything said in your library"));
+        QCOMPARE(AccessibleNames::of(h.view->queryField()), u"Search everything said in your library"_s);
         QCOMPARE(h.view->queryField()->placeholderText(),
-                 QStringLiteral("Search everything said in your library…  e.g. “chord voicing”"));
+                 u"Search everything said in your library…  e.g. “chord voicing”"_s);
     }
 };
 

@@ -28,6 +28,8 @@
 
 #include <memory>
 
+using namespace Qt::StringLiterals;
+
 namespace {
 // Serves one body slowly, so a model download stays visible for a while.
 class TrickleServer : public QObject {
@@ -40,7 +42,7 @@ public:
         });
     }
     QString url(const QString &path) const {
-        return QStringLiteral("http://127.0.0.1:%1%2").arg(m_server.serverPort()).arg(path);
+        return u"http://127.0.0.1:%1%2"_s.arg(m_server.serverPort()).arg(path);
     }
 
 private:
@@ -91,10 +93,10 @@ class SettingsViewTest : public QObject {
     QString m_ytDlp;
     QString m_runLog;
 
-    static QString firefoxProfile() { return QDir::homePath() + QStringLiteral("/.mozilla/firefox"); }
+    static QString firefoxProfile() { return QDir::homePath() + u"/.mozilla/firefox"_s; }
     QCheckBox *checkBox(const QString &text) const {
         for (QCheckBox *box : m_view->findChildren<QCheckBox *>())
-            if (QString(box->text()).replace(QStringLiteral("&&"), QStringLiteral("&")) == text)
+            if (QString(box->text()).replace(u"&&"_s, u"&"_s) == text)
                 return box;
         return nullptr;
     }
@@ -117,7 +119,7 @@ class SettingsViewTest : public QObject {
         return f.open(QIODevice::ReadOnly) ? int(f.readAll().count("-U")) : 0;
     }
 
-    QString release() const { return m_dir->path() + QStringLiteral("/release"); }
+    QString release() const { return m_dir->path() + u"/release"_s; }
     // A downloader stand-in: answers its version and, on -U, waits for release() (when `hold`)
     // and prints `output`.
     void scriptEngine(const QString &output, bool hold = false) {
@@ -126,7 +128,7 @@ class SettingsViewTest : public QObject {
                                                      "if [ \"$1\" = --version ]; then echo 2025.01.01; exit 0; fi\n"
                                                      "i=0; while %2 [ ! -f '%3' ] && [ $i -lt 200 ]; do sleep 0.05; i=$((i+1)); done\n"
                                                      "echo '%4'\n")
-                                          .arg(m_runLog, hold ? QString() : QStringLiteral("false &&"), release(), output));
+                                          .arg(m_runLog, hold ? QString() : u"false &&"_s, release(), output));
     }
 
 private Q_SLOTS:
@@ -137,17 +139,17 @@ private Q_SLOTS:
     void cleanupTestCase() { QDir(firefoxProfile()).removeRecursively(); }
 
     void init() {
-        m_dir = std::make_unique<QTemporaryDir>(TestEnv::root() + QStringLiteral("/settings-XXXXXX"));
-        m_settings = std::make_unique<AppSettings>(m_dir->path() + QStringLiteral("/Vorlix.conf"));
-        m_ytDlp = m_dir->path() + QStringLiteral("/yt-dlp");
-        m_runLog = m_dir->path() + QStringLiteral("/runs.log");
-        scriptEngine(QStringLiteral("yt-dlp is up to date (2025.01.01)"));
+        m_dir = std::make_unique<QTemporaryDir>(TestEnv::root() + u"/settings-XXXXXX"_s);
+        m_settings = std::make_unique<AppSettings>(m_dir->path() + u"/Vorlix.conf"_s);
+        m_ytDlp = m_dir->path() + u"/yt-dlp"_s;
+        m_runLog = m_dir->path() + u"/runs.log"_s;
+        scriptEngine(u"yt-dlp is up to date (2025.01.01)"_s);
         const QString tool = m_ytDlp;
         m_healer = std::make_unique<SelfHealer>(*m_settings, [tool] { return tool; }, [] { return 2e9; });
         Transcriber::Setup setup;
         setup.settings = m_settings.get();
-        setup.modelsDir = m_dir->path() + QStringLiteral("/models");
-        setup.modelRepository = QUrl(QStringLiteral("http://127.0.0.1:9/"));
+        setup.modelsDir = m_dir->path() + u"/models"_s;
+        setup.modelRepository = QUrl(u"http://127.0.0.1:9/"_s);
         setup.whisperURL = [] { return QString(); };
         setup.ffmpegURL = [] { return TestEnv::ffmpeg(); };
         m_transcriber = std::make_unique<Transcriber>(setup);
@@ -166,26 +168,26 @@ private Q_SLOTS:
 
     void formHasTheFourSectionsInOrder() {
         QStringList titles;
-        for (QLabel *l : m_view->findChildren<QLabel *>(QStringLiteral("sectionTitle")))
+        for (QLabel *l : m_view->findChildren<QLabel *>(u"sectionTitle"_s))
             titles << l->text();
-        QCOMPARE(titles, (QStringList{QStringLiteral("Downloads"), QStringLiteral("Capture"),
-                                      QStringLiteral("Transcription"), QStringLiteral("Engine")}));
+        QCOMPARE(titles, (QStringList{u"Downloads"_s, u"Capture"_s,
+                                      u"Transcription"_s, u"Engine"_s}));
         QCOMPARE(AccessibleNames::unnamedControls(m_view.get()), QStringList());
     }
 
     void togglesWriteTheirKeyAtOnce_data() {
         QTest::addColumn<QString>("label");
         QTest::addColumn<QString>("key");
-        QTest::newRow("prefer mp4") << QStringLiteral("Prefer MP4 (most compatible)") << QStringLiteral("preferMP4");
-        QTest::newRow("organize") << QStringLiteral("Organize library into folders") << QStringLiteral("organizeDownloads");
-        QTest::newRow("auto analyze") << QStringLiteral("Auto-detect BPM & key after audio downloads")
-                                      << QStringLiteral("autoAnalyzeAudio");
-        QTest::newRow("smart mode") << QStringLiteral("Smart Mode — auto-download copied media links")
-                                    << QStringLiteral("smartMode");
-        QTest::newRow("inbox") << QStringLiteral("Watch phone inbox")
-                               << QStringLiteral("watchiCloudInbox");
-        QTest::newRow("cookies") << QStringLiteral("Use Firefox login for private content")
-                                 << QStringLiteral("useBrowserCookies");
+        QTest::newRow("prefer mp4") << u"Prefer MP4 (most compatible)"_s << u"preferMP4"_s;
+        QTest::newRow("organize") << u"Organize library into folders"_s << u"organizeDownloads"_s;
+        QTest::newRow("auto analyze") << u"Auto-detect BPM & key after audio downloads"_s
+                                      << u"autoAnalyzeAudio"_s;
+        QTest::newRow("smart mode") << u"Smart Mode — auto-download copied media links"_s
+                                    << u"smartMode"_s;
+        QTest::newRow("inbox") << u"Watch phone inbox"_s
+                               << u"watchiCloudInbox"_s;
+        QTest::newRow("cookies") << u"Use Firefox login for private content"_s
+                                 << u"useBrowserCookies"_s;
     }
     void togglesWriteTheirKeyAtOnce() {
         QFETCH(QString, label);
@@ -205,9 +207,9 @@ private Q_SLOTS:
         QTest::addColumn<int>("option");
         QTest::addColumn<QString>("key");
         QTest::addColumn<QString>("raw");
-        QTest::newRow("audio only") << 0 << 2 << QStringLiteral("defaultMode") << QStringLiteral("audioOnly");
-        QTest::newRow("m4a") << 1 << 1 << QStringLiteral("audioFormat") << QStringLiteral("m4a");
-        QTest::newRow("small model") << 2 << 1 << QStringLiteral("whisperModel") << QStringLiteral("small");
+        QTest::newRow("audio only") << 0 << 2 << u"defaultMode"_s << u"audioOnly"_s;
+        QTest::newRow("m4a") << 1 << 1 << u"audioFormat"_s << u"m4a"_s;
+        QTest::newRow("small model") << 2 << 1 << u"whisperModel"_s << u"small"_s;
     }
     void pickersWriteRawValues() {
         QFETCH(int, comboIndex);
@@ -228,10 +230,10 @@ private Q_SLOTS:
         QTest::addColumn<bool>("profile");
         QTest::addColumn<QString>("label");
         QTest::addColumn<QString>("caption");
-        QTest::newRow("firefox") << true << QStringLiteral("Use Firefox login for private content")
+        QTest::newRow("firefox") << true << u"Use Firefox login for private content"_s
                                  << QStringLiteral("Needed for Instagram Stories and members-only videos. Firefox must be "
                                                    "installed and logged in.");
-        QTest::newRow("no browser") << false << QStringLiteral("Use browser login for private content")
+        QTest::newRow("no browser") << false << u"Use browser login for private content"_s
                                     << QStringLiteral("Off: no browser profile found on this computer. Sign in to Firefox, "
                                                       "Chromium, Chrome, Brave, Vivaldi, Opera or Edge to download "
                                                       "private content.");
@@ -245,39 +247,39 @@ private Q_SLOTS:
         const auto restore = qScopeGuard([] { QDir().mkpath(firefoxProfile()); });
         m_settings->setUseBrowserCookies(true);
         SettingsView view(*m_settings, *m_healer, *m_transcriber);
-        auto *box = view.findChild<QCheckBox *>(QStringLiteral("cookies"));
+        auto *box = view.findChild<QCheckBox *>(u"cookies"_s);
         QCOMPARE(box->text(), label);
         QCOMPARE(box->isEnabled(), profile);
         QCOMPARE(box->isChecked(), profile);
-        QCOMPARE(box->parentWidget()->findChild<QLabel *>(QStringLiteral("caption"))->text(), caption);
+        QCOMPARE(box->parentWidget()->findChild<QLabel *>(u"caption"_s)->text(), caption);
     }
 
     void outsideChangesRedrawTheForm() {
         m_settings->setSmartMode(false);
-        m_settings->setDefaultModeRaw(QStringLiteral("audioOnly"));
-        m_settings->setWhisperModel(QStringLiteral("small"));
-        QVERIFY(!checkBox(QStringLiteral("Smart Mode — auto-download copied media links"))->isChecked());
-        QCOMPARE(combo(0)->currentText(), QStringLiteral("Audio only"));
-        QCOMPARE(combo(2)->currentData().toString(), QStringLiteral("small"));
+        m_settings->setDefaultModeRaw(u"audioOnly"_s);
+        m_settings->setWhisperModel(u"small"_s);
+        QVERIFY(!checkBox(u"Smart Mode — auto-download copied media links"_s)->isChecked());
+        QCOMPARE(combo(0)->currentText(), u"Audio only"_s);
+        QCOMPARE(combo(2)->currentData().toString(), u"small"_s);
         // An unknown stored mode reads as the default one.
-        m_settings->setDefaultModeRaw(QStringLiteral("hologram"));
-        QCOMPARE(combo(0)->currentText(), QStringLiteral("Video (best quality)"));
+        m_settings->setDefaultModeRaw(u"hologram"_s);
+        QCOMPARE(combo(0)->currentText(), u"Video (best quality)"_s);
     }
 
     void stepperStaysWithinOneToSix() {
         QLabel *label = labelNamed("concurrentLabel");
-        QCOMPARE(label->text(), QStringLiteral("Simultaneous downloads: 3"));
+        QCOMPARE(label->text(), u"Simultaneous downloads: 3"_s);
         for (int i = 0; i < 5; ++i)
-            QTest::mouseClick(stepper(QStringLiteral("+")), Qt::LeftButton);
+            QTest::mouseClick(stepper(u"+"_s), Qt::LeftButton);
         QCOMPARE(m_settings->maxConcurrent(), 6);
-        QCOMPARE(label->text(), QStringLiteral("Simultaneous downloads: 6"));
-        QVERIFY(!stepper(QStringLiteral("+"))->isEnabled());
+        QCOMPARE(label->text(), u"Simultaneous downloads: 6"_s);
+        QVERIFY(!stepper(u"+"_s)->isEnabled());
         for (int i = 0; i < 8; ++i)
-            QTest::mouseClick(stepper(QStringLiteral("−")), Qt::LeftButton);
+            QTest::mouseClick(stepper(u"−"_s), Qt::LeftButton);
         QCOMPARE(m_settings->maxConcurrent(), 1);
-        QCOMPARE(label->text(), QStringLiteral("Simultaneous downloads: 1"));
-        QVERIFY(!stepper(QStringLiteral("−"))->isEnabled());
-        QVERIFY(stepper(QStringLiteral("+"))->isEnabled());
+        QCOMPARE(label->text(), u"Simultaneous downloads: 1"_s);
+        QVERIFY(!stepper(u"−"_s)->isEnabled());
+        QVERIFY(stepper(u"+"_s)->isEnabled());
     }
 
     void folderChooserSetsOrKeepsTheFolder() {
@@ -288,23 +290,23 @@ private Q_SLOTS:
             startedIn = start;
             return answer;
         });
-        QTest::mouseClick(button(QStringLiteral("Choose…")), Qt::LeftButton);
+        QTest::mouseClick(button(u"Choose…"_s), Qt::LeftButton);
         QCOMPARE(startedIn, original);
         QCOMPARE(m_settings->downloadFolderPath(), original); // cancelled
 
-        answer = m_dir->path() + QStringLiteral("/Elsewhere");
-        QTest::mouseClick(button(QStringLiteral("Choose…")), Qt::LeftButton);
+        answer = m_dir->path() + u"/Elsewhere"_s;
+        QTest::mouseClick(button(u"Choose…"_s), Qt::LeftButton);
         QCOMPARE(m_settings->downloadFolderPath(), answer);
-        QCOMPARE(m_view->findChild<ElidedLabel *>(QStringLiteral("folderPath"))->fullText(), answer);
+        QCOMPARE(m_view->findChild<ElidedLabel *>(u"folderPath"_s)->fullText(), answer);
     }
 
     void longFolderIsShortenedInTheMiddle() {
-        const QString head = QStringLiteral("/home/someone/");
-        const QString tail = QStringLiteral("/Final Folder");
+        const QString head = u"/home/someone/"_s;
+        const QString tail = u"/Final Folder"_s;
         const QString path = head + QString(300, u'x') + tail;
         m_settings->setDownloadFolderPath(path);
         QApplication::processEvents();
-        auto *label = m_view->findChild<ElidedLabel *>(QStringLiteral("folderPath"));
+        auto *label = m_view->findChild<ElidedLabel *>(u"folderPath"_s);
         const QString shown = label->text();
         QVERIFY(shown.contains(u'…'));
         QVERIFY(shown.startsWith(head));
@@ -316,12 +318,12 @@ private Q_SLOTS:
 
     void instructionsOpenTheHelpFile() {
         OpenRecorder recorder;
-        QDesktopServices::setUrlHandler(QStringLiteral("file"), &recorder, "open");
-        QTest::mouseClick(button(QStringLiteral("Show Instructions")), Qt::LeftButton);
-        QDesktopServices::unsetUrlHandler(QStringLiteral("file"));
+        QDesktopServices::setUrlHandler(u"file"_s, &recorder, "open");
+        QTest::mouseClick(button(u"Show Instructions"_s), Qt::LeftButton);
+        QDesktopServices::unsetUrlHandler(u"file"_s);
         QCOMPARE(recorder.opened.size(), 1);
         QCOMPARE(recorder.opened.first().toLocalFile(),
-                 AppSettings::appSupportDir() + QStringLiteral("/Phone Hand-off Setup.txt"));
+                 AppSettings::appSupportDir() + u"/Phone Hand-off Setup.txt"_s);
     }
 
     // One update at a time: the button and the action refuse while one runs; afterwards the
@@ -329,28 +331,28 @@ private Q_SLOTS:
     void updateEngine_data() {
         QTest::addColumn<QString>("output");
         QTest::addColumn<QString>("lastCheck");
-        QTest::newRow("updated") << QStringLiteral("Updated yt-dlp to 2025.02.01") << QStringLiteral("Engine updated");
-        QTest::newRow("up to date") << QStringLiteral("yt-dlp is up to date (2025.01.01)")
-                                    << QStringLiteral("Engine up to date");
+        QTest::newRow("updated") << u"Updated yt-dlp to 2025.02.01"_s << u"Engine updated"_s;
+        QTest::newRow("up to date") << u"yt-dlp is up to date (2025.01.01)"_s
+                                    << u"Engine up to date"_s;
     }
     void updateEngine() {
         QFETCH(QString, output);
         QFETCH(QString, lastCheck);
         scriptEngine(output, true);
-        QWidget *row = m_view->findChild<QWidget *>(QStringLiteral("lastCheckRow"));
+        QWidget *row = m_view->findChild<QWidget *>(u"lastCheckRow"_s);
         QVERIFY(!row->isVisible());
-        QCOMPARE(labelNamed("engineVersion")->text(), QStringLiteral("…"));
+        QCOMPARE(labelNamed("engineVersion")->text(), u"…"_s);
         vtest::await(m_healer->refreshVersion());
-        QCOMPARE(labelNamed("engineVersion")->text(), QStringLiteral("2025.01.01"));
+        QCOMPARE(labelNamed("engineVersion")->text(), u"2025.01.01"_s);
 
-        QPushButton *update = m_view->findChild<QPushButton *>(QStringLiteral("updateEngine"));
+        QPushButton *update = m_view->findChild<QPushButton *>(u"updateEngine"_s);
         QTest::mouseClick(update, Qt::LeftButton);
-        QCOMPARE(update->text(), QStringLiteral("Updating…"));
+        QCOMPARE(update->text(), u"Updating…"_s);
         QVERIFY(!update->isEnabled());
         QTest::mouseClick(update, Qt::LeftButton);
         m_view->updateEngineNow(); // even the action itself refuses while one runs
         QVERIFY(TestEnv::writeFile(release(), {}));
-        QTRY_COMPARE(update->text(), QStringLiteral("Update Engine Now"));
+        QTRY_COMPARE(update->text(), u"Update Engine Now"_s);
         QVERIFY(update->isEnabled());
         QCOMPARE(engineRuns(), 1);
         QVERIFY(row->isVisible());
@@ -361,14 +363,14 @@ private Q_SLOTS:
         TrickleServer server(40000);
         Transcriber::Setup setup;
         setup.settings = m_settings.get();
-        setup.modelsDir = m_dir->path() + QStringLiteral("/models");
-        setup.modelRepository = QUrl(server.url(QStringLiteral("/resolve/main/")));
+        setup.modelsDir = m_dir->path() + u"/models"_s;
+        setup.modelRepository = QUrl(server.url(u"/resolve/main/"_s));
         setup.whisperURL = [] { return QString(); };
         setup.ffmpegURL = [] { return TestEnv::ffmpeg(); };
         Transcriber transcriber(setup);
         SettingsView view(*m_settings, *m_healer, transcriber);
         view.show();
-        QWidget *row = view.findChild<QWidget *>(QStringLiteral("modelDownloadRow"));
+        QWidget *row = view.findChild<QWidget *>(u"modelDownloadRow"_s);
         QVERIFY(row && !row->isVisible());
 
         bool finished = false;

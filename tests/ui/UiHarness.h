@@ -24,6 +24,8 @@
 
 namespace ui_test {
 
+using namespace Qt::StringLiterals;
+
 struct SilentNotifier : Notifier {
     void post(const QString &, const QString &) override {}
 };
@@ -33,7 +35,7 @@ inline QString freshDir() { return TestEnv::root() + u'/' + QUuid::createUuid().
 
 struct QueueHarness {
     QString dir = freshDir();
-    AppSettings settings{dir + QStringLiteral("/settings.ini")};
+    AppSettings settings{dir + u"/settings.ini"_s};
     std::unique_ptr<HistoryStore> store;
     SilentNotifier notifier;
     QTimer gate; // held probes resume when it fires
@@ -43,7 +45,7 @@ struct QueueHarness {
     explicit QueueHarness(const QString &historyFile = {},
                           DownloadQueue::Services services = DownloadQueue::Services()) {
         gate.setSingleShot(true);
-        store = std::make_unique<HistoryStore>(historyFile.isEmpty() ? dir + QStringLiteral("/history.json")
+        store = std::make_unique<HistoryStore>(historyFile.isEmpty() ? dir + u"/history.json"_s
                                                                      : historyFile);
         if (!services.probe)
             services.probe = [this](QString url) { return heldProbe(&gate, std::move(url)); };
@@ -75,7 +77,7 @@ struct QueueHarness {
 private:
     static QCoro::Task<ProbeResult> heldProbe(QTimer *gate, QString url) {
         co_await qCoro(gate, &QTimer::timeout);
-        throw YtDlpError::probeFailed(QStringLiteral("let go: ") + url);
+        throw YtDlpError::probeFailed(u"let go: "_s + url);
     }
 };
 
@@ -89,7 +91,7 @@ inline QString accessible(QObject *object, QAccessible::Text text = QAccessible:
 // unnamed buttons (a known gap, expected to fail until they are named).
 inline void verifyNamedControls(QWidget *root, bool searchField) {
     QStringList unnamed = AccessibleNames::unnamedControls(root);
-    const qsizetype fieldButtons = unnamed.removeAll(QStringLiteral("QLineEditIconButton#"));
+    const qsizetype fieldButtons = unnamed.removeAll(u"QLineEditIconButton#"_s);
     QCOMPARE(unnamed, QStringList());
     if (searchField)
         QEXPECT_FAIL("", "a search field's clear button and leading icon have no accessible name", Continue);
@@ -100,7 +102,7 @@ inline void verifyNamedControls(QWidget *root, bool searchField) {
 inline QStringList menuTexts(const QMenu *menu) {
     QStringList out;
     for (QAction *a : menu->actions())
-        out << (a->isSeparator() ? QStringLiteral("-") : QString(a->text()).replace(QStringLiteral("&&"), QStringLiteral("&")));
+        out << (a->isSeparator() ? u"-"_s : QString(a->text()).replace(u"&&"_s, u"&"_s));
     return out;
 }
 

@@ -94,25 +94,14 @@ class SettingsViewTest : public QObject {
     QString m_runLog;
 
     static QString firefoxProfile() { return QDir::homePath() + u"/.mozilla/firefox"_s; }
-    QCheckBox *checkBox(const QString &text) const {
-        for (QCheckBox *box : m_view->findChildren<QCheckBox *>())
-            if (QString(box->text()).replace(u"&&"_s, u"&"_s) == text)
-                return box;
-        return nullptr;
-    }
-    QPushButton *button(const QString &text) const {
-        for (QPushButton *b : m_view->findChildren<QPushButton *>())
-            if (b->text() == text)
-                return b;
+    // The control of type T whose text reads `text` ("&&" read as "&").
+    template <typename T> T *withText(const QString &text) const {
+        for (T *w : m_view->findChildren<T *>())
+            if (QString(w->text()).replace(u"&&"_s, u"&"_s) == text)
+                return w;
         return nullptr;
     }
     QComboBox *combo(int index) const { return m_view->findChildren<QComboBox *>().value(index); }
-    QToolButton *stepper(const QString &symbol) const {
-        for (QToolButton *b : m_view->findChildren<QToolButton *>())
-            if (b->text() == symbol)
-                return b;
-        return nullptr;
-    }
     QLabel *labelNamed(const char *name) const { return m_view->findChild<QLabel *>(QLatin1String(name)); }
     int engineRuns() const {
         QFile f(m_runLog);
@@ -123,12 +112,10 @@ class SettingsViewTest : public QObject {
     // A downloader stand-in: answers its version and, on -U, waits for release() (when `hold`)
     // and prints `output`.
     void scriptEngine(const QString &output, bool hold = false) {
-        TestEnv::writeScript(m_ytDlp, QStringLiteral("#!/bin/sh\n"
-                                                     "echo \"$@\" >> '%1'\n"
-                                                     "if [ \"$1\" = --version ]; then echo 2025.01.01; exit 0; fi\n"
-                                                     "i=0; while %2 [ ! -f '%3' ] && [ $i -lt 200 ]; do sleep 0.05; i=$((i+1)); done\n"
-                                                     "echo '%4'\n")
-                                          .arg(m_runLog, hold ? QString() : u"false &&"_s, release(), output));
+        TestEnv::writeScript(m_ytDlp, u"#!/bin/sh\necho \"$@\" >> '%1'\n"
+                                      "if [ \"$1\" = --version ]; then echo 2025.01.01; exit 0; fi\n"
+                                      "i=0; while %2 [ ! -f '%3' ] && [ $i -lt 200 ]; do sleep 0.05; i=$((i+1)); done\n"
+                                      "echo '%4'\n"_s.arg(m_runLog, hold ? QString() : u"false &&"_s, release(), output));
     }
 
 private Q_SLOTS:
@@ -192,7 +179,7 @@ private Q_SLOTS:
     void togglesWriteTheirKeyAtOnce() {
         QFETCH(QString, label);
         QFETCH(QString, key);
-        QCheckBox *box = checkBox(label);
+        QCheckBox *box = withText<QCheckBox>(label);
         QVERIFY(box);
         const bool before = box->isChecked();
         QTest::mouseClick(box, Qt::LeftButton, {}, QPoint(8, box->height() / 2));
@@ -258,7 +245,7 @@ private Q_SLOTS:
         m_settings->setSmartMode(false);
         m_settings->setDefaultModeRaw(u"audioOnly"_s);
         m_settings->setWhisperModel(u"small"_s);
-        QVERIFY(!checkBox(u"Smart Mode — auto-download copied media links"_s)->isChecked());
+        QVERIFY(!withText<QCheckBox>(u"Smart Mode — auto-download copied media links"_s)->isChecked());
         QCOMPARE(combo(0)->currentText(), u"Audio only"_s);
         QCOMPARE(combo(2)->currentData().toString(), u"small"_s);
         // An unknown stored mode reads as the default one.
@@ -270,16 +257,16 @@ private Q_SLOTS:
         QLabel *label = labelNamed("concurrentLabel");
         QCOMPARE(label->text(), u"Simultaneous downloads: 3"_s);
         for (int i = 0; i < 5; ++i)
-            QTest::mouseClick(stepper(u"+"_s), Qt::LeftButton);
+            QTest::mouseClick(withText<QToolButton>(u"+"_s), Qt::LeftButton);
         QCOMPARE(m_settings->maxConcurrent(), 6);
         QCOMPARE(label->text(), u"Simultaneous downloads: 6"_s);
-        QVERIFY(!stepper(u"+"_s)->isEnabled());
+        QVERIFY(!withText<QToolButton>(u"+"_s)->isEnabled());
         for (int i = 0; i < 8; ++i)
-            QTest::mouseClick(stepper(u"−"_s), Qt::LeftButton);
+            QTest::mouseClick(withText<QToolButton>(u"−"_s), Qt::LeftButton);
         QCOMPARE(m_settings->maxConcurrent(), 1);
         QCOMPARE(label->text(), u"Simultaneous downloads: 1"_s);
-        QVERIFY(!stepper(u"−"_s)->isEnabled());
-        QVERIFY(stepper(u"+"_s)->isEnabled());
+        QVERIFY(!withText<QToolButton>(u"−"_s)->isEnabled());
+        QVERIFY(withText<QToolButton>(u"+"_s)->isEnabled());
     }
 
     void folderChooserSetsOrKeepsTheFolder() {
@@ -290,12 +277,12 @@ private Q_SLOTS:
             startedIn = start;
             return answer;
         });
-        QTest::mouseClick(button(u"Choose…"_s), Qt::LeftButton);
+        QTest::mouseClick(withText<QPushButton>(u"Choose…"_s), Qt::LeftButton);
         QCOMPARE(startedIn, original);
         QCOMPARE(m_settings->downloadFolderPath(), original); // cancelled
 
         answer = m_dir->path() + u"/Elsewhere"_s;
-        QTest::mouseClick(button(u"Choose…"_s), Qt::LeftButton);
+        QTest::mouseClick(withText<QPushButton>(u"Choose…"_s), Qt::LeftButton);
         QCOMPARE(m_settings->downloadFolderPath(), answer);
         QCOMPARE(m_view->findChild<ElidedLabel *>(u"folderPath"_s)->fullText(), answer);
     }
@@ -319,7 +306,7 @@ private Q_SLOTS:
     void instructionsOpenTheHelpFile() {
         OpenRecorder recorder;
         QDesktopServices::setUrlHandler(u"file"_s, &recorder, "open");
-        QTest::mouseClick(button(u"Show Instructions"_s), Qt::LeftButton);
+        QTest::mouseClick(withText<QPushButton>(u"Show Instructions"_s), Qt::LeftButton);
         QDesktopServices::unsetUrlHandler(u"file"_s);
         QCOMPARE(recorder.opened.size(), 1);
         QCOMPARE(recorder.opened.first().toLocalFile(),

@@ -50,27 +50,11 @@ struct Harness : ui_test::QueueHarness {
         view.reset();
         windDown();
     }
-    void search(const QString &text) {
-        view->field()->setText(text);
-        QTest::keyClick(view->field(), Qt::Key_Return);
-    }
+    void search(const QString &text) { ui_test::submit(view->field(), text); }
     bool finished() const { return !view->isSearching() && view->hasSearched(); }
     QList<QWidget *> cells() const { return view->findChildren<QWidget *>(u"imageCell"_s); }
-    QWidget *cell(const QString &title) const {
-        for (QWidget *c : cells())
-            if (c->findChild<ElidedLabel *>(u"title"_s)->fullText() == title)
-                return c;
-        return nullptr;
-    }
-    QString page() const {
-        QWidget *shown = view->findChild<QStackedWidget *>()->currentWidget();
-        if (shown->objectName() == u"welcome"_s || shown->objectName() == u"grid"_s)
-            return shown->objectName();
-        for (const QString &name : {u"errorText"_s, u"noResults"_s})
-            if (auto *l = shown->findChild<QLabel *>(name))
-                return l->text();
-        return {};
-    }
+    QWidget *cell(const QString &title) const { return ui_test::titled(view.get(), u"imageCell"_s, title); }
+    QString page() const { return ui_test::shownPage(view.get(), {u"welcome"_s, u"grid"_s}); }
 };
 
 bool shows(QWidget *cell, const QString &part) { return cell->findChild<QWidget *>(part)->isVisibleTo(cell); }
@@ -132,6 +116,7 @@ private Q_SLOTS:
         QCOMPARE(ui_test::accessible(sunset, QAccessible::Description), u"CC BY-SA 4.0, 1920×1080"_s);
         QCOMPARE(ui_test::accessible(sunset->findChild<QToolButton *>(u"save"_s)), u"Download Full Resolution"_s);
         QCOMPARE(ui_test::accessible(h.view->field()), u"Search free, reuse-licensed images…"_s);
+        ui_test::verifyNamedControls(h.view.get(), true);
 
         QWidget *thumb = sunset->findChild<QWidget *>(u"thumbnail"_s);
         QTRY_COMPARE(thumb->grab().toImage().pixelColor(thumb->width() / 2, thumb->height() / 2).green(), 200);

@@ -59,10 +59,7 @@ struct Harness : ui_test::QueueHarness {
         view.reset();
         windDown();
     }
-    void search(const QString &text) {
-        view->field()->setText(text);
-        QTest::keyClick(view->field(), Qt::Key_Return);
-    }
+    void search(const QString &text) { ui_test::submit(view->field(), text); }
     bool finished() const { return !view->isSearching() && view->hasSearched(); }
     QStringList ids() const {
         QStringList out;
@@ -71,22 +68,9 @@ struct Harness : ui_test::QueueHarness {
         return out;
     }
     QList<QWidget *> rows() const { return view->findChildren<QWidget *>(u"resultRow"_s); }
-    QWidget *row(const QString &title) const {
-        for (QWidget *r : rows())
-            if (r->findChild<ElidedLabel *>(u"title"_s)->fullText() == title)
-                return r;
-        return nullptr;
-    }
+    QWidget *row(const QString &title) const { return ui_test::titled(view.get(), u"resultRow"_s, title); }
     bool shows(const QString &name) const { return view->findChild<QWidget *>(name)->isVisibleTo(view.get()); }
-    QString page() const {
-        QWidget *shown = view->findChild<QStackedWidget *>()->currentWidget();
-        if (shown->objectName() == u"welcome"_s || shown->objectName() == u"results"_s)
-            return shown->objectName();
-        for (const QString &name : {u"errorText"_s, u"noResults"_s})
-            if (auto *l = shown->findChild<QLabel *>(name))
-                return l->text();
-        return {};
-    }
+    QString page() const { return ui_test::shownPage(view.get(), {u"welcome"_s, u"results"_s}); }
 };
 
 // How many runs of the stand-in engine had an argument containing `fragment`.

@@ -6,6 +6,8 @@
 #include "AccessibleNames.h"
 #include "TestEnv.h"
 
+#include "ui/ElidedLabel.h"
+
 #include "core/AppSettings.h"
 #include "queue/DownloadQueue.h"
 #include "queue/HistoryStore.h"
@@ -15,6 +17,9 @@
 #include <QBuffer>
 #include <QCoroSignal>
 #include <QImage>
+#include <QLabel>
+#include <QLineEdit>
+#include <QStackedWidget>
 #include <QMenu>
 #include <QTest>
 #include <QTimer>
@@ -110,6 +115,31 @@ inline QAction *menuAction(const QMenu *menu, const QString &text) {
     for (QAction *a : menu->actions())
         if (a->text() == text)
             return a;
+    return nullptr;
+}
+
+// The search screens (videos, images): types `text` and presses Return.
+inline void submit(QLineEdit *field, const QString &text) {
+    field->setText(text);
+    QTest::keyClick(field, Qt::Key_Return);
+}
+
+// What a search screen's stack shows: the name of a page in `pages`, else its message's text.
+inline QString shownPage(QWidget *view, const QStringList &pages) {
+    QWidget *shown = view->findChild<QStackedWidget *>()->currentWidget();
+    if (pages.contains(shown->objectName()))
+        return shown->objectName();
+    for (const QString &name : {u"errorText"_s, u"noResults"_s})
+        if (auto *l = shown->findChild<QLabel *>(name))
+            return l->text();
+    return {};
+}
+
+// The result (row or cell) called `name` whose title reads `title`.
+inline QWidget *titled(QWidget *view, const QString &name, const QString &title) {
+    for (QWidget *w : view->findChildren<QWidget *>(name))
+        if (w->findChild<ElidedLabel *>(u"title"_s)->fullText() == title)
+            return w;
     return nullptr;
 }
 

@@ -1,7 +1,4 @@
-#include "AccessibleNames.h"
 #include "FixtureSite.h"
-#include "TestEnv.h"
-#include "TestMain.h"
 #include "UiHarness.h"
 
 #include "engine/SelfHealer.h"
@@ -11,25 +8,17 @@
 #include "ui/BreathingDot.h"
 #include "ui/Brand.h"
 #include "ui/ContentView.h"
-#include "ui/ElidedLabel.h"
 #include "ui/ItemRow.h"
 #include "ui/MomentsView.h"
 #include "ui/OptionsSheet.h"
 #include "ui/QueueList.h"
 
-#include <QApplication>
 #include <QCheckBox>
 #include <QComboBox>
 #include <QDialog>
-#include <QFileInfo>
-#include <QLabel>
-#include <QLineEdit>
 #include <QMimeData>
 #include <QPointer>
-#include <QPushButton>
 #include <QScrollBar>
-#include <QTest>
-#include <QToolButton>
 
 using namespace Qt::StringLiterals;
 
@@ -79,7 +68,6 @@ struct Harness : ui_test::QueueHarness {
 };
 
 } // namespace
-
 
 class ContentViewTest : public QObject {
     Q_OBJECT

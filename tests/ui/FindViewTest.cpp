@@ -1,21 +1,8 @@
 #include "../analysis/MomentsMedia.h"
-#include "TestEnv.h"
-#include "TestMain.h"
 #include "UiHarness.h"
 
 #include "ui/Brand.h"
-#include "ui/ElidedLabel.h"
 #include "ui/FindView.h"
-
-#include <QApplication>
-#include <QDir>
-#include <QLabel>
-#include <QLineEdit>
-#include <QPushButton>
-#include <QSignalSpy>
-#include <QStackedWidget>
-#include <QTest>
-#include <QTimer>
 
 #include <cmath>
 

@@ -1,6 +1,3 @@
-#include "AccessibleNames.h"
-#include "TestEnv.h"
-#include "TestMain.h"
 #include "UiHarness.h"
 
 #include "queue/HistoryJson.h"
@@ -8,18 +5,9 @@
 #include "ui/HistoryModel.h"
 #include "ui/HistoryView.h"
 
-#include <QApplication>
 #include <QCheckBox>
-#include <QClipboard>
-#include <QDir>
-#include <QFileInfo>
-#include <QLabel>
-#include <QLineEdit>
 #include <QListView>
 #include <QMessageBox>
-#include <QPushButton>
-#include <QTest>
-#include <QToolButton>
 
 using namespace Qt::StringLiterals;
 

@@ -1,21 +1,11 @@
 #include "FixtureSite.h"
-#include "TestEnv.h"
-#include "TestMain.h"
 #include "UiHarness.h"
 
 #include "ui/Brand.h"
-#include "ui/ElidedLabel.h"
 #include "ui/ImagesView.h"
 #include "ui/ThumbnailLoader.h"
 
-#include <QApplication>
-#include <QFileInfo>
-#include <QLabel>
-#include <QLineEdit>
 #include <QScrollArea>
-#include <QStackedWidget>
-#include <QTest>
-#include <QToolButton>
 
 using namespace Qt::StringLiterals;
 

@@ -1,5 +1,4 @@
 #include "FixtureSite.h"
-#include "TestMain.h"
 #include "UiHarness.h"
 
 #include "ui/Brand.h"
@@ -7,14 +6,6 @@
 #include "ui/Spinner.h"
 #include "ui/StatusChip.h"
 #include "ui/ThumbnailLoader.h"
-
-#include <QApplication>
-#include <QClipboard>
-#include <QLabel>
-#include <QPushButton>
-#include <QSignalSpy>
-#include <QTest>
-#include <QToolButton>
 
 using namespace Qt::StringLiterals;
 

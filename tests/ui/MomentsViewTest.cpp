@@ -1,5 +1,4 @@
 #include "../analysis/MomentsMedia.h"
-#include "TestMain.h"
 #include "UiHarness.h"
 #include "engine_media.h"
 
@@ -7,16 +6,10 @@
 #include "ui/MomentsView.h"
 
 #include <QAbstractButton>
-#include <QApplication>
 #include <QCheckBox>
 #include <QCoroTimer>
-#include <QDir>
-#include <QLabel>
-#include <QPushButton>
-#include <QSignalSpy>
 #include <QSpinBox>
 #include <QTemporaryDir>
-#include <QTest>
 
 using namespace Qt::StringLiterals;
 

@@ -1,26 +1,14 @@
-#include "AccessibleNames.h"
 #include "FixtureSite.h"
-#include "TestEnv.h"
-#include "TestMain.h"
 #include "UiHarness.h"
 #include "engine_media.h"
 
 #include "engine/YtDlp.h"
 #include "ui/Brand.h"
-#include "ui/ElidedLabel.h"
 #include "ui/SearchView.h"
 #include "ui/SegmentedPicker.h"
 #include "ui/ThumbnailLoader.h"
 
-#include <QApplication>
-#include <QClipboard>
 #include <QFile>
-#include <QLabel>
-#include <QLineEdit>
-#include <QPushButton>
-#include <QStackedWidget>
-#include <QTest>
-#include <QToolButton>
 
 using namespace Qt::StringLiterals;
 

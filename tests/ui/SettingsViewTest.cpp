@@ -1,32 +1,18 @@
-#include "AccessibleNames.h"
 #include "Await.h"
-#include "TestEnv.h"
-#include "TestMain.h"
+#include "UiHarness.h"
 
 #include "analysis/Transcriber.h"
-#include "core/AppSettings.h"
 #include "engine/SelfHealer.h"
 #include "ui/Brand.h"
-#include "ui/ElidedLabel.h"
 #include "ui/SettingsView.h"
 
-#include <QApplication>
 #include <QCheckBox>
 #include <QComboBox>
 #include <QDesktopServices>
-#include <QFile>
-#include <QLabel>
-#include <QPushButton>
 #include <QTcpServer>
 #include <QTcpSocket>
 #include <QTemporaryDir>
-#include <QDir>
 #include <QScopeGuard>
-#include <QTest>
-#include <QTimer>
-#include <QToolButton>
-
-#include <memory>
 
 using namespace Qt::StringLiterals;
 

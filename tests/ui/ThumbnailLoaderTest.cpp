@@ -1,13 +1,7 @@
 #include "FixtureSite.h"
-#include "TestEnv.h"
-#include "TestMain.h"
 #include "UiHarness.h"
 
 #include "ui/ThumbnailLoader.h"
-
-#include <QBuffer>
-#include <QImage>
-#include <QTest>
 
 #include <numeric>
 

@@ -5,24 +5,31 @@
 
 #include "AccessibleNames.h"
 #include "TestEnv.h"
-
-#include "ui/ElidedLabel.h"
+#include "TestMain.h"
 
 #include "core/AppSettings.h"
 #include "queue/DownloadQueue.h"
 #include "queue/HistoryStore.h"
 #include "queue/Notifier.h"
+#include "ui/ElidedLabel.h"
 
 #include <QAccessible>
+#include <QApplication>
 #include <QBuffer>
+#include <QClipboard>
 #include <QCoroSignal>
+#include <QDir>
+#include <QFileInfo>
 #include <QImage>
 #include <QLabel>
 #include <QLineEdit>
-#include <QStackedWidget>
 #include <QMenu>
+#include <QPushButton>
+#include <QSignalSpy>
+#include <QStackedWidget>
 #include <QTest>
 #include <QTimer>
+#include <QToolButton>
 #include <QUuid>
 
 #include <memory>

@@ -70,7 +70,7 @@ private Q_SLOTS:
         std::vector<int> calls(10, 0);
         for (int i = 0; i < 10; ++i) {
             rows.push_back(std::make_unique<QObject>());
-            loader.request(rows.back().get(), QUrl(site.url(u"/pic/%1.png?delay=1"_s.arg(i))), QSize(40, 40), 0,
+            loader.request(rows.back().get(), QUrl(site.url(u"/pic/%1.png?delay=0.2"_s.arg(i))), QSize(40, 40), 0,
                            [&calls, i](const QPixmap &) { ++calls[i]; });
         }
         QCOMPARE(loader.inFlight(), ThumbnailLoader::maxInFlight);

@@ -1,4 +1,3 @@
-#include "FixtureSite.h"
 #include "UiHarness.h"
 
 #include "engine/SelfHealer.h"
@@ -30,10 +29,8 @@ struct FakeClipboard : ClipboardSource {
     std::optional<QString> text() const override { return current; }
 };
 
-// Probes held and an analysis that finds nothing, unless the real engine is asked for.
-DownloadQueue::Services services(bool realEngine) {
-    if (realEngine)
-        return DownloadQueue::Services::real();
+// Probes held and an analysis that finds nothing.
+DownloadQueue::Services services() {
     DownloadQueue::Services s;
     s.analyze = [](QUrl) -> QCoro::Task<std::pair<std::optional<double>, std::optional<QString>>> { co_return {}; };
     return s;
@@ -46,7 +43,7 @@ struct Harness : ui_test::QueueHarness {
     std::unique_ptr<ClipboardWatcher> watcher;
     std::unique_ptr<ContentView> view;
 
-    explicit Harness(bool realEngine = false) : QueueHarness({}, services(realEngine)) {
+    Harness() : QueueHarness({}, services()) {
         settings.setMaxConcurrent(1);
         settings.setDownloadFolderPath(dir + u"/Downloads"_s);
         healer = std::make_unique<SelfHealer>(settings, [] { return u"/nonexistent/yt-dlp"_s; },
@@ -106,7 +103,6 @@ private Q_SLOTS:
     void downloadButtonNeedsText() {
         Harness h;
         auto *download = h.child<QPushButton>(u"download"_s);
-        QVERIFY(!download->isEnabled());
         h.view->linkBar()->setText(u" \t "_s);
         QVERIFY(!download->isEnabled());
         h.view->linkBar()->setText(u"https://a.example/v/1"_s);
@@ -122,12 +118,10 @@ private Q_SLOTS:
         QVERIFY(!count->isVisible());
         QVERIFY(h.child<QWidget>(u"emptyState"_s)->isVisible());
         h.add(3);
-        // One probing (active), two queued.
-        QCOMPARE(h.view->activeCount(), 1);
+        QCOMPARE(h.view->activeCount(), 1); // probing
         QCOMPARE(h.view->queuedCount(), 2);
         QTRY_VERIFY(count->isVisible()); // the window catches up with a burst of changes at once
         QCOMPARE(count->text(), u"3"_s);
-        QVERIFY(h.view->queueList()->isVisible());
         auto *clear = h.child<QPushButton>(u"clearFinished"_s);
         QVERIFY(!clear->isEnabled());
         for (const DownloadItemPtr &item : h.queue->items())
@@ -145,8 +139,7 @@ private Q_SLOTS:
         h.watcher->start();
         h.view->show();
         auto *box = h.child<QCheckBox>(u"smartMode"_s);
-        QVERIFY(box->isChecked());
-        QVERIFY(h.child<QWidget>(u"smartIndicator"_s)->isVisible());
+        QVERIFY(box->isChecked() && h.child<QWidget>(u"smartIndicator"_s)->isVisible());
         // The dot breathes only while someone can see it.
         auto *dot = h.child<BreathingDot>(u"smartDot"_s);
         QTRY_VERIFY(dot->isBreathing());
@@ -156,7 +149,6 @@ private Q_SLOTS:
         QTRY_VERIFY(dot->isBreathing());
         box->click();
         QVERIFY(!dot->isBreathing() && !h.settings.smartMode() && !h.watcher->isRunning());
-        QVERIFY(!h.child<QWidget>(u"smartIndicator"_s)->isVisible());
         box->click();
         QVERIFY(h.watcher->isRunning());
         // A change made elsewhere (the settings window) reaches the checkbox too.
@@ -186,8 +178,7 @@ private Q_SLOTS:
         QVERIFY(sheet && sheet->isModal());
         auto *count = sheet->findChild<QLabel *>(u"linkCount"_s);
         auto *download = sheet->findChild<QPushButton *>(u"download"_s);
-        QCOMPARE(count->text(), u"No links found yet"_s);
-        QVERIFY(!download->isEnabled());
+        QVERIFY(count->text() == u"No links found yet"_s && !download->isEnabled());
 
         h.clipboard.current = u"lesson: https://a.example/v/1"_s;
         sheet->pasteFromClipboard();
@@ -195,7 +186,6 @@ private Q_SLOTS:
         QCOMPARE(download->text(), u"Download 1"_s);
         h.clipboard.current = u"and <https://b.example/v/2>"_s;
         sheet->pasteFromClipboard();
-        QCOMPARE(sheet->text(), u"lesson: https://a.example/v/1\nand <https://b.example/v/2>"_s);
         QCOMPARE(count->text(), u"2 links found"_s);
         h.clipboard.current.reset();
         sheet->pasteFromClipboard(); // no text on the clipboard: nothing happens
@@ -216,7 +206,6 @@ private Q_SLOTS:
         h.view->linkBar()->setText(u"https://a.example/v/1"_s);
         h.view->showOptions();
         auto *sheet = h.view->findChild<OptionsSheet *>();
-        QVERIFY(sheet);
         QCOMPARE(sheet->findChild<QLineEdit *>(u"link"_s)->text(), u"https://a.example/v/1"_s);
         auto *from = sheet->findChild<QLineEdit *>(u"clipStart"_s);
         auto *download = sheet->findChild<QPushButton *>(u"download"_s);
@@ -234,14 +223,12 @@ private Q_SLOTS:
         sheet->setMode(DownloadMode::audioOnly);
         QVERIFY(!moments->isVisible());
         sheet->setMode(DownloadMode::videoOnly);
-        QVERIFY(moments->isVisible());
         QTest::mouseClick(download, Qt::LeftButton);
         QCOMPARE(h.urls(), QStringList{u"https://a.example/v/1"_s});
         const DownloadItemPtr item = h.queue->items().first();
         QCOMPARE(item->mode(), DownloadMode::videoOnly);
         QCOMPARE(item->clip(), (ClipRange{u"1:20"_s, QString()}));
         QVERIFY(item->wantsMoments());
-        QCOMPARE(h.view->linkBar()->text(), QString());
 
         bool called = false; // a blank link cannot be sent, not even by Return
         OptionsSheet blank(u"  "_s, DownloadMode::bestVideoAudio,
@@ -260,7 +247,7 @@ private Q_SLOTS:
             QVERIFY(event.isAccepted());
             delete data;
         };
-        auto *urls = new QMimeData;
+        auto *urls = new QMimeData; // the link both as a URL and as text, beside a local file
         urls->setUrls({QUrl(u"https://a.example/v/1"_s), QUrl::fromLocalFile(u"/tmp/x.mp4"_s)});
         urls->setText(u"https://a.example/v/1"_s);
         drop(urls);
@@ -284,10 +271,8 @@ private Q_SLOTS:
                 n += row->isVisible();
             return n;
         };
-        QVERIFY(shown() <= screenful && list->rows().size() < 20);
         list->verticalScrollBar()->setValue(list->verticalScrollBar()->maximum());
-        QVERIFY(list->rowFor(h.queue->items().last()));
-        QVERIFY(!list->rowFor(h.queue->items().first()));
+        QVERIFY(list->rowFor(h.queue->items().last()) && !list->rowFor(h.queue->items().first()));
         QVERIFY(shown() <= screenful && list->rows().size() < 20);
         // A recycled row follows its new item's changes.
         const DownloadItemPtr last = h.queue->items().last();
@@ -327,12 +312,11 @@ private Q_SLOTS:
         QTRY_VERIFY(h.view->queueList()->rowFor(item));
         ItemRow *row = h.view->queueList()->rowFor(item);
         QLabel *text = row->findChild<QLabel *>(u"failure"_s);
-        QVERIFY(text && text->isVisible());
         const QImage shot = row->grab().toImage();
         const QRect area(text->mapTo(row, QPoint(0, 0)), text->size());
         // The text's most opaque pixel is the one farthest from the background around it.
         const QColor background = shot.pixelColor(area.topLeft());
-        auto distance = [](const QColor &a, const QColor &b) {
+        auto distance = [](QColor a, QColor b) {
             return std::abs(a.red() - b.red()) + std::abs(a.green() - b.green()) + std::abs(a.blue() - b.blue());
         };
         QColor ink = background;
@@ -356,43 +340,15 @@ private Q_SLOTS:
         const DownloadItemPtr a = finished(u"a.mp4"_s), b = finished(u"b.mp4"_s);
         h.queue->setMomentsRequest(a);
         QPointer<MomentsView> first = h.view->momentsView();
-        QVERIFY(first && first->isVisible());
-        QCOMPARE(first->item(), a);
+        QVERIFY(first && first->isVisible() && first->item() == a);
         h.queue->setMomentsRequest(b); // a download finishing while the user reviews
         QCOMPARE(h.view->momentsView(), first.data());
         first->reject();
         QTRY_VERIFY(h.view->momentsView() && h.view->momentsView()->item() == b);
         QCOMPARE(h.queue->momentsRequest(), b);
         h.view->momentsView()->reject();
-        QTRY_VERIFY(!h.view->momentsView());
+        QTRY_VERIFY(!h.view->momentsView() && !first);
         QVERIFY(!h.queue->momentsRequest());
-        QTRY_VERIFY(!first);
-    }
-
-    // The real engine against the local site, into a folder that cannot exist: the row says why.
-    void unwritableDownloadFolderFailsTheItem() {
-        FixtureSite site;
-        QVERIFY(site.isRunning());
-        QVERIFY(TestEnv::runFfmpeg({u"-f"_s, u"lavfi"_s, u"-i"_s,
-                                    u"testsrc2=size=160x120:duration=1"_s, site.root() + u"/clip.mp4"_s}));
-        Harness h(true);
-        const QString blocker = h.dir + u"/blocker"_s;
-        QFile file(blocker);
-        QVERIFY(file.open(QIODevice::WriteOnly));
-        file.close();
-        h.settings.setDownloadFolderPath(blocker + u"/Vorlix"_s);
-        h.view->show();
-        h.view->linkBar()->setText(site.url(u"/clip.mp4"_s));
-        h.view->addFromField();
-        const DownloadItemPtr item = h.queue->items().first();
-        QTRY_VERIFY_WITH_TIMEOUT(item->state().isTerminal(), 90000);
-        QVERIFY(item->state().is(ItemState::Kind::failed));
-        QVERIFY(!item->state().text().isEmpty());
-        QVERIFY(QFileInfo(blocker).isFile());
-        QTRY_VERIFY(h.view->queueList()->rowFor(item));
-        auto *failure = h.view->queueList()->rowFor(item)->findChild<QLabel *>(u"failure"_s);
-        QVERIFY(failure);
-        QCOMPARE(failure->text(), item->state().text());
     }
 
     void detectTempoAndKeyReportsWhatItFound() {

@@ -8,23 +8,11 @@
 
 #include <QCheckBox>
 #include <QComboBox>
-#include <QDesktopServices>
 #include <QTcpServer>
 #include <QTcpSocket>
 #include <QTemporaryDir>
 
 using namespace Qt::StringLiterals;
-
-namespace {
-// Records the URLs the view asks the desktop to open.
-class OpenRecorder : public QObject {
-    Q_OBJECT
-public:
-    QList<QUrl> opened;
-public Q_SLOTS:
-    void open(const QUrl &url) { opened << url; }
-};
-} // namespace
 
 class SettingsViewTest : public QObject {
     Q_OBJECT
@@ -193,16 +181,6 @@ private Q_SLOTS:
         QTest::mouseClick(withText<QPushButton>(u"Choose…"_s), Qt::LeftButton);
         QCOMPARE(m_settings->downloadFolderPath(), answer);
         QCOMPARE(m_view->findChild<ElidedLabel *>(u"folderPath"_s)->fullText(), answer);
-    }
-
-    void instructionsOpenTheHelpFile() {
-        OpenRecorder recorder;
-        QDesktopServices::setUrlHandler(u"file"_s, &recorder, "open");
-        QTest::mouseClick(withText<QPushButton>(u"Show Instructions"_s), Qt::LeftButton);
-        QDesktopServices::unsetUrlHandler(u"file"_s);
-        QCOMPARE(recorder.opened.size(), 1);
-        QCOMPARE(recorder.opened.first().toLocalFile(),
-                 AppSettings::appSupportDir() + u"/Phone Hand-off Setup.txt"_s);
     }
 
     // One update at a time: the button and the action refuse while one runs; afterwards the

@@ -2,7 +2,6 @@
 
 #include "ui/Brand.h"
 #include "ui/EmberProgressBar.h"
-#include "ui/Symbols.h"
 
 #include <QApplication>
 #include <QFileInfo>
@@ -69,26 +68,6 @@ private Q_SLOTS:
         QVERIFY(std::abs(filled(bar) - 50) <= 1);
     }
 
-    // Drawn and themed symbols alike take the tint (an unknown name falls back to a drawn one).
-    void symbolsAreTinted_data() {
-        QTest::addColumn<QString>("symbol");
-        for (const char *name : {"arrow.down.circle", "checkmark.circle.fill", "no.such.symbol"})
-            QTest::newRow(name) << QString::fromLatin1(name);
-    }
-    void symbolsAreTinted() {
-        QFETCH(QString, symbol);
-        const QColor tint(0x12, 0xC0, 0x88);
-        for (const QImage &img : {Symbols::pixmap(symbol, tint, 16).toImage(), Symbols::drawn(symbol, tint, 16).toImage()}) {
-            int opaque = 0;
-            for (int y = 0; y < img.height(); ++y)
-                for (int x = 0; x < img.width(); ++x)
-                    if (const QColor c = img.pixelColor(x, y); c.alpha() >= 250) {
-                        ++opaque;
-                        QVERIFY2(near(c, tint, 2), qPrintable(c.name()));
-                    }
-            QVERIFY(opaque > 4);
-        }
-    }
 };
 
 VORLIX_TEST_SUITE(EmberStyleTest)

@@ -3,7 +3,6 @@
 
 #include "ui/Brand.h"
 #include "ui/ItemRow.h"
-#include "ui/Spinner.h"
 #include "ui/StatusChip.h"
 
 using namespace Qt::StringLiterals;
@@ -105,26 +104,6 @@ private Q_SLOTS:
         QTRY_COMPARE(percent->text(), u"100%"_s);
         QCOMPARE(ItemRow::refreshCount() - before, quint64(1));
         QCOMPARE(row.findChildren<QWidget *>().size(), widgets);
-    }
-
-    // Busy rows turn a real indicator; the shared timer runs only while one is on screen.
-    void spinnerTurnsOnlyWhileShown() {
-        auto it = item();
-        ItemRow row(it);
-        row.resize(600, 95);
-        it->setState(ItemState::probing());
-        QVERIFY(!Spinner::isTicking());
-        row.show();
-        auto *spinner = row.findChild<Spinner *>(u"spinner"_s);
-        QVERIFY(Spinner::isTicking());
-        const QImage before = spinner->grab().toImage();
-        QTRY_VERIFY(spinner->grab().toImage() != before); // it turns
-        row.hide();
-        QVERIFY(!Spinner::isTicking());
-        row.show();
-        it->setState(ItemState::downloading());
-        QVERIFY(!row.findChild<Spinner *>());
-        QVERIFY(!Spinner::isTicking());
     }
 
     void metadataChips() {

@@ -167,15 +167,14 @@ private Q_SLOTS:
 
     void folderChooserSetsOrKeepsTheFolder() {
         const QString original = m_settings->downloadFolderPath();
-        QString startedIn;
-        QString answer;
+        QString startedIn, answer; // empty: cancelled
         m_view->setFolderChooser([&](QWidget *, const QString &start) {
             startedIn = start;
             return answer;
         });
         QTest::mouseClick(withText<QPushButton>(u"Choose…"_s), Qt::LeftButton);
         QCOMPARE(startedIn, original);
-        QCOMPARE(m_settings->downloadFolderPath(), original); // cancelled
+        QCOMPARE(m_settings->downloadFolderPath(), original);
 
         answer = m_dir->path() + u"/Elsewhere"_s;
         QTest::mouseClick(withText<QPushButton>(u"Choose…"_s), Qt::LeftButton);

@@ -88,29 +88,6 @@ private Q_SLOTS:
         QCOMPARE(std::accumulate(calls.begin(), calls.begin() + 8, 0), 0);
     }
 
-    void memoryIsBoundedAndTheDiskKeepsTheRest() {
-        const QString cacheDir = TestEnv::root() + u"/thumb-cache"_s;
-        const qint64 onePicture = 50 * 50 * 4;
-        ThumbnailLoader loader(cacheDir, 2 * onePicture + 100);
-        bool arrived = false;
-        QObject receiver;
-        auto load = [&](int i) {
-            arrived = false;
-            loader.request(&receiver, QUrl(site.url(u"/pic/%1.png?maxage=600"_s.arg(i))), QSize(50, 50), 0,
-                           [&arrived](const QPixmap &pm) { arrived = !pm.isNull(); });
-            return arrived; // true only when it came from memory at once
-        };
-        for (int i = 1; i <= 3; ++i) {
-            QVERIFY(!load(i));
-            QTRY_VERIFY(arrived);
-            QVERIFY(loader.memoryBytes() <= loader.memoryLimit());
-        }
-        QVERIFY(load(3)); // the newest is still in memory
-        const int before = int(site.requests().filter(u"/pic/1.png"_s).size());
-        QVERIFY(!load(1)); // pushed out of memory ...
-        QTRY_VERIFY(arrived);
-        QCOMPARE(site.requests().filter(u"/pic/1.png"_s).size(), before); // ... but read back from the disk cache
-    }
 };
 
 VORLIX_TEST_SUITE(ThumbnailLoaderTest)

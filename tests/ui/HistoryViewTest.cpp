@@ -67,9 +67,10 @@ struct Harness : ui_test::QueueHarness {
     std::unique_ptr<HistoryView> view;
     QList<QUrl> revealed;
 
-    explicit Harness(const QList<Seed> &seeds = library, const QByteArray *raw = nullptr)
-        : QueueHarness(seededFile(seeds, raw)), historyFile(store->filePath()) {
-        QTRY_COMPARE(store->entries().size(), raw ? 0 : seeds.size());
+    // `raw`: the file's bytes instead of the library.
+    explicit Harness(const QByteArray *raw = nullptr)
+        : QueueHarness(seededFile(library, raw)), historyFile(store->filePath()) {
+        QTRY_COMPARE(store->entries().size(), raw ? 0 : library.size());
         view = std::make_unique<HistoryView>(*store, *queue);
         view->setReveal([this](const QUrl &file) { revealed << file; });
         view->resize(760, 420);
@@ -321,7 +322,7 @@ private Q_SLOTS:
     }
     void badFileShowsEmptyAndIsSetAside() {
         QFETCH(QByteArray, content);
-        Harness h({}, &content);
+        Harness h(&content);
         QVERIFY(h.view->isShowingEmptyState() && !h.view->clearButton()->isEnabled());
         QTest::keyClicks(h.view->searchField(), u"abc"_s);
         h.view->archivedToggle()->setChecked(true);

@@ -43,7 +43,6 @@ private Q_SLOTS:
         QTest::addColumn<QStringList>("buttons");
         const QStringList cancel{u"Cancel"_s};
         QTest::newRow("queued") << ItemState::queued() << QStringList{u"Queued"_s} << cancel;
-        QTest::newRow("probing") << ItemState::probing() << QStringList{} << cancel;
         QTest::newRow("processing") << ItemState::processing(u"Tagging"_s) << QStringList{} << cancel;
         QTest::newRow("failed") << ItemState::failed(u"Video unavailable"_s) << QStringList{u"Failed"_s}
                                 << QStringList{u"Retry"_s};

@@ -61,7 +61,6 @@ private Q_SLOTS:
         QVERIFY(site.isRunning());
         site.put(u"api/v1/images/index.html"_s, catalogue(site));
         site.put(u"none/v1/images/index.html"_s, R"({"results": []})");
-        site.put(u"html/v1/images/index.html"_s, "<html><body>Maintenance</body></html>");
         site.put(u"img/thumb.png"_s, ui_test::greenPng(300, 200));
         site.put(u"img/sunset.png"_s, ui_test::greenPng(300, 200));
     }
@@ -72,7 +71,6 @@ private Q_SLOTS:
         QTest::addColumn<QString>("page");
         QTest::newRow("catalogue") << u"/api"_s << 3 << u"grid"_s;
         QTest::newRow("no hits") << u"/none"_s << 0 << u"No images found"_s;
-        QTest::newRow("HTML instead of JSON") << u"/html"_s << 0 << unreachable;
         QTest::newRow("server error") << u"/status-500"_s << 0 << unreachable;
     }
     void searchEndsInTheRightContent() {

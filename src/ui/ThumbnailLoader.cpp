@@ -120,8 +120,23 @@ void ThumbnailLoader::dropIfUnwanted(const QUrl &url) {
         reply->disconnect(this);
         reply->abort();
         reply->deleteLater();
-        startNext();
+        startSoon();
     }
+}
+
+// Rows go in bursts (a scroll, a list cleared): refilling a freed slot at once would start the
+// transfer of a row that the same burst destroys a moment later.
+void ThumbnailLoader::startSoon() {
+    if (m_startQueued)
+        return;
+    m_startQueued = true;
+    QMetaObject::invokeMethod(
+        this,
+        [this] {
+            m_startQueued = false;
+            startNext();
+        },
+        Qt::QueuedConnection);
 }
 
 void ThumbnailLoader::startNext() {

@@ -72,6 +72,7 @@ private:
     bool isWanted(const QUrl &url) const;
     void dropIfUnwanted(const QUrl &url);
     void startNext();
+    void startSoon();
     void finished(QNetworkReply *reply, const QUrl &url);
     struct Shape {
         QSize size;
@@ -88,4 +89,5 @@ private:
     QHash<QUrl, QNetworkReply *> m_replies; // transfers under way
     QSet<QUrl> m_decoding;                  // answers being decoded
     QCache<QString, QPixmap> m_memory;
+    bool m_startQueued = false;
 };

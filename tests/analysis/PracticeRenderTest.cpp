@@ -19,22 +19,15 @@ namespace {
 QString folder() { return TestEnv::root() + QStringLiteral("/renders"); }
 QString inFolder(const QString &name) { return folder() + u'/' + name; }
 
-// A stand-in ffmpeg that records its arguments, creates its last argument unless told not to,
-// and exits with `status`.
+// A stand-in ffmpeg that creates its last argument unless told not to, and exits with `status`.
 QString stubFFmpeg(int status, bool writesOutput) {
-    const QString stub = TestEnv::toolDir() + QStringLiteral("/render-ffmpeg");
-    return TestEnv::writeStubTool(QStringLiteral("render-ffmpeg"),
-                                  QStringLiteral("printf '%s\\n' \"$@\" > '%1.args'\n"
-                                                 "for last; do :; done\n"
-                                                 "%2\n"
-                                                 "exit %3\n")
-                                      .arg(stub, writesOutput ? QStringLiteral("echo rendered > \"$last\"") : QString())
-                                      .arg(status));
+    return TestEnv::standIn(QStringLiteral("render-ffmpeg"),
+                            QStringLiteral("for last; do :; done\n%1\nexit %2")
+                                .arg(writesOutput ? QStringLiteral("echo rendered > \"$last\"") : QString())
+                                .arg(status));
 }
 
-QStringList recordedArguments(const QString &stub) {
-    return QString::fromUtf8(TestEnv::readFile(stub + QStringLiteral(".args"))).split(u'\n', Qt::SkipEmptyParts);
-}
+QStringList recordedArguments() { return TestEnv::standInArgs(QStringLiteral("render-ffmpeg")); }
 
 QString text(const std::optional<QUrl> &url) { return url ? url->toLocalFile() : QStringLiteral("<none>"); }
 
@@ -46,18 +39,12 @@ class PracticeRenderTest : public QObject {
 
 private Q_SLOTS:
     void initTestCase() {
-        ffmpeg = Tools::ffmpegURL();
-        QVERIFY(!ffmpeg.isEmpty());
         QDir().mkpath(folder());
         AnalysisMusic::Options options;
-        options.seconds = 8;
+        options.seconds = 6;
         options.sampleRate = 44100;
         options.channels = 2;
         QVERIFY(AnalysisMusic::chordProgression(inFolder(QStringLiteral("Song.m4a")), 0, false, options));
-        QVERIFY(TestEnv::runFfmpeg({QStringLiteral("-f"), QStringLiteral("lavfi"), QStringLiteral("-i"),
-                                          QStringLiteral("testsrc2=d=3:s=160x120"), QStringLiteral("-f"),
-                                          QStringLiteral("lavfi"), QStringLiteral("-i"), QStringLiteral("sine=d=3:r=44100"),
-                                          QStringLiteral("-shortest"), inFolder(QStringLiteral("Clip.mp4"))}));
     }
 
     void namesAndFilters() {
@@ -67,15 +54,11 @@ private Q_SLOTS:
         QCOMPARE(variant(u"/v/Clip.mp4"_s, u"+2 semitones"_s), u"/v/Clip (+2 semitones).mp4"_s);
         QCOMPARE(variant(u"/music/Song"_s, u"-1 semitones"_s), u"/music/Song (-1 semitones).mp3"_s); // no extension: mp3
         QCOMPARE(variant(u"/m/.take"_s, u"90% speed"_s), u"/m/.take (90% speed).mp3"_s);
-        QCOMPARE(variant(u"/m/Café – Señor’s Song.opus"_s, u"+1 semitones"_s), u"/m/Café – Señor’s Song (+1 semitones).opus"_s);
-        QCOMPARE(PracticeMode::speedSuffix(0.333), u"33% speed"_s);
         QCOMPARE(PracticeMode::speedSuffix(0.125), u"13% speed"_s); // half a percent rounds up
-        QCOMPARE(PracticeMode::speedFilter(2.0), u"atempo=2.0"_s);
-        QCOMPARE(PracticeMode::pitchSuffix(1), u"+1 semitones"_s); // still plural
+        QCOMPARE(PracticeMode::pitchSuffix(1), u"+1 semitones"_s);  // still plural
         QCOMPARE(PracticeMode::pitchShiftFilter(-1), u"asetrate=44100*0.9438743126816935,aresample=44100,atempo=1.0594630943592953"_s);
         // The shortest decimal that reads back to the same value.
         QCOMPARE(PracticeMode::decimalText(120.0), u"120.0"_s);
-        QCOMPARE(PracticeMode::decimalText(0.1), u"0.1"_s);
         QCOMPARE(PracticeMode::decimalText(0.30000000000000004), u"0.30000000000000004"_s);
     }
 
@@ -88,16 +71,14 @@ private Q_SLOTS:
         const auto slow = vtest::await(PracticeMode::renderSpeed(file, 0.75, stub));
         const QString slowPath = inFolder(QStringLiteral("Song (75% speed).m4a"));
         QCOMPARE(text(slow), slowPath);
-        QCOMPARE(recordedArguments(stub),
-                 (QStringList{QStringLiteral("-y"), QStringLiteral("-i"), source, QStringLiteral("-filter:a"),
-                              QStringLiteral("atempo=0.75"), QStringLiteral("-vn"), slowPath}));
+        QCOMPARE(recordedArguments(), (QStringList{QStringLiteral("-y"), QStringLiteral("-i"), source, QStringLiteral("-filter:a"),
+                                                   QStringLiteral("atempo=0.75"), QStringLiteral("-vn"), slowPath}));
 
         const auto down = vtest::await(PracticeMode::renderPitchShift(file, -1, stub));
         const QString downPath = inFolder(QStringLiteral("Song (-1 semitones).m4a"));
         QCOMPARE(text(down), downPath);
-        QCOMPARE(recordedArguments(stub),
-                 (QStringList{QStringLiteral("-y"), QStringLiteral("-i"), source, QStringLiteral("-filter:a"),
-                              PracticeMode::pitchShiftFilter(-1), QStringLiteral("-vn"), downPath}));
+        QCOMPARE(recordedArguments().mid(7), (QStringList{QStringLiteral("-y"), QStringLiteral("-i"), source, QStringLiteral("-filter:a"),
+                                                          PracticeMode::pitchShiftFilter(-1), QStringLiteral("-vn"), downPath}));
         QFile::remove(slowPath);
         QFile::remove(downPath);
     }
@@ -111,7 +92,6 @@ private Q_SLOTS:
         QTest::addColumn<bool>("toolRuns");
         QTest::newRow("speed: ffmpeg fails after writing") << true << 0.5 << 0 << 1 << true << true;
         QTest::newRow("speed: stopped at the time-out") << true << 0.9 << 0 << 15 << true << true;
-        QTest::newRow("speed: not a number") << true << std::nan("") << 0 << 0 << true << false;
         QTest::newRow("speed: zero") << true << 0.0 << 0 << 0 << true << false;
         QTest::newRow("pitch: exit 0 without output") << false << 0.0 << -2 << 0 << false << true;
         QTest::newRow("pitch: zero semitones does nothing") << false << 0.0 << 0 << 0 << true << false;
@@ -125,12 +105,11 @@ private Q_SLOTS:
         QFETCH(bool, writesOutput);
         QFETCH(bool, toolRuns);
         const QString stub = stubFFmpeg(status, writesOutput);
-        QFile::remove(stub + QStringLiteral(".args"));
         const QUrl file = QUrl::fromLocalFile(inFolder(QStringLiteral("Song.m4a")));
         const auto out = speed ? vtest::await(PracticeMode::renderSpeed(file, rate, stub))
                                : vtest::await(PracticeMode::renderPitchShift(file, semitones, stub));
         QCOMPARE(text(out), QStringLiteral("<none>"));
-        QCOMPARE(QFile::exists(stub + QStringLiteral(".args")), toolRuns);
+        QCOMPARE(!recordedArguments().isEmpty(), toolRuns);
         for (const QString &leftover : QDir(folder()).entryList({QStringLiteral("Song (*")}))
             QFile::remove(inFolder(leftover));
     }
@@ -148,7 +127,7 @@ private Q_SLOTS:
         const QString source = inFolder(QStringLiteral("Song.m4a"));
         const QUrl file = QUrl::fromLocalFile(source);
         const double length = AnalysisMusic::duration(source);
-        QVERIFY(length > 7.5);
+        QVERIFY(length > 5.5);
 
         // An older variant of the same name is replaced.
         const QString slowPath = inFolder(QStringLiteral("Song (75% speed).m4a"));
@@ -166,14 +145,6 @@ private Q_SLOTS:
                  qPrintable(QString::number(AnalysisMusic::duration(upPath))));
         QCOMPARE(vtest::await(PracticeMode::analyze(file)).key, std::optional<QString>(QStringLiteral("C")));
         QCOMPARE(vtest::await(PracticeMode::analyze(*up)).key, std::optional<QString>(QStringLiteral("D")));
-    }
-
-    void videoSourceGivesAudioOnly() {
-        const auto out = vtest::await(PracticeMode::renderSpeed(QUrl::fromLocalFile(inFolder(QStringLiteral("Clip.mp4"))), 0.5));
-        const QString path = inFolder(QStringLiteral("Clip (50% speed).mp4"));
-        QCOMPARE(text(out), path);
-        QCOMPARE(AnalysisMusic::streamTypes(path), QStringList{QStringLiteral("audio")});
-        QVERIFY(std::abs(AnalysisMusic::duration(path) - 6.0) < 0.1);
     }
 };
 

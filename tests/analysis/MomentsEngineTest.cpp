@@ -33,13 +33,13 @@ bool makeCutsVideo(const QString &path, const QStringList &sources, double secon
     }
     for (qsizetype i = 0; i < sources.size(); ++i)
         graph += QStringLiteral("[v%1]").arg(i);
-    return MomentsMedia::ffmpeg(args << QStringLiteral("-filter_complex") << graph + QStringLiteral("concat=n=%1:v=1:a=0[out]").arg(sources.size())
+    return TestEnv::runFfmpeg(args << QStringLiteral("-filter_complex") << graph + QStringLiteral("concat=n=%1:v=1:a=0[out]").arg(sources.size())
                                      << QStringLiteral("-map") << QStringLiteral("[out]") << QStringLiteral("-c:v") << QStringLiteral("libx264")
                                      << QStringLiteral("-preset") << QStringLiteral("ultrafast") << path);
 }
 
 bool makeImage(const QString &source, const QString &path) {
-    return MomentsMedia::ffmpeg({QStringLiteral("-f"), QStringLiteral("lavfi"), QStringLiteral("-i"), source, QStringLiteral("-frames:v"),
+    return TestEnv::runFfmpeg({QStringLiteral("-f"), QStringLiteral("lavfi"), QStringLiteral("-i"), source, QStringLiteral("-frames:v"),
                                  QStringLiteral("1"), QStringLiteral("-pix_fmt"), QStringLiteral("yuvj420p"), path});
 }
 

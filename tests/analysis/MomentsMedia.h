@@ -6,81 +6,53 @@
 #include <QFile>
 #include <QFileInfo>
 #include <QProcess>
-#include <QString>
-#include <QStringList>
 
-#include <cmath>
 #include <optional>
 
 // Media for the moments and quote-clip suites, generated with the real ffmpeg.
 namespace MomentsMedia {
 
-inline bool ffmpeg(const QStringList &args) { return TestEnv::runFfmpeg(args); }
-
-inline QString probe(const QString &file, const QStringList &entries) {
+// Standard output of ffprobe (`tool` "ffprobe") or ffmpeg run with `args`.
+inline QByteArray output(const QString &tool, const QStringList &args) {
     QProcess p;
-    p.start(QFileInfo(TestEnv::ffmpeg()).absolutePath() + QStringLiteral("/ffprobe"),
-            QStringList{QStringLiteral("-v"), QStringLiteral("error")} + entries +
-                QStringList{QStringLiteral("-of"), QStringLiteral("default=noprint_wrappers=1:nokey=1"), file});
+    p.start(QFileInfo(TestEnv::ffmpeg()).absolutePath() + u'/' + tool, QStringList{QStringLiteral("-v"), QStringLiteral("error")} + args);
     p.waitForFinished(60000);
-    return QString::fromUtf8(p.readAllStandardOutput()).trimmed();
+    return p.readAllStandardOutput().trimmed();
 }
 
-inline double duration(const QString &file) {
-    bool ok = false;
-    const double d = probe(file, {QStringLiteral("-show_entries"), QStringLiteral("format=duration")}).toDouble(&ok);
-    return ok ? d : -1;
+inline QString probe(const QString &file, const QString &entries, const QString &stream = {}) {
+    QStringList args{QStringLiteral("-show_entries"), entries, QStringLiteral("-of"), QStringLiteral("default=nw=1:nk=1"), file};
+    if (!stream.isEmpty())
+        args << QStringLiteral("-select_streams") << stream << QStringLiteral("-count_frames");
+    return QString::fromUtf8(output(QStringLiteral("ffprobe"), args));
 }
 
-// "WxH" of the first video stream.
-inline QString frameSize(const QString &file) {
-    return probe(file, {QStringLiteral("-select_streams"), QStringLiteral("v:0"), QStringLiteral("-show_entries"),
-                        QStringLiteral("stream=width,height")})
-        .replace(u'\n', u'x');
-}
+inline double duration(const QString &file) { return probe(file, QStringLiteral("format=duration")).toDouble(); }
+inline QString frameSize(const QString &file) { return probe(file, QStringLiteral("stream=width,height"), QStringLiteral("v:0")).replace(u'\n', u'x'); }
 
-// Mean grey level of the first frame of `file`, or of `file` at `at` seconds (-1 when unreadable).
+// Mean grey level of the frame at `at` seconds (the first by default) of `file`; -1 when unreadable.
 inline double brightness(const QString &file, std::optional<double> at = std::nullopt) {
-    QStringList args{QStringLiteral("-v"), QStringLiteral("error")};
-    if (at)
-        args << QStringLiteral("-ss") << QString::number(*at, 'f', 3);
-    args << QStringLiteral("-i") << file << QStringLiteral("-frames:v") << QStringLiteral("1") << QStringLiteral("-vf")
-         << QStringLiteral("scale=32:18,format=gray") << QStringLiteral("-f") << QStringLiteral("rawvideo")
-         << QStringLiteral("-");
-    QProcess p;
-    p.start(TestEnv::ffmpeg(), args);
-    p.waitForFinished(60000);
-    const QByteArray grey = p.readAllStandardOutput();
-    if (grey.size() != 32 * 18)
-        return -1;
+    const QByteArray grey = output(QStringLiteral("ffmpeg"), {QStringLiteral("-ss"), QString::number(at.value_or(0), 'f', 3), QStringLiteral("-i"), file,
+                                                             QStringLiteral("-frames:v"), QStringLiteral("1"), QStringLiteral("-vf"), QStringLiteral("scale=32:18,format=gray"),
+                                                             QStringLiteral("-f"), QStringLiteral("rawvideo"), QStringLiteral("-")});
     double sum = 0;
     for (const char c : grey)
         sum += quint8(c);
-    return sum / double(grey.size());
+    return grey.size() == 32 * 18 ? sum / double(grey.size()) : -1;
 }
 
 // Made once per test run: 6 s of 640x360 picture that brightens steadily from black (so a frame
 // tells when it was taken), with a tone. Tests that may delete it work on copies.
-inline QString rampVideo() {
-    static const QString path = [] {
-        const QString file = TestEnv::root() + QStringLiteral("/media/ramp.mp4");
-        QDir().mkpath(QFileInfo(file).absolutePath());
-        const bool ok = ffmpeg({QStringLiteral("-f"), QStringLiteral("lavfi"), QStringLiteral("-i"),
-                                QStringLiteral("color=c=white:s=640x360:r=25:d=6,fade=t=in:st=0:d=6"),
-                                QStringLiteral("-f"), QStringLiteral("lavfi"), QStringLiteral("-i"),
-                                QStringLiteral("sine=f=440:d=6"), QStringLiteral("-c:v"), QStringLiteral("libx264"),
-                                QStringLiteral("-preset"), QStringLiteral("ultrafast"), QStringLiteral("-pix_fmt"),
-                                QStringLiteral("yuv420p"), QStringLiteral("-c:a"), QStringLiteral("aac"),
-                                QStringLiteral("-shortest"), file});
-        return ok ? file : QString();
-    }();
-    return path;
-}
-
 inline QString copyOfRamp(const QString &path) {
+    static const QString ramp = TestEnv::root() + QStringLiteral("/media/ramp.mp4");
+    static const bool made = QDir().mkpath(TestEnv::root() + QStringLiteral("/media")) &&
+                             TestEnv::runFfmpeg({QStringLiteral("-f"), QStringLiteral("lavfi"), QStringLiteral("-i"), QStringLiteral("color=c=white:s=640x360:r=25:d=6,fade=t=in:st=0:d=6"),
+                                                 QStringLiteral("-f"), QStringLiteral("lavfi"), QStringLiteral("-i"), QStringLiteral("sine=f=440:d=6"), QStringLiteral("-c:v"),
+                                                 QStringLiteral("libx264"), QStringLiteral("-preset"), QStringLiteral("ultrafast"), QStringLiteral("-pix_fmt"),
+                                                 QStringLiteral("yuv420p"), QStringLiteral("-c:a"), QStringLiteral("aac"), QStringLiteral("-shortest"), ramp});
     QDir().mkpath(QFileInfo(path).absolutePath());
     QFile::remove(path);
-    return QFile::copy(rampVideo(), path) ? path : QString();
+    return made && QFile::copy(ramp, path) ? path : QString();
 }
 
 } // namespace MomentsMedia

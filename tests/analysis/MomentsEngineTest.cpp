@@ -82,11 +82,8 @@ private Q_SLOTS:
     }
 
     void labelsAndNames() {
-        Moment m;
-        m.time = 59.9;
-        QCOMPARE(m.timeLabel(), QStringLiteral("0:59"));
-        m.time = 3600.0;
-        QCOMPARE(m.timeLabel(), QStringLiteral("1:00:00"));
+        QCOMPARE(clockLabel(59.9), QStringLiteral("0:59"));
+        QCOMPARE(clockLabel(3600.0), QStringLiteral("1:00:00"));
         const auto shortName = [](const char *name, int max) { return MomentsEngine::shortName(QString::fromUtf8(name), max); };
         QCOMPARE(shortName("/x/My Great Song [dQw4w9WgXcQ].mp4", 42), QStringLiteral("My Great Song"));
         QCOMPARE(shortName("/x/Song [HD].mp4", 42), QStringLiteral("Song [HD]"));
@@ -99,20 +96,13 @@ private Q_SLOTS:
     }
 
     void sceneScoreParsing() {
-        const QString output = QStringLiteral(
-            "[Parsed_metadata_2 @ 0x1] frame:0    pts:64000   pts_time:5\n"
-            "[Parsed_metadata_2 @ 0x1] lavfi.scene_score=0.747871\n"
-            "frame=    1 fps=0.0 time=00:00:05.04\r[Parsed_metadata_2 @ 0x1] frame:1 pts_time:10.5\n"
-            "[Parsed_metadata_2 @ 0x1] lavfi.scene_score=oops\n" // unreadable: time stays pending
-            "[Parsed_metadata_2 @ 0x1] lavfi.scene_score=0.5\n"  // pairs with 10.5
-            "[Parsed_metadata_2 @ 0x1] lavfi.scene_score=0.9\n"  // nothing pending
-            "[Parsed_metadata_2 @ 0x1] frame:2 pts_time:-1\n"    // unreadable time clears
-            "[Parsed_metadata_2 @ 0x1] lavfi.scene_score=0.8\n"
-            "[Parsed_metadata_2 @ 0x1] frame:3 pts_time:20\n"
-            "[Parsed_metadata_2 @ 0x1] frame:4 pts_time:21.25\n" // the later time wins
-            "[Parsed_metadata_2 @ 0x1] lavfi.scene_score=1.000000\n");
-        QCOMPARE(described(MomentsEngine::parseSceneScores(output)),
-                 (QStringList{QStringLiteral("5@0.747871"), QStringLiteral("10.5@0.5"), QStringLiteral("21.25@1")}));
+        // Unreadable scores keep the time pending, unreadable times clear it, the later time wins,
+        // and a score with nothing pending is dropped.
+        const QString output = QStringLiteral("[Parsed_metadata_2 @ 0x1] frame:0    pts:64000   pts_time:5\n[m] lavfi.scene_score=0.747871\n"
+                                              "frame=    1 fps=0.0 time=00:00:05.04\r[m] frame:1 pts_time:10.5\n[m] lavfi.scene_score=oops\n"
+                                              "[m] lavfi.scene_score=0.5\n[m] lavfi.scene_score=0.9\n[m] frame:2 pts_time:-1\n[m] lavfi.scene_score=0.8\n"
+                                              "[m] frame:3 pts_time:20\n[m] frame:4 pts_time:21.25\n[m] lavfi.scene_score=1.000000\n");
+        QCOMPARE(described(MomentsEngine::parseSceneScores(output)), (QStringList{QStringLiteral("5@0.747871"), QStringLiteral("10.5@0.5"), QStringLiteral("21.25@1")}));
     }
 
     // A soft cut (grey 0x40 to 0x60, scored 0.27) is a scene; a fainter one (to 0x56, 0.08) is not.

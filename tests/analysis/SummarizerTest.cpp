@@ -57,38 +57,26 @@ private Q_SLOTS:
         }
     }
 
-    void chosenPoints_data() {
-        QTest::addColumn<QString>("text");
-        QTest::addColumn<QStringList>("expected");
-        // The "tempo" sentences share the most frequent words; they win and keep their order.
-        QTest::newRow("frequent words, document order")
-            << QStringLiteral("Tempo practice builds steady tempo control. Weather tomorrow looks cloudy overall. Lunch options include soup. "
-                              "Metronome tempo practice keeps tempo honest. Parking downtown costs extra. Slow tempo practice first, then raise the tempo.")
-            << list({"Tempo practice builds steady tempo control.", "Metronome tempo practice keeps tempo honest.",
-                     "Slow tempo practice first, then raise the tempo."});
-        // Only two sentences carry content: the limit of three is not filled with stop-word lines.
-        QTest::newRow("content-free sentences never chosen")
-            << QStringLiteral("I was there and so were you. Amber basil cedar dune. We would not have been here. Ember fern grove heath.")
-            << list({"Amber basil cedar dune.", "Ember fern grove heath."});
-        // The last sentence scores 1.0, the four others tie at 0.5: the earliest two of them join it.
-        QTest::newRow("tie behind a leader")
-            << QStringLiteral("Amber basil cedar dune. Ember fern grove heath. Iris jade kelp lotus. Maple nutmeg olive pine. Guitar guitar chord chord.")
-            << list({"Amber basil cedar dune.", "Ember fern grove heath.", "Guitar guitar chord chord."});
-        // Four content words of frequency 1 beat one alone: the divisor is at least four.
-        QTest::newRow("one rare word cannot win alone")
-            << QStringLiteral("And so it was, zebra. Amber basil cedar dune. It was what it was, yak. "
-                              "Ember fern grove heath. Iris jade kelp lotus. So it is, then, xylophone.")
-            << list({"Amber basil cedar dune.", "Ember fern grove heath.", "Iris jade kelp lotus."});
-        // Stop words only ("don't" splits into two of them): the first three stand in.
-        QTest::newRow("stop words only")
-            << QStringLiteral("I don't, you don't. I was there and so were you. We would not have been here. Yeah, okay, it is what it is.")
-            << list({"I don't, you don't.", "I was there and so were you.", "We would not have been here."});
-    }
-
     void chosenPoints() {
-        QFETCH(QString, text);
-        QFETCH(QStringList, expected);
-        QCOMPARE(Summarizer::summarize(text), expected);
+        const std::pair<QString, QStringList> rows[] = {
+            // The "tempo" sentences share the most frequent words; they win and keep their order.
+            {QStringLiteral("Tempo practice builds steady tempo control. Weather tomorrow looks cloudy overall. Lunch options include soup. "
+                            "Metronome tempo practice keeps tempo honest. Parking downtown costs extra. Slow tempo practice first, then raise the tempo."),
+             list({"Tempo practice builds steady tempo control.", "Metronome tempo practice keeps tempo honest.", "Slow tempo practice first, then raise the tempo."})},
+            // Only two sentences carry content: the limit of three is not filled with stop-word lines.
+            {QStringLiteral("I was there and so were you. Amber basil cedar dune. We would not have been here. Ember fern grove heath."),
+             list({"Amber basil cedar dune.", "Ember fern grove heath."})},
+            // The last sentence scores 1.0, the four others tie at 0.5: the earliest two of them join it.
+            {QStringLiteral("Amber basil cedar dune. Ember fern grove heath. Iris jade kelp lotus. Maple nutmeg olive pine. Guitar guitar chord chord."),
+             list({"Amber basil cedar dune.", "Ember fern grove heath.", "Guitar guitar chord chord."})},
+            // Four content words of frequency 1 beat one alone: the divisor is at least four.
+            {QStringLiteral("And so it was, zebra. Amber basil cedar dune. It was what it was, yak. Ember fern grove heath. Iris jade kelp lotus. So it is, then, xylophone."),
+             list({"Amber basil cedar dune.", "Ember fern grove heath.", "Iris jade kelp lotus."})},
+            // Stop words only ("don't" splits into two of them): the first three stand in.
+            {QStringLiteral("I don't, you don't. I was there and so were you. We would not have been here. Yeah, okay, it is what it is."),
+             list({"I don't, you don't.", "I was there and so were you.", "We would not have been here."})}};
+        for (const auto &[text, expected] : rows)
+            QCOMPARE(Summarizer::summarize(text), expected);
     }
 
     void summaryFile() {

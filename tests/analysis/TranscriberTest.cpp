@@ -108,11 +108,6 @@ private Q_SLOTS:
     void cleanup() { QCOMPARE(TestEnv::filesContaining(QDir::tempPath(), QStringLiteral("vorlix-whisper-")), QStringList()); } // every way out
 
     void modelLocations() {
-        Fixture f = make(QStringLiteral("https://models.example/owner/repo/resolve/main/"), QString());
-        f.settings->setWhisperModel(QStringLiteral("small"));
-        QCOMPARE(f.transcriber->modelURL(), f.modelsDir() + QStringLiteral("/ggml-small.bin"));
-        QCOMPARE(f.transcriber->modelDownloadURL(QStringLiteral("small")),
-                 QUrl(QStringLiteral("https://models.example/owner/repo/resolve/main/ggml-small.bin")));
         // The shared instance: the application-support models folder and the public repository over HTTPS.
         Transcriber &shared = Transcriber::shared();
         QCOMPARE(shared.modelURL(), AppSettings::appSupportDir() + QStringLiteral("/models/ggml-") + AppSettings::shared().whisperModel() + QStringLiteral(".bin"));

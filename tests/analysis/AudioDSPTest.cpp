@@ -80,6 +80,12 @@ private Q_SLOTS:
         QTest::newRow("lag 47 is too slow") << spikePairs(47) << 0.0 << 0.0;
         QTest::newRow("silence") << std::vector<double>(2000, 0.0) << 0.0 << 0.0;
         QTest::newRow("shorter than the shortest lag") << pulses(5, 0, 11) << 0.0 << 0.0;
+        // Lags 12 and 13 both correlate without bound (one huge onset past the divisors' range):
+        // an exact tie, which keeps the faster tempo.
+        std::vector<double> tie(26, 0.0);
+        tie[12] = tie[13] = 2;
+        tie[25] = 1e308;
+        QTest::newRow("a tie keeps the faster tempo") << tie << 215.3 << 0.0;
         std::vector<double> single(2000, -1.0 / 2000);
         single[700] += 1.0;
         QTest::newRow("a single onset") << single << 0.0 << 0.0;

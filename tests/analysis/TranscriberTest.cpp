@@ -22,29 +22,21 @@
 
 namespace {
 
-// A one-answer web server: every request gets the same scripted bytes, then the connection closes.
-// It stands in for the model host's redirect and for a connection that drops mid-body.
-class ScriptedServer : public QTcpServer {
+// Answers every request with the same bytes and hangs up: the model host's redirect, a dropped connection.
+class OneAnswer : public QTcpServer {
 public:
-    explicit ScriptedServer(const QByteArray &response) {
+    explicit OneAnswer(const QByteArray &answer) {
         listen(QHostAddress::LocalHost);
-        connect(this, &QTcpServer::newConnection, this, [this, response] {
-            while (QTcpSocket *socket = nextPendingConnection()) {
-                connect(socket, &QTcpSocket::disconnected, socket, &QObject::deleteLater);
-                connect(socket, &QTcpSocket::readyRead, socket, [this, socket, response] {
-                    socket->setProperty("request", QByteArray(socket->property("request").toByteArray() + socket->readAll()));
-                    if (socket->property("request").toByteArray().contains("\r\n\r\n") && socket->write(response) > 0)
-                        socket->disconnectFromHost();
-                });
-            }
+        connect(this, &QTcpServer::newConnection, this, [this, answer] {
+            QTcpSocket *socket = nextPendingConnection();
+            connect(socket, &QTcpSocket::disconnected, socket, &QObject::deleteLater);
+            connect(socket, &QTcpSocket::readyRead, socket, [socket, answer, request = std::make_shared<QByteArray>()] {
+                if ((*request += socket->readAll()).contains("\r\n\r\n") && socket->write(answer) > 0)
+                    socket->disconnectFromHost();
+            });
         });
     }
-    QString url(const QString &path) const { return QStringLiteral("http://127.0.0.1:%1%2").arg(serverPort()).arg(path); }
 };
-
-QByteArray redirectTo(const QString &location) {
-    return "HTTP/1.1 302 Found\r\nLocation: " + location.toUtf8() + "\r\nContent-Length: 0\r\nConnection: close\r\n\r\n";
-}
 
 const QString modelFailure = QStringLiteral("Couldn't download the transcription model.");
 
@@ -120,9 +112,7 @@ private Q_SLOTS:
         const QStringList names{QStringLiteral(".vorlix-OLD"), QStringLiteral(".vorlix-NOW"), QStringLiteral("ggml-tiny.bin"), QStringLiteral("notes.vorlix-OLD")};
         for (const QString &name : names) {
             QFile file(dir.filePath(name));
-            QVERIFY(file.open(QIODevice::WriteOnly) && file.write("bytes") == 5 && file.flush());
-            if (name != names[1])
-                QVERIFY(file.setFileTime(QDateTime::currentDateTimeUtc().addDays(-2), QFileDevice::FileModificationTime));
+            QVERIFY(file.open(QIODevice::WriteOnly) && (name == names[1] || file.setFileTime(QDateTime::currentDateTimeUtc().addDays(-2), QFileDevice::FileModificationTime)));
         }
         Transcriber::Setup setup;
         setup.modelsDir = dir.path();
@@ -131,56 +121,44 @@ private Q_SLOTS:
     }
 
     void ensureModel_data() {
-        QTest::addColumn<QString>("repositoryPath"); // on the fixture site; empty: the scripted server
-        QTest::addColumn<QByteArray>("scripted");    // "%SITE%" stands for the fixture site's address
+        QTest::addColumn<QString>("repository"); // a path on the fixture site, or the one answer of a server of its own
         QTest::addColumn<bool>("lands");
-        QTest::newRow("200") << QStringLiteral("/hf/resolve/main/") << QByteArray() << true;
-        QTest::newRow("404") << QStringLiteral("/nothing/resolve/main/") << QByteArray() << false;
-        QTest::newRow("redirect to the file") << QString() << redirectTo(QStringLiteral("%SITE%/hf/resolve/main/ggml-tiny.bin")) << true;
-        QTest::newRow("connection drops mid-body")
-            << QString() << QByteArray("HTTP/1.1 200 OK\r\nContent-Length: 100000\r\nConnection: close\r\n\r\n") + QByteArray(5000, 'g') << false;
-        QTest::newRow("success status other than 200")
-            << QString() << QByteArray("HTTP/1.1 206 Partial Content\r\nContent-Length: 4\r\nContent-Range: bytes 0-3/9000\r\nConnection: close\r\n\r\nggml") << false;
+        QTest::newRow("200") << QStringLiteral("/hf/resolve/main/") << true;
+        QTest::newRow("404") << QStringLiteral("/nothing/resolve/main/") << false;
+        QTest::newRow("success status other than 200") << QStringLiteral("/status-206/resolve/main/") << false;
+        QTest::newRow("redirect to the file") << QStringLiteral("HTTP/1.1 302 Found\r\nLocation: %SITE%/hf/resolve/main/ggml-tiny.bin\r\nContent-Length: 0\r\n\r\n") << true;
+        QTest::newRow("connection drops mid-body") << QStringLiteral("HTTP/1.1 200 OK\r\nContent-Length: 100000\r\n\r\n") + QString(5000, u'g') << false;
     }
 
     void ensureModel() {
-        QFETCH(QString, repositoryPath);
-        QFETCH(QByteArray, scripted);
+        QFETCH(QString, repository);
         QFETCH(bool, lands);
-        std::unique_ptr<ScriptedServer> server;
-        if (repositoryPath.isEmpty())
-            server = std::make_unique<ScriptedServer>(scripted.replace("%SITE%", m_site->url(QString()).toUtf8()));
-        Fixture f = make(server ? server->url(QStringLiteral("/owner/repo/resolve/main/")) : m_site->url(repositoryPath), QStringLiteral("/bin/true"));
+        std::unique_ptr<OneAnswer> server;
+        if (repository.startsWith(QStringLiteral("HTTP"))) {
+            server = std::make_unique<OneAnswer>(repository.replace(QStringLiteral("%SITE%"), m_site->url(QString())).toUtf8());
+            repository = QStringLiteral("/owner/repo/resolve/main/");
+        }
+        Fixture f = make(server ? QStringLiteral("http://127.0.0.1:%1%2").arg(server->serverPort()).arg(repository) : m_site->url(repository), QStringLiteral("/bin/true"));
         QSignalSpy downloading(f.transcriber.get(), &Transcriber::isDownloadingModelChanged);
 
-        QCOMPARE(vtest::failure(f.transcriber->ensureModel()), lands ? QString() : modelFailure);
-        QCOMPARE(downloading.size(), 2); // on, then off
-        QCOMPARE(f.transcriber->isDownloadingModel(), false);
-        // Nothing half-written is left beside the model, whatever happened.
-        QCOMPARE(QDir(f.modelsDir()).entryList(QDir::Files | QDir::Hidden), lands ? QStringList{QStringLiteral("ggml-tiny.bin")} : QStringList());
-        QCOMPARE(f.transcriber->modelDownloadProgress(), lands ? 1.0 : 0.0);
-        QVERIFY(!lands || TestEnv::readFile(f.transcriber->modelURL()) == m_model);
-    }
-
-    void concurrentDownloadsShareTheFlag() {
-        ScriptedServer cdn(redirectTo(m_site->url(QStringLiteral("/hf/resolve/main/ggml-tiny.bin?rate=4000000"))));
-        Fixture f = make(cdn.url(QStringLiteral("/resolve/main/")), QStringLiteral("/bin/true"));
-        QSignalSpy downloading(f.transcriber.get(), &Transcriber::isDownloadingModelChanged);
+        // Two downloads at once share the flag.
         QCoro::Task<> first = f.transcriber->ensureModel();
         QCoro::Task<> second = f.transcriber->ensureModel();
         QCOMPARE(f.transcriber->isDownloadingModel(), true);
-        QCOMPARE(vtest::failure(std::move(first)) + vtest::failure(std::move(second)), QString());
-        QCOMPARE(downloading.size(), 2);
+        QCOMPARE(vtest::failure(std::move(first)) + vtest::failure(std::move(second)), lands ? QString() : modelFailure + modelFailure);
+        QCOMPARE(downloading.size(), 2); // on, then off
+        // Nothing half-written is left beside the model, whatever happened.
+        QCOMPARE(QDir(f.modelsDir()).entryList(QDir::Files | QDir::Hidden), lands ? QStringList{QStringLiteral("ggml-tiny.bin")} : QStringList());
+        QCOMPARE(f.transcriber->modelDownloadProgress(), lands ? 1.0 : 0.0);
+        if (!lands)
+            return;
         QVERIFY(TestEnv::readFile(f.transcriber->modelURL()) == m_model);
-        QCOMPARE(QDir(f.modelsDir()).entryList(QDir::Files | QDir::Hidden), QStringList{QStringLiteral("ggml-tiny.bin")});
-
         // A model on disk means no network; an empty file is no model and is fetched again.
-        QSignalSpy again(f.transcriber.get(), &Transcriber::isDownloadingModelChanged);
         QCOMPARE(vtest::failure(f.transcriber->ensureModel()), QString());
-        QVERIFY(again.isEmpty());
+        QCOMPARE(downloading.size(), 2);
         QVERIFY(TestEnv::writeFile(f.transcriber->modelURL(), QByteArray()));
         QCOMPARE(vtest::failure(f.transcriber->ensureModel()), QString());
-        QCOMPARE(again.size(), 2);
+        QCOMPARE(downloading.size(), 4);
     }
 
     void realRecognizerWritesSubtitlesAndText() {
@@ -235,31 +213,27 @@ private Q_SLOTS:
         }
     }
 
-    // Failures before the recognizer runs: it never sees a call.
+    // Failures before the recognizer runs: it never sees a call, and no recognizer at all downloads nothing.
     void stopsBeforeRecognizing() {
-        const auto fails = [&](const Fixture &f, const QString &media, const QString &expected) {
+        const QString conversion = QStringLiteral("Couldn't convert audio for transcription.");
+        const QString notExecutable = TestEnv::root() + QStringLiteral("/stubs/not-executable");
+        QVERIFY(TestEnv::writeFile(notExecutable, "#!/bin/sh\nexit 0\n") && TestEnv::writeFile(TestEnv::root() + QStringLiteral("/Talk.mp4"), "not a video"));
+        const QString whisper = stubWhisper({}), site = repository(), nothing = m_site->url(QStringLiteral("/nothing/resolve/main/"));
+        // repository, recognizer, ffmpeg, a model on disk, media, message
+        const std::tuple<QString, QString, QString, bool, QString, QString> rows[] = {
+            {site, whisper, QString(), true, m_speech, conversion},
+            {site, whisper, TestEnv::ffmpeg(), true, TestEnv::root() + QStringLiteral("/Talk.mp4"), conversion},
+            {nothing, whisper, TestEnv::ffmpeg(), false, m_speech, modelFailure}, // before any conversion starts
+            {site, QString(), TestEnv::ffmpeg(), false, m_speech, QStringLiteral("whisper-cli not found (brew install whisper-cpp).")},
+            {site, notExecutable, TestEnv::ffmpeg(), true, m_speech, QStringLiteral("Permission denied")}};
+        for (const auto &[repo, recognizer, ffmpeg, model, media, expected] : rows) {
+            Fixture f = make(repo, recognizer, ffmpeg);
+            QVERIFY(!model || f.haveModel());
+            const int before = modelRequests();
             QCOMPARE(vtest::failure(f.transcriber->transcribe(media)), expected);
             QVERIFY(whisperArgs().isEmpty());
-        };
-        const QString conversion = QStringLiteral("Couldn't convert audio for transcription.");
-        Fixture noFfmpeg = make(repository(), stubWhisper({}), QString());
-        QVERIFY(noFfmpeg.haveModel());
-        fails(noFfmpeg, noFfmpeg.media(QStringLiteral("Talk.m4a"), m_speech), conversion);
-        Fixture notMedia = make(repository(), stubWhisper({}));
-        QVERIFY(notMedia.haveModel() && TestEnv::writeFile(notMedia.dir->filePath(QStringLiteral("Talk.mp4")), "not a video"));
-        fails(notMedia, notMedia.dir->filePath(QStringLiteral("Talk.mp4")), conversion);
-        // A model that cannot be fetched stops the call before any conversion starts.
-        fails(make(m_site->url(QStringLiteral("/nothing/resolve/main/")), stubWhisper({})), m_speech, modelFailure);
-
-        // No recognizer at all fails before any download; one that cannot start says why.
-        const int before = modelRequests();
-        fails(make(repository(), QString()), m_speech, QStringLiteral("whisper-cli not found (brew install whisper-cpp)."));
-        QCOMPARE(modelRequests(), before);
-        const QString notExecutable = TestEnv::root() + QStringLiteral("/stubs/not-executable");
-        QVERIFY(TestEnv::writeFile(notExecutable, "#!/bin/sh\nexit 0\n"));
-        Fixture denied = make(repository(), notExecutable);
-        QVERIFY(denied.haveModel());
-        fails(denied, m_speech, QStringLiteral("Permission denied"));
+            QCOMPARE(modelRequests(), before + int(repo == nothing));
+        }
     }
 };
 

@@ -75,22 +75,6 @@ private Q_SLOTS:
         QVERIFY(TestEnv::filesContaining(TestEnv::root(), QStringLiteral("vorlix-")).isEmpty());
     }
 
-    // Analysing while decoding gives what the whole decoded file gives, to the last bit.
-    void streamedEqualsWholeFile() {
-        const QString wav = media(QStringLiteral("whole.wav"));
-        QVERIFY(TestEnv::runFfmpeg({QStringLiteral("-i"), media(QStringLiteral("song.m4a")), QStringLiteral("-ac"),
-                                    QStringLiteral("1"), QStringLiteral("-ar"), QStringLiteral("22050"), wav}));
-        const auto samples = PracticeMode::readMonoWav16(wav);
-        const auto onset = samples ? PracticeMode::onsetEnvelope(*samples) : std::nullopt;
-        const auto bpm = onset ? PracticeMode::estimateBPM(*onset) : std::nullopt;
-        QVERIFY(bpm);
-        const Analysis whole{bpm, PracticeMode::estimateKey(*samples)};
-        QCOMPARE(vtest::await(PracticeMode::analyze(mediaUrl(QStringLiteral("song.m4a")))), whole);
-        const auto grid = vtest::await(PracticeMode::beatGrid(mediaUrl(QStringLiteral("song.m4a"))));
-        const BeatGrid expected = PracticeMode::alignBeatGrid(*onset, *bpm);
-        QVERIFY(grid && grid->bpm == expected.bpm && grid->firstBeat == expected.firstBeat);
-    }
-
     void unusableInputsYieldNothing_data() {
         QTest::addColumn<QUrl>("file");
         QTest::addColumn<QString>("tool");
@@ -109,42 +93,29 @@ private Q_SLOTS:
         QVERIFY(!vtest::await(PracticeMode::beatGrid(file, tool)));
     }
 
-    // The decoder's command line, and what happens with what it prints.
-    void decoderRuns_data() {
-        QTest::addColumn<QByteArray>("pcm");
-        QTest::addColumn<QString>("end");
-        QTest::addColumn<bool>("expectGrid");
-        QTest::addColumn<bool>("expectAnalysis");
-        const QByteArray pcm = clickPcm(90, 22050 * 6);
-        QTest::newRow("exit 0") << pcm << QStringLiteral("exit 0") << true << true;
-        QTest::newRow("an odd last byte") << pcm + 'x' << QStringLiteral("exit 0") << true << true;
-        QTest::newRow("stopped at the time-out") << pcm << QStringLiteral("exit 15") << false << false;
-        QTest::newRow("killed") << pcm << QStringLiteral("kill -9 $$") << false << false;
-        QTest::newRow("no output") << QByteArray() << QStringLiteral("exit 0") << false << false;
-        // An analysis needs more than 5 s; a grid only what the envelope needs.
-        QTest::newRow("5 s exactly") << pcm.left(110250 * 2) << QStringLiteral("exit 0") << true << false;
-        QTest::newRow("one sample more") << pcm.left(110251 * 2) << QStringLiteral("exit 0") << true << true;
-    }
-
+    // The decoder's command line, and what happens with what it prints: a grid needs only what the
+    // envelope needs, an analysis more than 5 s.
     void decoderRuns() {
-        QFETCH(QByteArray, pcm);
-        QFETCH(QString, end);
-        QFETCH(bool, expectGrid);
-        QFETCH(bool, expectAnalysis);
-        const QString stub = decoder(QStringLiteral("fake-ffmpeg"), pcm, end);
+        const QByteArray pcm = clickPcm(90, 22050 * 6);
         const QString input = media(QStringLiteral("song.m4a"));
-
-        const std::optional<BeatGrid> grid = vtest::await(PracticeMode::beatGrid(QUrl::fromLocalFile(input), stub));
-        QCOMPARE(grid.has_value(), expectGrid);
-        QVERIFY2(!grid || std::abs(grid->bpm - 90) <= 1.0, qPrintable(QString::number(grid.value_or(BeatGrid{}).bpm)));
-        const Analysis analysis = vtest::await(PracticeMode::analyze(QUrl::fromLocalFile(input), stub));
-        QVERIFY2(analysis.bpm.has_value() == expectAnalysis && (!analysis.bpm || std::abs(*analysis.bpm - 90) <= 1.0),
-                 qPrintable(describe(analysis)));
-        QStringList decode{QStringLiteral("-nostdin"), QStringLiteral("-i"), input, QStringLiteral("-ac"), QStringLiteral("1"), QStringLiteral("-ar"),
-                           QStringLiteral("22050"), QStringLiteral("-t"), QStringLiteral("90"), QStringLiteral("-f"), QStringLiteral("s16le"), QStringLiteral("pipe:1")};
-        QStringList both = decode;
-        decode[8] = QStringLiteral("120");
-        QCOMPARE(TestEnv::standInArgs(QStringLiteral("fake-ffmpeg")), both + decode);
+        // printed, how it ends, a grid, an analysis
+        const std::tuple<QByteArray, const char *, bool, bool> rows[] = {
+            {pcm, "exit 0", true, true},         {pcm + 'x', "exit 0", true, true}, // an odd last byte
+            {pcm, "exit 15", false, false},      {pcm, "kill -9 $$", false, false}, // stopped at the time-out, killed
+            {QByteArray(), "exit 0", false, false}, {pcm.left(110250 * 2), "exit 0", true, false}, {pcm.left(110251 * 2), "exit 0", true, true}};
+        for (const auto &[printed, end, expectGrid, expectAnalysis] : rows) {
+            const QString stub = decoder(QStringLiteral("fake-ffmpeg"), printed, QString::fromLatin1(end));
+            const std::optional<BeatGrid> grid = vtest::await(PracticeMode::beatGrid(QUrl::fromLocalFile(input), stub));
+            const Analysis analysis = vtest::await(PracticeMode::analyze(QUrl::fromLocalFile(input), stub));
+            QVERIFY2(grid.has_value() == expectGrid && (!grid || std::abs(grid->bpm - 90) <= 1.0) && analysis.bpm.has_value() == expectAnalysis &&
+                         (!analysis.bpm || std::abs(*analysis.bpm - 90) <= 1.0),
+                     qPrintable(QStringLiteral("%1 bytes, %2: grid %3, %4").arg(printed.size()).arg(QLatin1String(end)).arg(grid.value_or(BeatGrid{}).bpm).arg(describe(analysis))));
+            QStringList decode{QStringLiteral("-nostdin"), QStringLiteral("-i"), input, QStringLiteral("-ac"), QStringLiteral("1"), QStringLiteral("-ar"),
+                               QStringLiteral("22050"), QStringLiteral("-t"), QStringLiteral("90"), QStringLiteral("-f"), QStringLiteral("s16le"), QStringLiteral("pipe:1")};
+            const QStringList gridDecode = decode; // the grid reads 90 s, the analysis 120
+            decode[8] = QStringLiteral("120");
+            QCOMPARE(TestEnv::standInArgs(QStringLiteral("fake-ffmpeg")), gridDecode + decode);
+        }
     }
 };
 

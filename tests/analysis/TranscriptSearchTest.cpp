@@ -46,41 +46,32 @@ class TranscriptSearchTest : public QObject {
 
 private Q_SLOTS:
     void srtTimestamps() {
-        QCOMPARE(TranscriptSearch::seconds(QStringLiteral("01:02:05,250")), std::optional<double>(3725.25));
-        QCOMPARE(TranscriptSearch::seconds(QStringLiteral("01:02")), std::nullopt);
-        QCOMPARE(TranscriptSearch::seconds(QStringLiteral("00::01:02")), std::optional<double>(62.0));   // empty pieces dropped
-        QCOMPARE(TranscriptSearch::seconds(QStringLiteral("00:xx:01:02")), std::optional<double>(62.0)); // so are unreadable ones
+        // Empty and unreadable pieces are dropped; fewer than three is no time (-1).
+        for (const auto &[stamp, seconds] : {std::pair{"01:02:05,250", 3725.25}, {"01:02", -1.0}, {"00::01:02", 62.0}, {"00:xx:01:02", 62.0}})
+            QCOMPARE(TranscriptSearch::seconds(QString::fromLatin1(stamp)).value_or(-1), seconds);
     }
 
-    void cuesAreParsedAndMatched_data() {
-        QTest::addColumn<QByteArray>("content");
-        QTest::addColumn<QString>("query");
-        QTest::addColumn<QStringList>("expected");
+    void cuesAreParsedAndMatched() {
         const QByteArray two = cue(1, 1, 4, QStringLiteral("Let's talk about\nchord voicing")) + cue(2, 5, 7, QStringLiteral("and rhythm")) +
                                cue(3, 3725.25, 3726, QStringLiteral("more Chord shapes"));
         const QStringList both{QStringLiteral("Talk@1-4 Let's talk about chord voicing"), QStringLiteral("Talk@3725.25-3726 more Chord shapes")};
-        QTest::newRow("case ignored, lines joined") << two << QStringLiteral("Chord") << both;
-        QTest::newRow("CRLF line ends") << QByteArray(two).replace("\n", "\r\n") << QStringLiteral("chord") << both;
-        QTest::newRow("malformed cues skipped")
-            << QByteArray("1\nchord without a time line\n\n2\n00:00:02,000 --> \nchord\n\n3\n00:00:xx --> 00:00:04,000\nchord\n\n"
-                          "chord alone\n\n4\n00:00:01 --> 00:00:02 --> 00:00:03\nchord\n\n") + cue(5, 9, 10, QStringLiteral("  the good chord  "))
-            << QStringLiteral("chord") << QStringList{QStringLiteral("Talk@9-10 the good chord")};
-        // Case folding maps this non-ASCII letter onto an ASCII one.
-        QTest::newRow("Kelvin sign matches k") << cue(1, 2, 3, QStringLiteral("20 \u212Aelvin")) << QStringLiteral("kelvin")
-                                               << QStringList{QStringLiteral("Talk@2-3 20 \u212Aelvin")};
-        QTest::newRow("binary garbage") << QByteArray("\xff\xfe\x00\x01chord\x80\x81\n\n\xc3\x28", 14) << QStringLiteral("chord") << QStringList{};
-    }
-    void cuesAreParsedAndMatched() {
-        QFETCH(QByteArray, content);
-        QFETCH(QString, query);
-        QFETCH(QStringList, expected);
+        const std::tuple<QByteArray, QString, QStringList> rows[] = {
+            {two, QStringLiteral("Chord"), both}, // case ignored, lines joined
+            {QByteArray(two).replace("\n", "\r\n"), QStringLiteral("chord"), both},
+            {QByteArray("1\nchord without a time line\n\n2\n00:00:02,000 --> \nchord\n\n3\n00:00:xx --> 00:00:04,000\nchord\n\n"
+                        "chord alone\n\n4\n00:00:01 --> 00:00:02 --> 00:00:03\nchord\n\n") + cue(5, 9, 10, QStringLiteral("  the good chord  ")),
+             QStringLiteral("chord"), {QStringLiteral("Talk@9-10 the good chord")}}, // malformed cues skipped
+            // Case folding maps the Kelvin sign onto an ASCII k.
+            {cue(1, 2, 3, QStringLiteral("20 \u212Aelvin")), QStringLiteral("kelvin"), {QStringLiteral("Talk@2-3 20 \u212Aelvin")}},
+            {QByteArray("\xff\xfe\x00\x01chord\x80\x81\n\n\xc3\x28", 14), QStringLiteral("chord"), {}}};
         QTemporaryDir dir;
         const QString srt = dir.filePath(QStringLiteral("Talk.srt"));
-        QVERIFY(TestEnv::writeFile(srt, content));
-        const QList<Hit> hits = TranscriptSearch::matches(query, srt);
-        QCOMPARE(described(hits), expected);
-        for (const Hit &hit : hits)
-            QVERIFY(hit.srtFile == srt && !hit.videoFile);
+        for (const auto &[content, query, expected] : rows) {
+            QVERIFY(TestEnv::writeFile(srt, content));
+            const QList<Hit> hits = TranscriptSearch::matches(query, srt);
+            QCOMPARE(described(hits), expected);
+            QVERIFY(std::all_of(hits.begin(), hits.end(), [&](const Hit &hit) { return hit.srtFile == srt && !hit.videoFile; }));
+        }
     }
 
     void siblingMedia() {
@@ -124,32 +115,25 @@ private Q_SLOTS:
         QCOMPARE(TranscriptSearch::search(QStringLiteral("needle"), dir.path()).size(), 164);
     }
 
-    void clipNames() {
+    void clipNamesAndWindows() {
         Hit hit;
         hit.videoName = QStringLiteral("Guitar Talk");
-        const std::tuple<QString, double, QString> rows[] = {
+        const std::tuple<QString, double, QString> names[] = {
             {QStringLiteral("AC/DC: live"), 5.9, QStringLiteral("Guitar Talk — “AC-DC- live” @ 0m05s.mp4")},
             {QStringLiteral("late"), 3725.0, QStringLiteral("Guitar Talk — “late” @ 1m02m05s.mp4")},
             // Cut at 32 characters, never inside a surrogate pair.
             {QStringLiteral("0123456789012345678901234567890🎸🎸"), 0.0, QStringLiteral("Guitar Talk — “0123456789012345678901234567890🎸” @ 0m00s.mp4")}};
-        for (const auto &[text, start, expected] : rows) {
-            hit.text = text;
-            hit.start = start;
+        for (const auto &[text, start, expected] : names) {
+            std::tie(hit.text, hit.start) = std::tie(text, start);
             QCOMPARE(TranscriptSearch::clipFileName(hit), expected);
         }
-    }
-
-    void clipWindow() {
         // cue start, cue end → clip start, clip length: 0.8 s lead-in (not before 0), 2 s after the
         // cue, 2 s at least and 15 s at most.
-        const double rows[][4] = {{3.0, 4.5, 2.2, 3.5}, {0.5, 1.5, 0.0, 3.0}, {30.0, 50.0, 29.2, 15.0}, {4.0, 3.0, 3.2, 2.0}};
-        for (const auto &row : rows) {
-            Hit hit;
-            hit.start = row[0];
-            hit.end = row[1];
+        for (const auto &[start, end, clipStart, length] : {std::tuple{3.0, 4.5, 2.2, 3.5}, {0.5, 1.5, 0.0, 3.0}, {30.0, 50.0, 29.2, 15.0}, {4.0, 3.0, 3.2, 2.0}}) {
+            std::tie(hit.start, hit.end) = std::tie(start, end);
             const TranscriptSearch::ClipWindow window = TranscriptSearch::clipWindow(hit);
-            QVERIFY2(qFuzzyCompare(window.start + 1, row[2] + 1) && qFuzzyCompare(window.length, row[3]),
-                     qPrintable(QStringLiteral("%1 → %2 + %3").arg(row[0]).arg(window.start).arg(window.length)));
+            QVERIFY2(qFuzzyCompare(window.start + 1, clipStart + 1) && qFuzzyCompare(window.length, length),
+                     qPrintable(QStringLiteral("%1 → %2 + %3").arg(start).arg(window.start).arg(window.length)));
         }
     }
 
@@ -172,7 +156,6 @@ private Q_SLOTS:
         // No media beside the subtitles, or media that is not media: no clip, nothing claimed.
         Hit broken;
         broken.videoName = QStringLiteral("Gone");
-        broken.text = QStringLiteral("hello");
         QCOMPARE(vtest::await(TranscriptSearch::exportClip(broken)), std::nullopt);
         broken.videoFile = dir.filePath(QStringLiteral("Gone.mp4"));
         QVERIFY(TestEnv::writeFile(*broken.videoFile, "not a video at all"));

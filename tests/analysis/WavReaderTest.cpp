@@ -38,35 +38,29 @@ class WavReaderTest : public QObject {
     Q_OBJECT
 
 private Q_SLOTS:
-    void chunkLayouts_data() {
-        QTest::addColumn<QByteArray>("bytes");
-        QTest::addColumn<QList<qint16>>("samples"); // {} with present false: no result
-        QTest::addColumn<bool>("present");
-        const QList<qint16> extremes{0, 1, -1, 16384, 32767, -32768};
-        QTest::newRow("fmt then data") << riff(chunk("data", pcm(extremes))) << extremes << true;
-        QTest::newRow("odd LIST chunk padded") << riff(chunk("LIST", "INFOx") + chunk("data", pcm({100, -200}))) << QList<qint16>{100, -200} << true;
-        QTest::newRow("data size past the end is clipped") << riff(chunk("data", pcm({5, 6, 7}), 100000)) << QList<qint16>{5, 6, 7} << true;
-        QTest::newRow("trailing odd byte ignored") << riff(chunk("data", pcm({5, 6}) + 'x', -1, false)) << QList<qint16>{5, 6} << true;
-        QTest::newRow("44 bytes: empty data") << riff(chunk("data", {})) << QList<qint16>{} << false;
-        QTest::newRow("45 bytes: one odd data byte") << riff(chunk("data", "x", -1, false)) << QList<qint16>{} << true;
-        QTest::newRow("chunk size far past the end") << riff(chunk("LIST", "abcd", 0xFFFFFFF0u) + chunk("data", pcm({1, 2}))) << QList<qint16>{} << false;
-        QTest::newRow("largest chunk size does not wrap") << riff(chunk("LIST", "ab", 0xFFFFFFFFu) + chunk("data", pcm({1, 2}))) << QList<qint16>{} << false;
-        QTest::newRow("zero-length file") << QByteArray() << QList<qint16>{} << false;
-        QTest::newRow("text, not a WAV") << QByteArray("just some words, nothing like a RIFF header at all, really") << QList<qint16>{} << false;
-    }
-
     void chunkLayouts() {
-        QFETCH(QByteArray, bytes);
-        QFETCH(QList<qint16>, samples);
-        QFETCH(bool, present);
+        const QList<qint16> extremes{0, 1, -1, 16384, 32767, -32768}, none;
+        // bytes, samples (none with present false: no result), present
+        const std::tuple<QByteArray, QList<qint16>, bool> rows[] = {
+            {riff(chunk("data", pcm(extremes))), extremes, true},
+            {riff(chunk("LIST", "INFOx") + chunk("data", pcm({100, -200}))), {100, -200}, true}, // an odd chunk is padded
+            {riff(chunk("data", pcm({5, 6, 7}), 100000)), {5, 6, 7}, true},                     // a data size past the end is clipped
+            {riff(chunk("data", pcm({5, 6}) + 'x', -1, false)), {5, 6}, true},                  // a trailing odd byte is ignored
+            {riff(chunk("data", {})), none, false},                                              // 44 bytes: empty data
+            {riff(chunk("data", "x", -1, false)), none, true},                                   // 45 bytes: one odd data byte
+            {riff(chunk("LIST", "abcd", 0xFFFFFFF0u) + chunk("data", pcm({1, 2}))), none, false}, // a chunk size far past the end
+            {riff(chunk("LIST", "ab", 0xFFFFFFFFu) + chunk("data", pcm({1, 2}))), none, false},   // the largest chunk size does not wrap
+            {QByteArray(), none, false},
+            {QByteArray("just some words, nothing like a RIFF header at all, really"), none, false}};
         const QString path = TestEnv::root() + QStringLiteral("/wav/case.wav");
-        QVERIFY(TestEnv::writeFile(path, bytes));
-        const auto read = PracticeMode::readMonoWav16(path);
-        QCOMPARE(read.has_value(), present);
-        QList<float> expected;
-        for (qint16 v : samples)
-            expected << float(v) / 32768.0f;
-        QCOMPARE(read ? QList<float>(read->begin(), read->end()) : QList<float>(), expected);
+        for (const auto &[bytes, samples, present] : rows) {
+            QVERIFY(TestEnv::writeFile(path, bytes));
+            const auto read = PracticeMode::readMonoWav16(path);
+            QList<float> expected;
+            for (qint16 v : samples)
+                expected << float(v) / 32768.0f;
+            QVERIFY2(read.has_value() == present && (read ? QList<float>(read->begin(), read->end()) : QList<float>()) == expected, bytes.left(60).toHex().constData());
+        }
         QVERIFY(!PracticeMode::readMonoWav16(TestEnv::root())); // a folder
     }
 };

@@ -103,13 +103,9 @@ private Q_SLOTS:
         QByteArray binary(4096, '\0');
         for (int i = 0; i < binary.size(); ++i)
             binary[i] = char((i * 131 + 7) % 256);
-        const QByteArray contents[] = {QByteArray(), binary, QByteArrayLiteral("A perfectly fine sentence.\0 And more text here."),
-                                       QByteArrayLiteral("Hi. Okay. Yes. Sure thing.")};
-        const QString transcript = dir.filePath(QStringLiteral("Talk.txt"));
-        for (const QByteArray &content : contents) {
-            QVERIFY(TestEnv::writeFile(transcript, content));
-            QCOMPARE(Summarizer::writeSummary(transcript, QStringLiteral("Talk")), std::nullopt);
-        }
+        // Empty, binary, a NUL inside text, and sentences too short to keep.
+        for (const QByteArray &content : {QByteArray(), binary, QByteArrayLiteral("A perfectly fine sentence.\0 And more text here."), QByteArrayLiteral("Hi. Okay. Yes. Sure thing.")})
+            QVERIFY(TestEnv::writeFile(dir.filePath(QStringLiteral("Talk.txt")), content) && !Summarizer::writeSummary(dir.filePath(QStringLiteral("Talk.txt")), QStringLiteral("Talk")));
         QDir(dir.path()).mkdir(QStringLiteral("folder.txt"));
         for (const QString &odd : {dir.filePath(QStringLiteral("absent.txt")), dir.filePath(QStringLiteral("folder.txt")), QString()})
             QCOMPARE(Summarizer::writeSummary(odd, QStringLiteral("x")), std::nullopt);

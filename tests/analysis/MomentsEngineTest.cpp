@@ -1,7 +1,7 @@
 #include "Await.h"
-#include "MomentsMedia.h"
 #include "TestEnv.h"
 #include "TestMain.h"
+#include "analysis_music.h"
 
 #include "analysis/MomentsEngine.h"
 #include "core/AppSettings.h"
@@ -203,7 +203,7 @@ private Q_SLOTS:
                                                                           cache.path(), TestEnv::ffmpeg()));
         QCOMPARE(thumbs, (QList<std::optional<QString>>{cache.filePath(QStringLiteral("m0.jpg")), std::nullopt,
                                                          cache.filePath(QStringLiteral("m2.jpg")), cache.filePath(QStringLiteral("m3.jpg"))}));
-        QCOMPARE(MomentsMedia::frameSize(*thumbs[2]), QStringLiteral("480x270"));
+        QCOMPARE(AnalysisMusic::frameSize(*thumbs[2]), QStringLiteral("480x270"));
         QVERIFY(MomentsEngine::dHash(*thumbs[0]) != MomentsEngine::dHash(*thumbs[2]));
         // Likewise a still past the end has nothing to save.
         QVERIFY(!vtest::await(MomentsEngine::exportStill(m_cuts, 60.0, media(QStringLiteral("late.png")))));

@@ -1,6 +1,6 @@
-#include "MomentsMedia.h"
 #include "TestEnv.h"
 #include "TestMain.h"
+#include "analysis_music.h"
 
 #include "analysis/MomentsExport.h"
 
@@ -54,7 +54,7 @@ class MomentsExportTest : public QObject {
     Q_OBJECT
     QTemporaryDir m_dir;
 
-    QString video(const QString &name) { return MomentsMedia::copyOfRamp(m_dir.filePath(name)); }
+    QString video(const QString &name) { return AnalysisMusic::copyOfRamp(m_dir.filePath(name)); }
 
 private Q_SLOTS:
     void verticalClipsGifsAndStills() {
@@ -69,10 +69,10 @@ private Q_SLOTS:
                 expected << QStringLiteral("Band Live — Moment %1 (Reels 9x16).%2").arg(QLatin1String(n), QLatin1String(ext));
         QCOMPARE(QDir(folder).entryList(QDir::Files, QDir::Name), expected);
         const QString stem = folder + QStringLiteral("/Band Live — Moment 02 (Reels 9x16).");
-        QVERIFY(std::abs(MomentsMedia::duration(stem + QStringLiteral("mp4")) - 2.0) < 0.1);
-        QCOMPARE(MomentsMedia::frameSize(stem + QStringLiteral("mp4")), QStringLiteral("202x360"));
-        QCOMPARE(MomentsMedia::frameSize(stem + QStringLiteral("png")), QStringLiteral("640x360")); // stills keep the frame
-        QCOMPARE(MomentsMedia::probe(stem + QStringLiteral("gif"), QStringLiteral("stream=r_frame_rate,nb_read_frames,width"), QStringLiteral("v:0")),
+        QVERIFY(std::abs(AnalysisMusic::duration(stem + QStringLiteral("mp4")) - 2.0) < 0.1);
+        QCOMPARE(AnalysisMusic::frameSize(stem + QStringLiteral("mp4")), QStringLiteral("202x360"));
+        QCOMPARE(AnalysisMusic::frameSize(stem + QStringLiteral("png")), QStringLiteral("640x360")); // stills keep the frame
+        QCOMPARE(AnalysisMusic::probe(stem + QStringLiteral("gif"), QStringLiteral("stream=r_frame_rate,nb_read_frames,width"), QStringLiteral("v:0")),
                  QStringLiteral("480\n12/1\n24"));
         QVERIFY(!QFileInfo::exists(source)); // clips were made, so the full video goes
         QVERIFY(TestEnv::filesContaining(TestEnv::root(), QStringLiteral("vorlix-")).isEmpty());
@@ -82,7 +82,7 @@ private Q_SLOTS:
     void keepingTheVideo() {
         const QString square = video(QStringLiteral("Square.mp4"));
         QCOMPARE(runExport(choicesFor(square, {1.0}, 1.5, Aspect::square, false), true, false, false).value(0), QStringLiteral("Saved 1 file to Square — Moments"));
-        QCOMPARE(MomentsMedia::frameSize(m_dir.filePath(QStringLiteral("Square — Moments/Square — Moment 01 (Square 1x1).mp4"))), QStringLiteral("360x360"));
+        QCOMPARE(AnalysisMusic::frameSize(m_dir.filePath(QStringLiteral("Square — Moments/Square — Moment 01 (Square 1x1).mp4"))), QStringLiteral("360x360"));
         const QString stills = video(QStringLiteral("Stills.mp4"));
         QCOMPARE(runExport(choicesFor(stills, {0.5, 2.5}, 2.0, Aspect::original, true), false, true, false).value(0), QStringLiteral("Saved 2 files to Stills — Moments"));
         QVERIFY(QFileInfo::exists(square) && QFileInfo::exists(stills));
@@ -99,10 +99,10 @@ private Q_SLOTS:
         const auto choices = choicesFor(source, {2.6}, 2.0, Aspect::original, false, PracticeMode::BeatGrid{40.0, 0.5});
         QCOMPARE(runExport(choices, true, true, false).value(0), QStringLiteral("Saved 2 files to Beat — Moments"));
         const QString stem = m_dir.filePath(QStringLiteral("Beat — Moments/Beat — Moment 01."));
-        QVERIFY(std::abs(MomentsMedia::duration(stem + QStringLiteral("mp4")) - 1.5) < 0.08);
-        const double clipStart = MomentsMedia::brightness(stem + QStringLiteral("mp4"));
-        const double still = MomentsMedia::brightness(stem + QStringLiteral("png"));
-        QVERIFY2(std::abs(clipStart - MomentsMedia::brightness(source, 2.0)) < 3.0 && std::abs(still - MomentsMedia::brightness(source, 2.6)) < 3.0 &&
+        QVERIFY(std::abs(AnalysisMusic::duration(stem + QStringLiteral("mp4")) - 1.5) < 0.08);
+        const double clipStart = AnalysisMusic::brightness(stem + QStringLiteral("mp4"));
+        const double still = AnalysisMusic::brightness(stem + QStringLiteral("png"));
+        QVERIFY2(std::abs(clipStart - AnalysisMusic::brightness(source, 2.0)) < 3.0 && std::abs(still - AnalysisMusic::brightness(source, 2.6)) < 3.0 &&
                      still - clipStart > 10.0,
                  qPrintable(QStringLiteral("%1 %2").arg(clipStart).arg(still)));
     }

@@ -1,7 +1,7 @@
 #include "Await.h"
-#include "MomentsMedia.h"
 #include "TestEnv.h"
 #include "TestMain.h"
+#include "analysis_music.h"
 
 #include "analysis/TranscriptSearch.h"
 
@@ -139,7 +139,7 @@ private Q_SLOTS:
 
     void clipExport() {
         QTemporaryDir dir;
-        const QString media = MomentsMedia::copyOfRamp(dir.filePath(QStringLiteral("Guitar Talk [abcd1234].mp4")));
+        const QString media = AnalysisMusic::copyOfRamp(dir.filePath(QStringLiteral("Guitar Talk [abcd1234].mp4")));
         const QString srt = dir.filePath(QStringLiteral("Guitar Talk [abcd1234].srt"));
         QVERIFY(!media.isEmpty() && TestEnv::writeFile(srt, cue(1, 3.0, 3.5, QStringLiteral("chord: voicing"))));
         const QList<Hit> hits = TranscriptSearch::matches(QStringLiteral("chord"), srt);
@@ -147,10 +147,10 @@ private Q_SLOTS:
 
         const auto clip = vtest::await(TranscriptSearch::exportClip(hits[0]));
         QCOMPARE(clip, dir.filePath(QStringLiteral("Guitar Talk — Quotes/Guitar Talk — “chord- voicing” @ 0m03s.mp4")));
-        QVERIFY2(std::abs(MomentsMedia::duration(*clip) - 2.5) < 0.1, qPrintable(QString::number(MomentsMedia::duration(*clip))));
+        QVERIFY2(std::abs(AnalysisMusic::duration(*clip) - 2.5) < 0.1, qPrintable(QString::number(AnalysisMusic::duration(*clip))));
         // The picture brightens with time: the clip opens on the frame 0.8 s before the cue.
-        const double opening = MomentsMedia::brightness(*clip);
-        QVERIFY2(std::abs(opening - MomentsMedia::brightness(media, 2.2)) < 3.0, qPrintable(QString::number(opening)));
+        const double opening = AnalysisMusic::brightness(*clip);
+        QVERIFY2(std::abs(opening - AnalysisMusic::brightness(media, 2.2)) < 3.0, qPrintable(QString::number(opening)));
         QVERIFY(TestEnv::filesContaining(TestEnv::root(), QStringLiteral("vorlix-")).isEmpty());
 
         // No media beside the subtitles, or media that is not media: no clip, nothing claimed.

@@ -18,10 +18,8 @@ namespace {
 MomentsExport::Choices choicesFor(const QString &video, const QList<double> &times, double length, Aspect aspect, bool deleteAfter,
                                   std::optional<PracticeMode::BeatGrid> grid = std::nullopt) {
     MomentsExport::Choices c{video, {}, length, aspect, deleteAfter, grid};
-    for (double t : times) {
-        c.moments.append(Moment());
-        c.moments.last().time = t;
-    }
+    for (double t : times)
+        c.moments.append(Moment{QUuid(), t, 0, {}});
     return c;
 }
 
@@ -32,9 +30,7 @@ QStringList runExport(MomentsExport::Choices choices, bool clips, bool stills, b
     QSignalSpy statuses(&run, &MomentsExport::statusTextChanged);
     run.start(clips, stills, gifs);
     run.start(clips, stills, gifs); // a second press while running is ignored
-    if (!finished.wait(240000) || run.isExporting())
-        return {};
-    QStringList out{finished.size() == 1 ? finished.first().at(0).toString() : QString()};
+    QStringList out{finished.wait(240000) && !run.isExporting() && finished.size() == 1 ? finished.first().at(0).toString() : QString()};
     for (const auto &args : statuses)
         out << args.at(0).toString();
     return out;

@@ -75,22 +75,16 @@ private Q_SLOTS:
         QVERIFY(TestEnv::filesContaining(TestEnv::root(), QStringLiteral("vorlix-")).isEmpty());
     }
 
-    void unusableInputsYieldNothing_data() {
-        QTest::addColumn<QUrl>("file");
-        QTest::addColumn<QString>("tool");
-        const QString ffmpeg = TestEnv::ffmpeg();
-        QTest::newRow("no ffmpeg") << mediaUrl(QStringLiteral("song.m4a")) << QString();
-        QTest::newRow("ffmpeg cannot start") << mediaUrl(QStringLiteral("song.m4a")) << TestEnv::root() + QStringLiteral("/nowhere/ffmpeg");
-        QTest::newRow("text with an audio name") << mediaUrl(QStringLiteral("notes.m4a")) << ffmpeg;
-        QTest::newRow("not a local file") << QUrl(QStringLiteral("https://example.com/song.mp3")) << ffmpeg;
-        QTest::newRow("silence") << mediaUrl(QStringLiteral("song.m4a")) << decoder(QStringLiteral("silent-ffmpeg"), QByteArray(441000, '\0'));
-    }
-
     void unusableInputsYieldNothing() {
-        QFETCH(QUrl, file);
-        QFETCH(QString, tool);
-        QCOMPARE(vtest::await(PracticeMode::analyze(file, tool)), Analysis{});
-        QVERIFY(!vtest::await(PracticeMode::beatGrid(file, tool)));
+        const QUrl song = mediaUrl(QStringLiteral("song.m4a"));
+        // no ffmpeg, one that cannot start, text with an audio name, not a local file, silence
+        const std::pair<QUrl, QString> rows[] = {{song, QString()}, {song, TestEnv::root() + QStringLiteral("/nowhere/ffmpeg")},
+                                                 {mediaUrl(QStringLiteral("notes.m4a")), TestEnv::ffmpeg()}, {QUrl(QStringLiteral("https://example.com/song.mp3")), TestEnv::ffmpeg()},
+                                                 {song, decoder(QStringLiteral("silent-ffmpeg"), QByteArray(441000, '\0'))}};
+        for (const auto &[file, tool] : rows) {
+            QCOMPARE(vtest::await(PracticeMode::analyze(file, tool)), Analysis{});
+            QVERIFY(!vtest::await(PracticeMode::beatGrid(file, tool)));
+        }
     }
 
     // The decoder's command line, and what happens with what it prints: a grid needs only what the

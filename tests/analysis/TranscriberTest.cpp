@@ -140,7 +140,6 @@ private Q_SLOTS:
         }
         Fixture f = make(server ? QStringLiteral("http://127.0.0.1:%1%2").arg(server->serverPort()).arg(repository) : m_site->url(repository), QStringLiteral("/bin/true"));
         QSignalSpy downloading(f.transcriber.get(), &Transcriber::isDownloadingModelChanged);
-
         // Two downloads at once share the flag.
         QCoro::Task<> first = f.transcriber->ensureModel();
         QCoro::Task<> second = f.transcriber->ensureModel();
@@ -168,7 +167,6 @@ private Q_SLOTS:
         const QString media = f.media(QStringLiteral("Talk.m4a"), m_speech);
         QVERIFY(TestEnv::writeFile(f.dir->filePath(QStringLiteral("Talk.srt")), "stale subtitles"));
         const int before = modelRequests();
-
         QCOMPARE(vtest::await(f.transcriber->transcribe(media)), f.dir->filePath(QStringLiteral("Talk.srt")));
         QCOMPARE(modelRequests(), before + 1);
         // A random-weights model recognizes nothing useful; the files and their shape are what count.
@@ -185,17 +183,15 @@ private Q_SLOTS:
             stubWhisper(QStringLiteral("echo 1 > \"$base.srt\"; echo text > \"$base.txt\""));
             QCOMPARE(vtest::await(f.transcriber->transcribe(media)), f.dir->filePath(base + QStringLiteral(".srt")));
             const QStringList args = whisperArgs();
-            const QRegularExpression wavName(u'^' + QRegularExpression::escape(QDir::tempPath()) +
-                                             QStringLiteral("/vorlix-whisper-[0-9A-F]{8}(-[0-9A-F]{4}){3}-[0-9A-F]{12}\\.wav$"));
-            QVERIFY2(wavName.match(args.value(3)).hasMatch(), qPrintable(args.value(3)));
+            QVERIFY2(QRegularExpression(u'^' + QRegularExpression::escape(QDir::tempPath()) + QStringLiteral("/vorlix-whisper-[0-9A-F]{8}(-[0-9A-F]{4}){3}-[0-9A-F]{12}\\.wav$"))
+                         .match(args.value(3)).hasMatch(), qPrintable(args.value(3)));
             QCOMPARE(args, (QStringList{QStringLiteral("-m"), f.transcriber->modelURL(), QStringLiteral("-f"), args.value(3), QStringLiteral("-osrt"),
                                         QStringLiteral("-otxt"), QStringLiteral("-of"), f.dir->filePath(base)}));
         }
         // The recognizer was handed 16 kHz mono PCM.
         const QByteArray wav = TestEnv::readFile(TestEnv::root() + QStringLiteral("/whisper.wav"));
-        QVERIFY(wav.size() > 44 && wav.startsWith("RIFF") && wav.mid(8, 8) == "WAVEfmt ");
-        QCOMPARE(qFromLittleEndian<quint16>(wav.constData() + 22), quint16(1));
-        QCOMPARE(qFromLittleEndian<quint32>(wav.constData() + 24), quint32(16000));
+        QVERIFY(wav.size() > 44 && wav.startsWith("RIFF") && wav.mid(8, 8) == "WAVEfmt " && qFromLittleEndian<quint16>(wav.constData() + 22) == 1 &&
+                qFromLittleEndian<quint32>(wav.constData() + 24) == 16000);
     }
 
     // What the recognizer said last is the message: at most 200 characters, never half a character.

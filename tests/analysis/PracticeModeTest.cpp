@@ -7,6 +7,7 @@
 
 #include <QDir>
 #include <QTest>
+#include <QtEndian>
 
 #include <cmath>
 #include <numbers>
@@ -14,6 +15,8 @@
 
 using PracticeMode::Analysis;
 using PracticeMode::BeatGrid;
+
+using namespace Qt::StringLiterals;
 
 namespace {
 
@@ -46,6 +49,41 @@ QString decoder(const QString &name, const QByteArray &pcm, const QString &end =
     return TestEnv::standIn(name, QStringLiteral("cat '%1'\n%2").arg(payload, end));
 }
 
+
+QByteArray le32(quint32 v) {
+    QByteArray b(4, '\0');
+    qToLittleEndian(v, b.data());
+    return b;
+}
+
+// A chunk claiming `claimed` bytes (its real size by default), padded to even length unless told not to.
+QByteArray chunk(const char *id, const QByteArray &payload, qint64 claimed = -1, bool pad = true) {
+    QByteArray c = QByteArray(id, 4) + le32(quint32(claimed < 0 ? payload.size() : claimed)) + payload;
+    return pad && payload.size() % 2 ? c + '\0' : c;
+}
+
+QByteArray riff(const QByteArray &chunks) {
+    const QByteArray fmt = QByteArray::fromHex("01000100") + le32(22050) + le32(44100) + QByteArray::fromHex("02001000");
+    return "RIFF" + le32(quint32(4 + chunks.size())) + "WAVE" + chunk("fmt ", fmt) + chunks;
+}
+
+QByteArray le16(const QList<qint16> &values) {
+    QByteArray b;
+    for (qint16 v : values)
+        b.append(char(quint16(v) & 0xff)).append(char(quint16(v) >> 8));
+    return b;
+}
+
+
+QString inFolder(const QString &name) { return TestEnv::root() + QStringLiteral("/renders/") + name; }
+
+// A stand-in ffmpeg that creates its last argument unless told not to, and exits with `status`.
+QString stubFFmpeg(int status, bool writesOutput) {
+    return TestEnv::standIn(u"render-ffmpeg"_s, u"for last; do :; done\n%1\nexit %2"_s.arg(writesOutput ? u"echo rendered > \"$last\""_s : QString()).arg(status));
+}
+
+QString text(const std::optional<QUrl> &url) { return url ? url->toLocalFile() : u"<none>"_s; }
+
 } // namespace
 
 namespace PracticeMode {
@@ -55,9 +93,13 @@ char *toString(const Analysis &a) { return qstrdup(qPrintable(describe(a))); }
 class PracticeModeTest : public QObject {
     Q_OBJECT
 
+    const QString m_source = inFolder(u"Song.m4a"_s);
+
 private Q_SLOTS:
     void initTestCase() {
         QDir().mkpath(media(QString()));
+        QDir().mkpath(inFolder({}));
+        QVERIFY(AnalysisMusic::chordProgression(m_source, 0, false, {6, 44100, 2, 0})); // C major, for the renders
         // A D minor cadence with clicks at 100 BPM from 0.3 s: compressed, stereo, 44.1 kHz, so
         // the decoder has real work to do.
         QVERIFY(AnalysisMusic::song(media(QStringLiteral("song.m4a")), 2, true, 100, {8, 44100, 2, 0.3}));
@@ -110,6 +152,84 @@ private Q_SLOTS:
             decode[8] = QStringLiteral("120");
             QCOMPARE(TestEnv::standInArgs(QStringLiteral("fake-ffmpeg")), gridDecode + decode);
         }
+    }
+
+    void chunkLayouts() {
+        const QList<qint16> extremes{0, 1, -1, 16384, 32767, -32768}, none;
+        // bytes, samples (none with present false: no result), present
+        const std::tuple<QByteArray, QList<qint16>, bool> rows[] = {
+            {riff(chunk("data", le16(extremes))), extremes, true},
+            {riff(chunk("LIST", "INFOx") + chunk("data", le16({100, -200}))), {100, -200}, true}, // an odd chunk is padded
+            {riff(chunk("data", le16({5, 6, 7}), 100000)), {5, 6, 7}, true},                     // a data size past the end is clipped
+            {riff(chunk("data", le16({5, 6}) + 'x', -1, false)), {5, 6}, true},                  // a trailing odd byte is ignored
+            {riff(chunk("data", {})), none, false},                                              // 44 bytes: empty data
+            {riff(chunk("data", "x", -1, false)), none, true},                                   // 45 bytes: one odd data byte
+            {riff(chunk("LIST", "abcd", 0xFFFFFFF0u) + chunk("data", le16({1, 2}))), none, false}, // a chunk size far past the end
+            {riff(chunk("LIST", "ab", 0xFFFFFFFFu) + chunk("data", le16({1, 2}))), none, false},   // the largest chunk size does not wrap
+            {QByteArray(), none, false},
+            {QByteArray("just some words, nothing like a RIFF header at all, really"), none, false}};
+        const QString path = TestEnv::root() + QStringLiteral("/wav/case.wav");
+        for (const auto &[bytes, samples, present] : rows) {
+            QVERIFY(TestEnv::writeFile(path, bytes));
+            const auto read = PracticeMode::readMonoWav16(path);
+            QList<float> expected;
+            for (qint16 v : samples)
+                expected << float(v) / 32768.0f;
+            QVERIFY2(read.has_value() == present && (read ? QList<float>(read->begin(), read->end()) : QList<float>()) == expected, bytes.left(60).toHex().constData());
+        }
+        QVERIFY(!PracticeMode::readMonoWav16(TestEnv::root())); // a folder
+    }
+
+    void namesAndFilters() {
+        const auto variant = [](const QString &source, const QString &suffix) { return PracticeMode::variantURL(QUrl::fromLocalFile(source), suffix).toLocalFile(); };
+        QCOMPARE(variant(u"/v/Clip.mp4"_s, u"+2 semitones"_s), u"/v/Clip (+2 semitones).mp4"_s);
+        QCOMPARE(variant(u"/music/Song"_s, u"-1 semitones"_s), u"/music/Song (-1 semitones).mp3"_s); // no extension: mp3
+        QCOMPARE(variant(u"/m/.take"_s, u"90% speed"_s), u"/m/.take (90% speed).mp3"_s);
+        QCOMPARE(PracticeMode::speedSuffix(0.125), u"13% speed"_s); // half a percent rounds up
+        QCOMPARE(PracticeMode::pitchSuffix(1), u"+1 semitones"_s);  // still plural
+        QCOMPARE(PracticeMode::pitchShiftFilter(-1), u"asetrate=44100*0.9438743126816935,aresample=44100,atempo=1.0594630943592953"_s);
+        // The shortest decimal that reads back to the same value.
+        QCOMPARE(PracticeMode::decimalText(120.0), u"120.0"_s);
+        QCOMPARE(PracticeMode::decimalText(0.30000000000000004), u"0.30000000000000004"_s);
+    }
+
+    // Through a stand-in ffmpeg: the exact command lines, and no file claimed unless one was written
+    // by a run that succeeded.
+    void renderRuns() {
+        const QUrl file = QUrl::fromLocalFile(m_source);
+        // a speed change (else a pitch shift), its rate or semitones, exit status, writes its output, the output (none: never run), claimed
+        const std::tuple<bool, double, int, bool, QString, bool> rows[] = {
+            {true, 0.75, 0, true, inFolder(u"Song (75% speed).m4a"_s), true}, {false, -1, 0, true, inFolder(u"Song (-1 semitones).m4a"_s), true},
+            {true, 0.5, 1, true, inFolder(u"Song (50% speed).m4a"_s), false}, {true, 0.0, 0, true, {}, false}, // fails after writing; zero speed
+            {false, -2, 0, false, inFolder(u"Song (-2 semitones).m4a"_s), false}, {false, 0, 0, true, {}, false}}; // exit 0 without output; zero semitones
+        for (const auto &[speed, amount, status, writes, output, claimed] : rows) {
+            const QString stub = stubFFmpeg(status, writes);
+            const auto out = speed ? vtest::await(PracticeMode::renderSpeed(file, amount, stub)) : vtest::await(PracticeMode::renderPitchShift(file, int(amount), stub));
+            QCOMPARE(text(out), claimed ? output : u"<none>"_s);
+            const QString filter = speed ? u"atempo=%1"_s.arg(amount) : PracticeMode::pitchShiftFilter(int(amount));
+            QCOMPARE(TestEnv::standInArgs(u"render-ffmpeg"_s), (output.isEmpty() ? QStringList() : QStringList{u"-y"_s, u"-i"_s, m_source, u"-filter:a"_s, filter, u"-vn"_s, output}));
+            for (const QString &leftover : QDir(inFolder({})).entryList({u"Song (*"_s}))
+                QFile::remove(inFolder(leftover));
+        }
+        for (const QString &missing : QStringList{QString(), TestEnv::root() + u"/nowhere/ffmpeg"_s}) {
+            QCOMPARE(text(vtest::await(PracticeMode::renderSpeed(file, 0.5, missing))), u"<none>"_s);
+            QCOMPARE(text(vtest::await(PracticeMode::renderPitchShift(file, 1, missing))), u"<none>"_s);
+        }
+    }
+
+    // Real renders: slowing down stretches the file, transposing keeps its length and moves its key.
+    void realRenders() {
+        const QUrl file = QUrl::fromLocalFile(m_source);
+        const double length = AnalysisMusic::duration(m_source);
+        const QString slow = inFolder(u"Song (75% speed).m4a"_s);
+        QVERIFY(length > 5.5 && TestEnv::writeFile(slow, "stale")); // an older variant of the same name is replaced
+        QCOMPARE(text(vtest::await(PracticeMode::renderSpeed(file, 0.75))), slow);
+        QVERIFY2(std::abs(AnalysisMusic::duration(slow) / length - 1 / 0.75) < 0.02, qPrintable(QString::number(AnalysisMusic::duration(slow))));
+        const auto up = vtest::await(PracticeMode::renderPitchShift(file, 2));
+        QCOMPARE(text(up), inFolder(u"Song (+2 semitones).m4a"_s));
+        QVERIFY2(std::abs(AnalysisMusic::duration(text(up)) - length) < 0.1, qPrintable(QString::number(AnalysisMusic::duration(text(up)))));
+        QCOMPARE(vtest::await(PracticeMode::analyze(file)).key, u"C"_s);
+        QCOMPARE(vtest::await(PracticeMode::analyze(*up)).key, u"D"_s);
     }
 };
 

@@ -163,8 +163,8 @@ private Q_SLOTS:
     void siblingMedia() {
         QTemporaryDir dir;
         const QString srt = dir.filePath(QStringLiteral("Talk.srt"));
-        QVERIFY(TestEnv::writeFile(srt, cue(1, 1, 2, QStringLiteral("hello"))));
-        QVERIFY(TestEnv::writeFile(dir.filePath(QStringLiteral("Talk.avi")), "x")); // not a media extension of ours
+        // Talk.avi is not a media extension of ours.
+        QVERIFY(TestEnv::writeFile(srt, cue(1, 1, 2, QStringLiteral("hello"))) && TestEnv::writeFile(dir.filePath(QStringLiteral("Talk.avi")), "x"));
         QCOMPARE(TranscriptSearch::siblingMedia(srt), std::nullopt);
         QVERIFY(TestEnv::writeFile(dir.filePath(QStringLiteral("Talk.mp3")), "x") && TestEnv::writeFile(dir.filePath(QStringLiteral("Talk.mkv")), "x"));
         QCOMPARE(TranscriptSearch::siblingMedia(srt), dir.filePath(QStringLiteral("Talk.mkv"))); // video before audio
@@ -304,10 +304,9 @@ private Q_SLOTS:
             QCOMPARE(Summarizer::summaryText(title, {QStringLiteral("Point.")}).section(u'\n', 1, 1), QString(rule, QChar(0x2500)));
 
         QTemporaryDir dir(TestEnv::root() + QStringLiteral("/summary-XXXXXX"));
-        const QString transcript = dir.filePath(QStringLiteral("v1.2 Lesson.final.txt"));
-        QVERIFY(TestEnv::writeFile(transcript, QByteArrayLiteral(" First chosen sentence.\n Second chosen sentence.\n")));
-        const QString output = dir.filePath(QStringLiteral("v1.2 Lesson.final.summary.txt"));
-        QVERIFY(TestEnv::writeFile(output, QByteArrayLiteral("an older summary that must be replaced")));
+        const QString transcript = dir.filePath(QStringLiteral("v1.2 Lesson.final.txt")), output = dir.filePath(QStringLiteral("v1.2 Lesson.final.summary.txt"));
+        QVERIFY(TestEnv::writeFile(transcript, QByteArrayLiteral(" First chosen sentence.\n Second chosen sentence.\n")) &&
+                TestEnv::writeFile(output, QByteArrayLiteral("an older summary that must be replaced")));
         QCOMPARE(Summarizer::writeSummary(transcript, QStringLiteral("Guitar Lesson")), output);
         QCOMPARE(TestEnv::readFile(output), QStringLiteral("SUMMARY — Guitar Lesson\n───────────────────────\n\n"
                                                            "• First chosen sentence.\n\n• Second chosen sentence.\n\n"
@@ -347,9 +346,8 @@ private Q_SLOTS:
 
     void modelLocations() {
         // The shared instance: the application-support models folder and the public repository over HTTPS.
-        Transcriber &shared = Transcriber::shared();
-        QCOMPARE(shared.modelURL(), AppSettings::appSupportDir() + QStringLiteral("/models/ggml-") + AppSettings::shared().whisperModel() + QStringLiteral(".bin"));
-        const QUrl source = shared.modelDownloadURL(QStringLiteral("base"));
+        QCOMPARE(Transcriber::shared().modelURL(), AppSettings::appSupportDir() + QStringLiteral("/models/ggml-") + AppSettings::shared().whisperModel() + QStringLiteral(".bin"));
+        const QUrl source = Transcriber::shared().modelDownloadURL(QStringLiteral("base"));
         QVERIFY2(source.scheme() == QStringLiteral("https") && source.path().endsWith(QStringLiteral("/resolve/main/ggml-base.bin")),
                  qPrintable(source.toString()));
 
@@ -407,9 +405,8 @@ private Q_SLOTS:
     }
 
     void realRecognizerWritesSubtitlesAndText() {
-        const QString whisper = Tools::whisperURL();
-        QVERIFY2(!whisper.isEmpty(), "the packaged whisper-cli is missing");
-        Fixture f = make(repository(), whisper);
+        QVERIFY2(!Tools::whisperURL().isEmpty(), "the packaged whisper-cli is missing");
+        Fixture f = make(repository(), Tools::whisperURL());
         const QString media = f.media(QStringLiteral("Talk.m4a"), m_speech);
         QVERIFY(TestEnv::writeFile(f.dir->filePath(QStringLiteral("Talk.srt")), "stale subtitles"));
         const int before = modelRequests();

@@ -169,6 +169,8 @@ double frameRms(const float *frame) {
     return std::sqrt(sumSquares * (1.0 / onsetFrame));
 }
 
+} // namespace
+
 std::optional<QString> keyOf(const Chroma &total) {
     if (!(std::accumulate(total.begin(), total.end(), 0.0) > 0))
         return std::nullopt;
@@ -192,8 +194,6 @@ std::optional<QString> keyOf(const Chroma &total) {
         return std::nullopt;
     return bestName;
 }
-
-} // namespace
 
 AudioFeatures::AudioFeatures(bool withKey) : m_withKey(withKey) {
     if (withKey)

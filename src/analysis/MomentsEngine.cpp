@@ -437,18 +437,10 @@ QCoro::Task<QList<Moment>> analyze(QString file, ThumbnailCallback onThumbnail, 
     if (!duration || *duration <= shortestVideo)
         co_return {};
 
-    const QStringList scanArgs{QStringLiteral("-i"),
-                               file,
-                               QStringLiteral("-vf"),
-                               QStringLiteral("scale=320:-2,select='gt(scene,0.12)',metadata=print"),
-                               QStringLiteral("-an"),
-                               QStringLiteral("-f"),
-                               QStringLiteral("null"),
-                               QStringLiteral("-")};
     QList<Candidate> scenes;
     try {
         // The exit status is ignored: a scan cut short by its time-out still printed real cuts.
-        const Tools::RunResult scan = co_await Tools::run(ffmpeg, scanArgs, 600, cancellation);
+        const Tools::RunResult scan = co_await Tools::run(ffmpeg, sceneScanArguments(file), 600, cancellation);
         scenes = parseSceneScores(scan.stderrText + u'\n' + scan.stdoutText);
     } catch (const std::exception &) {
         // No scan: the even fill below provides every candidate.
@@ -474,6 +466,12 @@ QCoro::Task<QList<Moment>> analyze(QString file, ThumbnailCallback onThumbnail, 
     QList<Moment> moments = job.selector.finish();
     std::stable_sort(moments.begin(), moments.end(), [](const Moment &a, const Moment &b) { return a.time < b.time; });
     co_return moments;
+}
+
+QStringList sceneScanArguments(const QString &file) {
+    return {QStringLiteral("-i"), file, QStringLiteral("-vf"),
+            QStringLiteral("scale=320:-2,select='gt(scene,0.12)',metadata=print"), QStringLiteral("-an"),
+            QStringLiteral("-f"), QStringLiteral("null"), QStringLiteral("-")};
 }
 
 QStringList clipArguments(const QString &video, double start, double length, Aspect aspect, const QString &output) {

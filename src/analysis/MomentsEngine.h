@@ -53,6 +53,8 @@ QCoro::Task<std::optional<double>> mediaDuration(QString file, QString ffmpeg, T
 // Reads "Duration: hh:mm:ss.ss," out of ffmpeg's banner.
 std::optional<double> parseDuration(const QString &ffmpegOutput);
 
+// The scene scan: prints every cut scoring above 0.12 on a 320-pixel-wide decode.
+QStringList sceneScanArguments(const QString &file);
 // Scene cuts printed by the metadata filter, in order of appearance.
 QList<Candidate> parseSceneScores(const QString &output);
 // The candidate pool: the strongest well-spaced cuts inside the margins, then an even fill, at

@@ -54,6 +54,8 @@ std::optional<QString> estimateKey(const std::vector<float> &samples);
 // [firstFrame, lastFrame) at hop 4096; absent when the DFT cannot be set up.
 using Chroma = std::array<double, 12>;
 std::optional<Chroma> pitchClassPower(const std::vector<float> &samples, size_t firstFrame, size_t lastFrame);
+// The key whose profile correlates best with the chroma, when that correlation is above 0.6.
+std::optional<QString> keyOf(const Chroma &chroma);
 // "C" … "B" with the ♯/♭ signs, plus "m" for minor.
 QString keyName(int pitchClass, bool minor);
 

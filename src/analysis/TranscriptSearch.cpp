@@ -241,17 +241,20 @@ QString clipFileName(const Hit &hit) {
            QStringLiteral("s.mp4");
 }
 
+ClipWindow clipWindow(const Hit &hit) {
+    return {std::max(0.0, hit.start - 0.8), std::min(15.0, std::max(2.0, hit.end - hit.start + 2.0))};
+}
+
 QCoro::Task<std::optional<QString>> exportClip(Hit hit) {
     if (!hit.videoFile)
         co_return std::nullopt;
     const QString folder =
         QFileInfo(*hit.videoFile).absolutePath() + u'/' + hit.videoName + QStringLiteral(" \u2014 Quotes");
     QDir().mkpath(folder);
-    const double start = std::max(0.0, hit.start - 0.8);
-    const double length = std::min(15.0, std::max(2.0, hit.end - hit.start + 2.0));
+    const ClipWindow window = clipWindow(hit);
     const QString output = folder + u'/' + clipFileName(hit);
-    const bool ok =
-        co_await MomentsEngine::exportClip(*hit.videoFile, start, length, MomentsEngine::Aspect::original, output);
+    const bool ok = co_await MomentsEngine::exportClip(*hit.videoFile, window.start, window.length,
+                                                       MomentsEngine::Aspect::original, output);
     co_return ok ? std::optional<QString>(output) : std::nullopt;
 }
 

@@ -37,6 +37,12 @@ std::optional<QString> siblingMedia(const QString &srtFile);
 
 // The clip's file name for a hit, inside its quotes folder.
 QString clipFileName(const Hit &hit);
+// The stretch of media a quote clip covers: a lead-in before the cue, some room after it.
+struct ClipWindow {
+    double start = 0;
+    double length = 0;
+};
+ClipWindow clipWindow(const Hit &hit);
 // Cuts the hit with a little context into "<video> — Quotes" beside the media; the clip's path.
 QCoro::Task<std::optional<QString>> exportClip(Hit hit);
 

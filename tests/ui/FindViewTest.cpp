@@ -1,4 +1,4 @@
-#include "../analysis/MomentsMedia.h"
+#include "analysis_music.h"
 #include "UiHarness.h"
 
 #include "ui/Brand.h"
@@ -21,13 +21,9 @@ QByteArray cue(int index, double start, double end, const QString &text) {
     return (QString::number(index) + u'\n' + stamp(start) + u" --> "_s + stamp(end) + u'\n' + text + u"\n\n"_s).toUtf8();
 }
 
-// A 6-second clip with picture and sound, made once per run and copied where a test needs it.
+// A 6-second clip with picture and sound, made once per run.
 QString sharedClip() {
-    static const QString clip = [] {
-        const QString path = TestEnv::root() + u"/find-media/clip.mp4"_s;
-        QDir().mkpath(QFileInfo(path).absolutePath());
-        return MomentsMedia::videoWithAudio(path, 6, u"160x90"_s) ? path : QString();
-    }();
+    static const QString clip = AnalysisMusic::copyOfRamp(TestEnv::root() + u"/find-media/clip.mp4"_s);
     return clip;
 }
 

@@ -1,4 +1,4 @@
-#include "../analysis/MomentsMedia.h"
+#include "analysis_music.h"
 #include "UiHarness.h"
 #include "engine_media.h"
 
@@ -29,7 +29,7 @@ bool makeCutsVideo(const QString &path) {
         graph += u"[v%1]"_s.arg(v);
     args << u"-filter_complex"_s << graph + u"concat=n=8:v=1:a=0[out]"_s << u"-map"_s << u"[out]"_s << u"-c:v"_s
          << u"libx264"_s << u"-preset"_s << u"ultrafast"_s << path;
-    return MomentsMedia::ffmpeg(args);
+    return TestEnv::runFfmpeg(args);
 }
 
 // `count` moments, one per second, with scores that rise and fall so score and time order differ.
@@ -262,7 +262,7 @@ private Q_SLOTS:
         // The run removes the product ffmpeg was cut short on as soon as it hears of the end.
         const auto allWhole = [&folder] {
             for (const QString &name : QDir(folder).entryList({u"*.mp4"_s}, QDir::Files))
-                if (const auto length = MomentsMedia::duration(folder + u'/' + name); !length || std::abs(*length - 2.5) > 0.3)
+                if (std::abs(AnalysisMusic::duration(folder + u'/' + name) - 2.5) > 0.3)
                     return false;
             return true;
         };

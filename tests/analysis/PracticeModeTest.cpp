@@ -158,10 +158,7 @@ private Q_SLOTS:
             for (const QString &leftover : QDir(inFolder({})).entryList({u"Song (*"_s}))
                 QFile::remove(inFolder(leftover));
         }
-        for (const QString &missing : QStringList{QString(), TestEnv::root() + u"/nowhere/ffmpeg"_s}) {
-            QCOMPARE(text(vtest::await(PracticeMode::renderSpeed(file, 0.5, missing))), u"<none>"_s);
-            QCOMPARE(text(vtest::await(PracticeMode::renderPitchShift(file, 1, missing))), u"<none>"_s);
-        }
+        QCOMPARE(text(vtest::await(PracticeMode::renderPitchShift(file, 1, TestEnv::root() + u"/nowhere/ffmpeg"_s))), u"<none>"_s);
     }
 
     // Real renders: slowing down stretches the file, transposing keeps its length and moves its key.

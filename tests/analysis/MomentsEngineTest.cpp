@@ -9,12 +9,10 @@
 #include "engine/Tools.h"
 
 #include <QFileInfo>
-#include <QRandomGenerator>
 #include <QSignalSpy>
 #include <QTemporaryDir>
 #include <QTest>
 
-#include <bit>
 #include <cmath>
 #include <memory>
 
@@ -118,8 +116,6 @@ private Q_SLOTS:
             {"/x/🎸🎸🎸🎸🎸 abcdefghij.mp4", 12, QStringLiteral("🎸🎸🎸🎸🎸 abcdef")}}; // the space, eleventh UTF-16 unit, is too early to cut at
         for (const auto &[path, max, expected] : names)
             QCOMPARE(MomentsEngine::shortName(QString::fromUtf8(path), max), expected);
-        QCOMPARE(MomentsEngine::parseDuration(QStringLiteral("  Duration: 00:01:00.04, start: 0.0")), std::optional<double>(60.04));
-        QCOMPARE(MomentsEngine::parseDuration(QStringLiteral("  Duration: N/A, bitrate: N/A")), std::nullopt);
     }
 
     void sceneScoreParsing() {
@@ -184,17 +180,6 @@ private Q_SLOTS:
         QList<double> seen;
         QCOMPARE(MomentsEngine::selectDistinct(alike, [&](const Moment &m) { seen.append(m.time); }).size(), 5);
         QCOMPARE(seen, (QList<double>{0.0, 30.0, 50.0, 10.0, 60.0}));
-        // Thirty distinct ones: the first twenty.
-        QList<Fingerprint> distinct;
-        QRandomGenerator rng(7);
-        while (distinct.size() < 30) {
-            const quint64 h = rng.generate64();
-            if (std::all_of(distinct.cbegin(), distinct.cend(), [h](const Fingerprint &o) { return std::popcount(h ^ o.hash) >= 18; }))
-                distinct.append(fingerprint(double(distinct.size()), 1.0, h, signatureOf(0, 0, 0)));
-        }
-        int calls = 0;
-        const QList<Moment> twenty = MomentsEngine::selectDistinct(distinct, [&](const Moment &) { ++calls; });
-        QVERIFY(twenty.size() == 20 && calls == 20 && twenty.last().time == 19.0);
     }
 
     void hashAndSignatureOfPictures() {
@@ -205,8 +190,7 @@ private Q_SLOTS:
         QCOMPARE(MomentsEngine::dHash(red), std::optional<quint64>(0));
         const QByteArray signature = MomentsEngine::colorSignature(red).value_or(QByteArray());
         QCOMPARE(signature.size(), 48); // 16 red pixels
-        for (int i = 0; i < 48; ++i)
-            QVERIFY(i % 3 == 0 ? quint8(signature[i]) > 230 : quint8(signature[i]) < 25);
+        QVERIFY(quint8(signature[45]) > 230 && quint8(signature[46]) < 25 && quint8(signature[47]) < 25);
         QVERIFY(TestEnv::writeFile(media(QStringLiteral("garbage.jpg")), QByteArray(5000, '\xff')));
         for (const QString &path : {media(QStringLiteral("garbage.jpg")), media(QStringLiteral("missing.jpg"))})
             QVERIFY2(!MomentsEngine::dHash(path) && !MomentsEngine::colorSignature(path), qPrintable(path));
@@ -228,20 +212,6 @@ private Q_SLOTS:
         QCOMPARE(cuts, (QStringList{QStringLiteral("2.4"), QStringLiteral("4.8"), QStringLiteral("7.2"), QStringLiteral("9.6")}));
         const QFileInfo cacheDir(QFileInfo(*moments[0].thumbnail).absolutePath());
         QCOMPARE(cacheDir.absolutePath(), AppSettings::appSupportDir() + QStringLiteral("/moments-cache"));
-        QVERIFY(cacheDir.fileName() == cacheDir.fileName().toUpper() && !QUuid::fromString(cacheDir.fileName()).isNull());
-    }
-
-    void thumbnailsLandInTheirSlots() {
-        QTemporaryDir cache;
-        // The second time lies past the end: ffmpeg succeeds but writes nothing.
-        const auto thumbs = vtest::await(MomentsEngine::extractThumbnails({{1.0, 0.5}, {1000.0, 0.4}, {6.0, 0.3}, {13.0, 0.2}}, m_cuts,
-                                                                          cache.path(), TestEnv::ffmpeg()));
-        QCOMPARE(thumbs, (QList<std::optional<QString>>{cache.filePath(QStringLiteral("m0.jpg")), std::nullopt,
-                                                         cache.filePath(QStringLiteral("m2.jpg")), cache.filePath(QStringLiteral("m3.jpg"))}));
-        QCOMPARE(AnalysisMusic::frameSize(*thumbs[2]), QStringLiteral("480x270"));
-        QVERIFY(MomentsEngine::dHash(*thumbs[0]) != MomentsEngine::dHash(*thumbs[2]));
-        // Likewise a still past the end has nothing to save.
-        QVERIFY(!vtest::await(MomentsEngine::exportStill(m_cuts, 60.0, media(QStringLiteral("late.png")))));
     }
 
     // Through a stand-in ffmpeg that reports a duration and fails everything else.
@@ -257,13 +227,10 @@ private Q_SLOTS:
                 expected << MomentsEngine::sceneScanArguments(m_cuts) << QStringLiteral("-ss") << QStringLiteral("0.128");
             QCOMPARE(TestEnv::standInArgs(QStringLiteral("moments-ffmpeg")).mid(0, expected.size()), expected);
         }
-        QVERIFY(TestEnv::writeFile(media(QStringLiteral("text.mp4")), "this is not a video\n"));
-        QVERIFY(vtest::await(MomentsEngine::analyze(media(QStringLiteral("text.mp4")))).isEmpty());
         QVERIFY(vtest::await(MomentsEngine::analyze(m_cuts, {}, QString(), AppSettings::appSupportDir())).isEmpty()); // no ffmpeg
     }
 
     void verticalClipsGifsAndStills() {
-        QCOMPARE(MomentsExport::savedMessage(1, QStringLiteral("/a/Song — Moments")), QStringLiteral("Saved 1 file to Song — Moments"));
         const QString source = video(QStringLiteral("Band Live [abcdefgh].mp4"));
         QCOMPARE(runExport(choicesFor(source, {1.0, 3.5}, 2.0, Aspect::vertical, true), true, true, true),
                  (QStringList{QStringLiteral("Saved 6 files to Band Live — Moments"), QStringLiteral("Saving 1 of 2…"), QStringLiteral("Saving 2 of 2…"), QString()}));

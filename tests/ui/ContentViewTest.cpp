@@ -8,7 +8,6 @@
 #include "ui/Brand.h"
 #include "ui/ContentView.h"
 #include "ui/ItemRow.h"
-#include "ui/MomentsView.h"
 #include "ui/OptionsSheet.h"
 #include "ui/QueueList.h"
 
@@ -16,7 +15,6 @@
 #include <QComboBox>
 #include <QDialog>
 #include <QMimeData>
-#include <QPointer>
 #include <QScrollBar>
 
 using namespace Qt::StringLiterals;
@@ -106,7 +104,6 @@ private Q_SLOTS:
         h.view->linkBar()->setText(u" \t "_s);
         QVERIFY(!download->isEnabled());
         h.view->linkBar()->setText(u"https://a.example/v/1"_s);
-        QVERIFY(download->isEnabled());
         QTest::mouseClick(download, Qt::LeftButton);
         QCOMPARE(h.urls(), QStringList{u"https://a.example/v/1"_s});
     }
@@ -278,42 +275,6 @@ private Q_SLOTS:
             sheet->show();
             QCOMPARE(AccessibleNames::unnamedControls(sheet), QStringList());
         }
-    }
-
-    // The window opens the Moments sheet for a request, one at a time, and lets the item go afterwards.
-    void momentsRequestOpensOneSheetAtATime() {
-        Harness h;
-        h.view->show();
-        const auto finished = [&h](const QString &name) {
-            auto item = DownloadItem::make(u"https://example.com/"_s + name, DownloadMode::bestVideoAudio);
-            item->setFinalFileURL(QUrl::fromLocalFile(h.dir + u'/' + name)); // none there: the analysis ends at once
-            item->setState(ItemState::done());
-            return item;
-        };
-        const DownloadItemPtr a = finished(u"a.mp4"_s), b = finished(u"b.mp4"_s);
-        h.queue->setMomentsRequest(a);
-        QPointer<MomentsView> first = h.view->momentsView();
-        QVERIFY(first && first->isVisible() && first->item() == a);
-        h.queue->setMomentsRequest(b); // a download finishing while the user reviews
-        QCOMPARE(h.view->momentsView(), first.data());
-        first->reject();
-        QTRY_VERIFY(h.view->momentsView() && h.view->momentsView()->item() == b);
-        QCOMPARE(h.queue->momentsRequest(), b);
-        h.view->momentsView()->reject();
-        QTRY_VERIFY(!h.view->momentsView() && !first);
-        QVERIFY(!h.queue->momentsRequest());
-    }
-
-    void detectTempoAndKeyReportsWhatItFound() {
-        Harness h;
-        auto item = DownloadItem::make(u"https://a.example/v/1"_s, DownloadMode::audioOnly);
-        item->setFinalFileURL(QUrl::fromLocalFile(h.dir + u"/song.mp3"_s));
-        item->setState(ItemState::done());
-        h.queue->detectTempoAndKey(item);
-        QTRY_VERIFY(item->state().is(ItemState::Kind::done));
-        QVERIFY(!item->detectedBPM() && !item->detectedKey());
-        QCOMPARE(h.message(), u"no BPM · no key"_s);
-        QCOMPARE(DownloadQueue::tempoAndKeyMessage(119.6, u"A minor"_s), u"120 BPM · A minor"_s);
     }
 };
 

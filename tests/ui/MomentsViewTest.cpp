@@ -6,7 +6,6 @@
 #include "ui/MomentsView.h"
 
 #include <QAbstractButton>
-#include <QCheckBox>
 #include <QCoroTimer>
 #include <QSpinBox>
 #include <QTemporaryDir>
@@ -72,8 +71,8 @@ struct Sheet : ui_test::QueueHarness {
     QStringList opened;
     std::unique_ptr<MomentsView> view;
 
-    Sheet(const QString &video, std::optional<QList<Moment>> fake, int count = 8,
-          MomentsView::Engines engines = MomentsView::Engines::real()) {
+    Sheet(const QString &video, std::optional<QList<Moment>> fake, int count = 8) {
+        MomentsView::Engines engines = MomentsView::Engines::real();
         settings.setMomentsCount(count);
         item->setFinalFileURL(QUrl::fromLocalFile(video));
         item->setState(ItemState::done());
@@ -147,7 +146,6 @@ private Q_SLOTS:
         }
         QCOMPARE(s.child<QLabel>(u"momentsCountLabel"_s)->text(), u"%1 moments"_s.arg(best.size()));
         QCOMPARE(ui_test::accessible(s.exportButton(0)), u"%1 GIFs"_s.arg(best.size()));
-        QCOMPARE(ui_test::accessible(s.exportButton(3)), u"Save Both"_s);
     }
 
     // Clicks toggle cells; the stepper keeps the best and selects them all again; export needs a selection.
@@ -173,49 +171,6 @@ private Q_SLOTS:
         QCOMPARE(s.exportsEnabled(), 4);
         QTest::mouseClick(s.child<QPushButton>(u"selectAll"_s), Qt::LeftButton);
         QCOMPARE(s.view->selection().size(), 5);
-    }
-
-    void strongCutsWearABolt_data() {
-        QTest::addColumn<double>("score");
-        QTest::addColumn<bool>("badge");
-        QTest::newRow("0.30") << 0.30 << false;
-        QTest::newRow("0.31") << 0.31 << true;
-    }
-    void strongCutsWearABolt() {
-        QFETCH(double, score);
-        QFETCH(bool, badge);
-        QList<Moment> all = fakeMoments(5);
-        all[2].score = score;
-        Sheet s(m_cuts, all);
-        QTRY_VERIFY(!s.view->isAnalyzing());
-        auto *bolt = s.cells().at(2)->findChild<QLabel *>(u"strongBadge"_s);
-        QCOMPARE(bolt != nullptr, badge);
-        if (bolt)
-            QCOMPARE(bolt->toolTip(), u"Strong scene change"_s);
-    }
-
-    void cutOnTheBeat_data() {
-        QTest::addColumn<bool>("fakeGrid");
-        QTest::addColumn<QString>("chip");
-        QTest::newRow("grid found") << true << u"128 BPM grid"_s;
-        QTest::newRow("no tempo in the file") << false << QString();
-    }
-    void cutOnTheBeat() {
-        QFETCH(bool, fakeGrid);
-        QFETCH(QString, chip);
-        MomentsView::Engines engines = MomentsView::Engines::real();
-        if (fakeGrid)
-            engines.beatGrid = [](QUrl) -> QCoro::Task<std::optional<PracticeMode::BeatGrid>> {
-                co_return PracticeMode::BeatGrid{128.0, 0.1};
-            };
-        Sheet s(m_cuts, fakeMoments(5), 8, engines);
-        QTRY_VERIFY(!s.view->isAnalyzing());
-        auto *snap = s.child<QCheckBox>(u"snapToBeat"_s);
-        snap->click();
-        QTRY_VERIFY(!s.view->isFindingBeat());
-        QCOMPARE(snap->isChecked(), fakeGrid); // nothing to cut on: the box unticks itself
-        QCOMPARE(s.child<QWidget>(u"beatChip"_s)->isVisible(), fakeGrid);
-        QCOMPARE(ui_test::accessible(s.child<QWidget>(u"beatChip"_s)), chip);
     }
 
     void unreadableVideoSaysSo() {

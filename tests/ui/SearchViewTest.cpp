@@ -26,8 +26,6 @@ void writeEngine() {
         u"for a; do q=$a; done\ncase \"$q\" in\n"_s
         // Waits for the test to have seen the first hit before printing the second.
         u"*stream*) "_s + hit + u"s1 'First' A\n  "_s + waitFor(u"go"_s) + hit + u"s2 'Second' B ;;\n"_s
-        u"*dupes*) "_s + hit + u"a 'Alpha' A; echo 'WARNING: something odd'; printf 'VORLIXSR\\tpartial\\n';"_s
-        u" printf 'VORLIXSR\\tNA\\tNo id\\tC\\t1\\t1\\n'; "_s + hit + u"a 'Alpha again' A; "_s + hit + u"b 'Beta' B ;;\n"_s
         u"*twothenfail*) "_s + hit + u"a 'Alpha' A; "_s + hit + u"b 'Beta' B; echo 'ERROR: HTTP Error 429' >&2; exit 1 ;;\n"_s
         u"*broken*) echo 'ERROR: [youtube:search] Unable to download webpage: HTTP Error 429: Too Many Requests' >&2; exit 1 ;;\n"_s
         u"*slow*) "_s + waitFor(u"late"_s) + hit + u"old 'Old' O ;;\n"_s
@@ -79,8 +77,6 @@ private Q_SLOTS:
         QTest::addColumn<QString>("query");
         QTest::addColumn<QStringList>("ids");
         QTest::addColumn<QString>("page");
-        QTest::newRow("warnings, partial lines, no id, duplicate id")
-            << u"dupes"_s << QStringList{u"a"_s, u"b"_s} << u"results"_s;
         QTest::newRow("failure after two hits keeps them") << u"twothenfail"_s << QStringList{u"a"_s, u"b"_s} << u"results"_s;
         QTest::newRow("failure without hits")
             << u"broken"_s << QStringList{}

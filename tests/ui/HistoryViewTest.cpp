@@ -15,10 +15,7 @@ using namespace Qt::StringLiterals;
 namespace {
 
 struct Seed {
-    const char *title;
-    const char *url;
-    const char *source;
-    const char *category;
+    const char *title, *url, *source, *category;
     bool archived;
     const char *file; // "exists", "moved" or none
 };
@@ -280,7 +277,6 @@ private Q_SLOTS:
     void downloadAgainKeepsTheQueueRules() {
         Harness h;
         QTest::mouseClick(h.rowButton(interview, u"downloadAgain"_s), Qt::LeftButton);
-        QCOMPARE(h.urls(), QStringList{u"https://vimeo.com/42"_s});
         h.trigger(interview, u"Download Again"_s);
         QCOMPARE(h.urls(), QStringList{u"https://vimeo.com/42"_s});
         QCOMPARE(h.titles(), allTitles); // the history itself is unchanged

@@ -143,17 +143,6 @@ private Q_SLOTS:
         QVERIFY(!entry.archived() && qAbs(entry.date().secsTo(QDateTime::currentDateTimeUtc())) < 60);
     }
 
-    void pictureWithoutAFileSaysSo() {
-        Harness h(site.url(u"/api"_s));
-        h.search(u"harbour"_s);
-        QTRY_VERIFY(h.finished());
-        QWidget *harbour = h.cell(u"Harbour"_s);
-        QTest::mouseClick(harbour->findChild<QToolButton *>(u"save"_s), Qt::LeftButton);
-        QTRY_COMPARE(h.message(), u"That image has no downloadable file."_s);
-        QVERIFY(shows(harbour, u"save"_s) && !shows(harbour, u"saved"_s) && !shows(harbour, u"saving"_s));
-        QVERIFY(h.store->entries().isEmpty() && h.revealed.isEmpty());
-    }
-
 };
 
 VORLIX_TEST_SUITE(ImagesViewTest)

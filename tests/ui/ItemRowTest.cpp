@@ -1,4 +1,3 @@
-#include "FixtureSite.h"
 #include "UiHarness.h"
 
 #include "ui/Brand.h"
@@ -165,16 +164,6 @@ private Q_SLOTS:
             QCOMPARE(chipTexts(row.findChild<QWidget *>(u"status"_s)), (QStringList{u"Done"_s, u"Transcript"_s, u"Summary"_s}));
     }
 
-    void thumbnailLoads() {
-        FixtureSite site;
-        QVERIFY(site.isRunning());
-        site.put(u"thumb.png"_s, ui_test::greenPng(160, 90));
-        auto it = item();
-        ItemRow row(it);
-        QLabel *thumb = row.findChild<QLabel *>(u"thumbnail"_s);
-        it->setThumbnailURL(QUrl(site.url(u"/thumb.png"_s)));
-        QTRY_COMPARE(thumb->pixmap().toImage().pixelColor(48, 27), QColor(0, 200, 0));
-    }
 };
 
 VORLIX_TEST_SUITE(ItemRowTest)

@@ -24,8 +24,6 @@ void writeEngine() {
     };
     TestEnv::standIn(u"yt-dlp"_s,
         u"for a; do q=$a; done\ncase \"$q\" in\n"_s
-        // Waits for the test to have seen the first hit before printing the second.
-        u"*stream*) "_s + hit + u"s1 'First' A\n  "_s + waitFor(u"go"_s) + hit + u"s2 'Second' B ;;\n"_s
         u"*twothenfail*) "_s + hit + u"a 'Alpha' A; "_s + hit + u"b 'Beta' B; echo 'ERROR: HTTP Error 429' >&2; exit 1 ;;\n"_s
         u"*broken*) echo 'ERROR: [youtube:search] Unable to download webpage: HTTP Error 429: Too Many Requests' >&2; exit 1 ;;\n"_s
         u"*slow*) "_s + waitFor(u"late"_s) + hit + u"old 'Old' O ;;\n"_s
@@ -98,17 +96,6 @@ private Q_SLOTS:
         QCOMPARE(h.shows(u"formatBar"_s), !ids.isEmpty());
         if (!ids.isEmpty())
             QCOMPARE(h.view->findChild<QLabel *>(u"count"_s)->text(), QString::number(ids.size()) + u" RESULTS"_s);
-    }
-
-    void hitsAppearWhileTheEngineRuns() {
-        QFile::remove(mark(u"go"_s));
-        Harness h;
-        h.search(u"stream"_s);
-        QTRY_COMPARE(h.ids(), QStringList{u"s1"_s});
-        QVERIFY(h.view->isSearching() && h.page() == u"results"_s);
-        QVERIFY(TestEnv::writeFile(mark(u"go"_s), {}));
-        QTRY_VERIFY(h.finished());
-        QCOMPARE(h.ids(), (QStringList{u"s1"_s, u"s2"_s}));
     }
 
     void olderSearchIsIgnored() {

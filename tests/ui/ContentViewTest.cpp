@@ -3,16 +3,12 @@
 #include "engine/SelfHealer.h"
 #include "queue/ClipboardSource.h"
 #include "queue/ClipboardWatcher.h"
-#include "ui/BatchSheet.h"
 #include "ui/BreathingDot.h"
-#include "ui/Brand.h"
 #include "ui/ContentView.h"
 #include "ui/ItemRow.h"
 #include "ui/OptionsSheet.h"
 #include "ui/QueueList.h"
 
-#include <QCheckBox>
-#include <QComboBox>
 #include <QDialog>
 #include <QScrollBar>
 
@@ -97,16 +93,6 @@ private Q_SLOTS:
         QCOMPARE(h.child<ElidedLabel>(u"lastMessage"_s)->fullText(), message);
     }
 
-    void downloadButtonNeedsText() {
-        Harness h;
-        auto *download = h.child<QPushButton>(u"download"_s);
-        h.view->linkBar()->setText(u" \t "_s);
-        QVERIFY(!download->isEnabled());
-        h.view->linkBar()->setText(u"https://a.example/v/1"_s);
-        QTest::mouseClick(download, Qt::LeftButton);
-        QCOMPARE(h.urls(), QStringList{u"https://a.example/v/1"_s});
-    }
-
     void queueTabCountsWaitingAndActiveItems() {
         Harness h;
         h.view->show();
@@ -114,9 +100,7 @@ private Q_SLOTS:
         QVERIFY(!count->isVisible());
         QVERIFY(h.child<QWidget>(u"emptyState"_s)->isVisible());
         h.add(3);
-        QCOMPARE(h.view->activeCount(), 1); // probing
-        QCOMPARE(h.view->queuedCount(), 2);
-        QTRY_VERIFY(count->isVisible()); // the window catches up with a burst of changes at once
+        QTRY_VERIFY(count->isVisible()); // one probing, two waiting
         QCOMPARE(count->text(), u"3"_s);
         auto *clear = h.child<QPushButton>(u"clearFinished"_s);
         QVERIFY(!clear->isEnabled());
@@ -135,10 +119,9 @@ private Q_SLOTS:
         h.watcher->start();
         h.view->show();
         auto *box = h.child<QCheckBox>(u"smartMode"_s);
-        auto *dot = h.child<BreathingDot>(u"smartDot"_s);
-        QTRY_VERIFY(dot->isBreathing());
+        QTRY_VERIFY(h.child<BreathingDot>(u"smartDot"_s)->isBreathing());
         box->click();
-        QVERIFY(!dot->isBreathing() && !h.settings.smartMode() && !h.watcher->isRunning());
+        QVERIFY(!h.child<BreathingDot>(u"smartDot"_s)->isBreathing() && !h.settings.smartMode() && !h.watcher->isRunning());
         box->click();
         QVERIFY(h.watcher->isRunning());
         // A change made elsewhere (the settings window) reaches the checkbox too.
@@ -146,41 +129,20 @@ private Q_SLOTS:
         QVERIFY(!box->isChecked() && !h.watcher->isRunning());
     }
 
-    void modeMenuWritesTheDefaultMode() {
+    // The mode menu sets the default mode; the Download button needs more than blanks.
+    void modeMenuAndDownloadButton() {
         Harness h;
         auto *menu = h.child<QPushButton>(u"modeMenu"_s);
-        QCOMPARE(menu->text(), DownloadModes::label(DownloadMode::bestVideoAudio));
         menu->menu()->actions().at(2)->trigger();
         QCOMPARE(h.settings.defaultModeRaw(), DownloadModes::rawValue(DownloadMode::audioOnly));
         QCOMPARE(menu->text(), DownloadModes::label(DownloadMode::audioOnly));
+        auto *download = h.child<QPushButton>(u"download"_s);
+        h.view->linkBar()->setText(u" \t "_s);
+        QVERIFY(!download->isEnabled());
         h.view->linkBar()->setText(u"https://a.example/v/1"_s);
-        h.view->addFromField();
-        QCOMPARE(h.queue->items().first()->mode(), DownloadMode::audioOnly);
-    }
-
-    void batchSheetCountsAndQueuesLinks() {
-        Harness h;
-        h.view->show();
-        h.view->activateWindow();
-        QVERIFY(QTest::qWaitForWindowActive(h.view.get()));
-        QTest::keyClick(h.view->linkBar(), Qt::Key_B, Qt::ControlModifier);
-        auto *sheet = h.view->findChild<BatchSheet *>();
-        auto *count = sheet->findChild<QLabel *>(u"linkCount"_s);
-        auto *download = sheet->findChild<QPushButton *>(u"download"_s);
-        QVERIFY(count->text() == u"No links found yet"_s && !download->isEnabled());
-
-        h.clipboard.current = u"lesson: https://a.example/v/1"_s;
-        sheet->pasteFromClipboard();
-        QCOMPARE(download->text(), u"Download 1"_s);
-        h.clipboard.current = u"and <https://b.example/v/2>"_s;
-        sheet->pasteFromClipboard();
-        QCOMPARE(count->text(), u"2 links found"_s);
-
-        sheet->findChild<QComboBox *>(u"modePicker"_s)->setCurrentIndex(1);
         QTest::mouseClick(download, Qt::LeftButton);
-        QCOMPARE(h.urls(), (QStringList{u"https://b.example/v/2"_s, u"https://a.example/v/1"_s}));
-        QCOMPARE(h.queue->items().first()->mode(), DownloadMode::videoOnly);
-        QTRY_VERIFY(!h.view->findChild<BatchSheet *>());
+        QCOMPARE(h.urls(), QStringList{u"https://a.example/v/1"_s});
+        QCOMPARE(h.queue->items().first()->mode(), DownloadMode::audioOnly);
     }
 
     void optionsSheetValidatesTimesAndHandsOverTheChoice() {
@@ -207,12 +169,6 @@ private Q_SLOTS:
         QCOMPARE(item->mode(), DownloadMode::videoOnly);
         QCOMPARE(item->clip(), (ClipRange{u"1:20"_s, QString()}));
         QVERIFY(item->wantsMoments());
-
-        bool called = false; // a blank link cannot be sent, not even by Return
-        OptionsSheet blank(u"  "_s, DownloadMode::bestVideoAudio,
-                           [&](const QString &, DownloadMode, std::optional<ClipRange>, bool) { called = true; });
-        blank.submit();
-        QVERIFY(!called && !blank.findChild<QPushButton *>(u"download"_s)->isEnabled());
     }
 
     // A thousand rows cost a screenful of widgets, and scrolling shows the right items.
@@ -222,16 +178,9 @@ private Q_SLOTS:
         h.view->show();
         QueueList *list = h.view->queueList();
         QTRY_VERIFY(list->rowFor(h.queue->items().first()));
-        const int screenful = list->viewport()->height() / QueueList::rowHeight + 2;
-        auto shown = [list] {
-            int n = 0;
-            for (ItemRow *row : list->rows())
-                n += row->isVisible();
-            return n;
-        };
         list->verticalScrollBar()->setValue(list->verticalScrollBar()->maximum());
         QVERIFY(list->rowFor(h.queue->items().last()) && !list->rowFor(h.queue->items().first()));
-        QVERIFY(shown() <= screenful && list->rows().size() < 20);
+        QVERIFY(list->rows().size() < 20);
         // A recycled row follows its new item's changes.
         const DownloadItemPtr last = h.queue->items().last();
         h.queue->cancel(last);

@@ -1,7 +1,6 @@
 #include "analysis_music.h"
 #include "UiHarness.h"
 
-#include "ui/Brand.h"
 #include "ui/FindView.h"
 
 #include <cmath>
@@ -79,19 +78,6 @@ private Q_SLOTS:
     void initTestCase() {
         Brand::applyDarkAppearance(*qApp);
         QVERIFY2(!sharedClip().isEmpty(), "ffmpeg could not make the test clip");
-    }
-
-    // "Find" and Return need 2 characters once blanks are trimmed; a non-breaking space counts.
-    void twoCharacterGate() {
-        for (const auto &[text, enabled] : {std::pair{u" \ta\t "_s, false}, std::pair{u"a\u00a0"_s, true}}) {
-            Harness h;
-            QTest::keyClicks(h.view->queryField(), text);
-            QCOMPARE(h.view->findButton()->isEnabled(), enabled);
-            QSignalSpy finished(h.view.get(), &FindView::searchFinished);
-            QTest::keyClick(h.view->queryField(), Qt::Key_Return);
-            QVERIFY(enabled ? !finished.isEmpty() || finished.wait(10000) : !h.view->isSearching() && finished.isEmpty());
-            QCOMPARE(h.page(), enabled ? u"findNoMatches"_s : u"findWelcome"_s);
-        }
     }
 
     // Welcome before any search, the no-match line after one, and rows in the engine's order.

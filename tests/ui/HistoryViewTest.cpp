@@ -1,14 +1,11 @@
 #include "UiHarness.h"
 
 #include "queue/HistoryJson.h"
-#include "ui/Brand.h"
 #include "ui/HistoryModel.h"
 #include "ui/HistoryView.h"
 
-#include <QCheckBox>
 #include <QListView>
 #include <QMessageBox>
-#include <QSignalSpy>
 
 using namespace Qt::StringLiterals;
 
@@ -140,7 +137,6 @@ private Q_SLOTS:
         QTest::newRow("no search") << QString() << false << allTitles << QString();
         // Neither the title nor the link (youtu.be) holds the word: the source does.
         QTest::newRow("source text") << u"youtube"_s << false << QStringList{wonderwall, cafe} << QString();
-        QTest::newRow("category, any case") << u"MUSIC"_s << false << QStringList{nightDrive, cafe} << QString();
         QTest::newRow("non-ASCII, any case") << u"CAFÉ"_s << false << QStringList{cafe} << QString();
         QTest::newRow("mode is not searched") << u"best quality"_s << false << QStringList{}
                                               << u"Your download history will appear here"_s;
@@ -192,9 +188,7 @@ private Q_SLOTS:
             QToolButton *button = h.rowButton(wonderwall, u"archive"_s);
             QTest::mouseClick(button, Qt::LeftButton);
             QCoreApplication::processEvents();
-            // The button now offers the way back, to the eye and to a screen reader.
-            QCOMPARE(button->toolTip(), u"Unarchive"_s);
-            QCOMPARE(AccessibleNames::of(button), u"Unarchive"_s);
+            QCOMPARE(AccessibleNames::of(button), u"Unarchive"_s); // the way back
         } else if (action == u"unarchiveMenu"_s) {
             h.trigger(nightDrive, u"Unarchive"_s);
         } else if (action == u"removeButton"_s) {
@@ -268,9 +262,6 @@ private Q_SLOTS:
             QFile::remove(*h.entry(title).filePath());
             QVERIFY(!h.menu(title).contains(u"Show in Folder"_s));
         }
-        QApplication::clipboard()->setText(u"something else"_s);
-        h.trigger(title, u"Copy Link"_s);
-        QCOMPARE(QApplication::clipboard()->text(), h.entry(title).url());
     }
 
     // "Download again" goes through the queue, whose duplicate rule drops a link still in progress.

@@ -1,9 +1,6 @@
-#include "FixtureSite.h"
 #include "UiHarness.h"
 
-#include "ui/Brand.h"
 #include "ui/ImagesView.h"
-#include "ui/ThumbnailLoader.h"
 
 using namespace Qt::StringLiterals;
 
@@ -94,11 +91,9 @@ private Q_SLOTS:
         h.search(u"sunset"_s);
         QTRY_VERIFY(h.finished());
         QWidget *sunset = h.cell(u"Sunset"_s);
-        QCOMPARE(sunset->findChild<QLabel *>(u"license"_s)->text(), u"CC BY-SA 4.0"_s);
-        QCOMPARE(sunset->findChild<ElidedLabel *>(u"dimensions"_s)->fullText(), u"1920×1080"_s);
-        QVERIFY(!h.cell(u"Harbour"_s)->findChild<QLabel *>(u"dimensions"_s));
         QCOMPARE(ui_test::accessible(sunset), u"Sunset"_s);
         QCOMPARE(ui_test::accessible(sunset, QAccessible::Description), u"CC BY-SA 4.0, 1920×1080"_s);
+        QCOMPARE(ui_test::accessible(h.cell(u"Harbour"_s), QAccessible::Description), u"CC0 · public domain"_s); // no size known
         QCOMPARE(ui_test::accessible(sunset->findChild<QToolButton *>(u"save"_s)), u"Download Full Resolution"_s);
         QCOMPARE(ui_test::accessible(h.view->field()), u"Search free, reuse-licensed images…"_s);
         ui_test::verifyNamedControls(h.view.get());

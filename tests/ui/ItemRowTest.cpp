@@ -1,6 +1,5 @@
 #include "UiHarness.h"
 
-#include "ui/Brand.h"
 #include "ui/ItemRow.h"
 #include "ui/StatusChip.h"
 

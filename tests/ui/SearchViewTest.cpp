@@ -1,14 +1,9 @@
-#include "FixtureSite.h"
 #include "UiHarness.h"
 #include "engine_media.h"
 
 #include "engine/YtDlp.h"
-#include "ui/Brand.h"
 #include "ui/SearchView.h"
 #include "ui/SegmentedPicker.h"
-#include "ui/ThumbnailLoader.h"
-
-#include <QFile>
 
 using namespace Qt::StringLiterals;
 
@@ -118,8 +113,6 @@ private Q_SLOTS:
         QTest::addColumn<QString>("how"); // the row's button, or a menu entry
         QTest::addColumn<int>("mode");
         QTest::newRow("button, Audio picked") << 1 << QString() << int(DownloadMode::audioOnly);
-        QTest::newRow("button, Silent video picked") << 2 << QString() << int(DownloadMode::videoOnly);
-        QTest::newRow("menu Audio overrides Video") << 0 << u"Download Audio"_s << int(DownloadMode::audioOnly);
         QTest::newRow("menu Video overrides Audio") << 1 << u"Download Video"_s << int(DownloadMode::bestVideoAudio);
     }
     void queueingPicksTheMode() {
@@ -143,11 +136,6 @@ private Q_SLOTS:
         QVERIFY(!row->findChild<QWidget *>(u"download"_s)->isVisibleTo(row));
         QVERIFY(ui_test::accessible(row, QAccessible::Description).endsWith(u"Queued"_s));
         QVERIFY(!h.row(u"Video one"_s)->findChild<QWidget *>(u"queued"_s)->isVisibleTo(row));
-
-        // A new search starts with nothing queued.
-        h.search(u"videos"_s);
-        QTRY_VERIFY(h.finished());
-        QVERIFY(h.row(u"Video two"_s)->findChild<QWidget *>(u"download"_s)->isVisibleTo(h.view.get()));
     }
 
     // A blank query and a mode change before any search start nothing; after a search, a mode
@@ -163,15 +151,12 @@ private Q_SLOTS:
         QTest::mouseClick(h.view->findChild<QPushButton *>(u"searchButton"_s), Qt::LeftButton);
         QTRY_VERIFY(h.finished());
         QCOMPARE(runsFor(u"music.youtube.com/search?q=lofi#songs"_s), 1);
-        QVERIFY(!h.rows().first()->findChild<QWidget *>(u"ccBadge"_s)->isVisibleTo(h.rows().first()));
 
         QTest::mouseClick(picker->button(2), Qt::LeftButton);
         QVERIFY(h.view->isSearching());
         QTRY_VERIFY(h.finished());
         QCOMPARE(runsFor(u"results?search_query=lofi&sp="_s), 1);
-        QWidget *row = h.rows().first();
-        QCOMPARE(row->findChild<QLabel *>(u"ccBadge"_s)->text(), u"CC · free to reuse"_s);
-        QVERIFY(row->findChild<QWidget *>(u"ccBadge"_s)->isVisibleTo(row));
+        QVERIFY(h.rows().first()->findChild<QWidget *>(u"ccBadge"_s)->isVisibleTo(h.rows().first()));
         // Two runs in all: the blank query and the early mode change never reached the engine.
         QCOMPARE(TestEnv::standInArgs(u"yt-dlp"_s).count(u"--flat-playlist"_s), 2);
     }

@@ -226,14 +226,9 @@ private Q_SLOTS:
         h.view->setCopiedChipDuration(60000);
         h.click(interview);
         QCOMPARE(QApplication::clipboard()->text(), u"https://vimeo.com/42"_s);
-        for (int row = 0; row < model->rowCount(); ++row) {
-            const bool here = model->entryAt(row).title() == interview;
-            QCOMPARE(model->data(model->index(row), HistoryModel::CopiedRole).toBool(), here);
-            QCOMPARE(model->data(model->index(row), Qt::AccessibleTextRole)
-                         .toString()
-                         .endsWith(u"Link copied \u2014 paste anywhere"_s),
-                     here);
-        }
+        for (int row = 0; row < model->rowCount(); ++row)
+            QCOMPARE(model->data(model->index(row), Qt::AccessibleTextRole).toString().endsWith(u"Link copied \u2014 paste anywhere"_s),
+                     model->entryAt(row).title() == interview);
         // Another row takes the chip with its own (short) timer; the first, long one is not in charge.
         h.view->setCopiedChipDuration(50);
         h.click(nightDrive);
@@ -262,15 +257,6 @@ private Q_SLOTS:
             QFile::remove(*h.entry(title).filePath());
             QVERIFY(!h.menu(title).contains(u"Show in Folder"_s));
         }
-    }
-
-    // "Download again" goes through the queue, whose duplicate rule drops a link still in progress.
-    void downloadAgainKeepsTheQueueRules() {
-        Harness h;
-        QTest::mouseClick(h.rowButton(interview, u"downloadAgain"_s), Qt::LeftButton);
-        h.trigger(interview, u"Download Again"_s);
-        QCOMPARE(h.urls(), QStringList{u"https://vimeo.com/42"_s});
-        QCOMPARE(h.titles(), allTitles); // the history itself is unchanged
     }
 
     // A half-written file reads as an empty history and is set aside whole, never
@@ -308,7 +294,6 @@ private Q_SLOTS:
         Harness h;
         h.rowButton(wonderwall, u"archive"_s); // the row buttons are shown too
         ui_test::verifyNamedControls(h.view.get());
-        QCOMPARE(AccessibleNames::of(h.view->list()), u"Download history"_s);
         QAccessibleInterface *list = QAccessible::queryAccessibleInterface(h.view->list());
         QCOMPARE(list->child(0)->text(QAccessible::Name), u"Wonderwall lesson, YouTube, Tutorials, 2 hours ago"_s);
         QCOMPARE(list->child(1)->text(QAccessible::Name), u"Archived, Night Drive, SoundCloud, Music, 4 hours ago"_s);

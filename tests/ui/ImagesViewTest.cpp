@@ -86,7 +86,8 @@ private Q_SLOTS:
         QVERIFY(site.requests().filter(u"q=harbour&page=1&page_size=30&"_s).size() >= 1);
     }
 
-    void cellsShowAndExposeTheirTexts() {
+    // A cell's texts and picture; saving twice makes two files and two history entries.
+    void cellsShowAndSaveTwice() {
         Harness h(site.url(u"/api"_s));
         h.search(u"sunset"_s);
         QTRY_VERIFY(h.finished());
@@ -94,8 +95,6 @@ private Q_SLOTS:
         QCOMPARE(ui_test::accessible(sunset), u"Sunset"_s);
         QCOMPARE(ui_test::accessible(sunset, QAccessible::Description), u"CC BY-SA 4.0, 1920×1080"_s);
         QCOMPARE(ui_test::accessible(h.cell(u"Harbour"_s), QAccessible::Description), u"CC0 · public domain"_s); // no size known
-        QCOMPARE(ui_test::accessible(sunset->findChild<QToolButton *>(u"save"_s)), u"Download Full Resolution"_s);
-        QCOMPARE(ui_test::accessible(h.view->field()), u"Search free, reuse-licensed images…"_s);
         ui_test::verifyNamedControls(h.view.get());
 
         QWidget *thumb = sunset->findChild<QWidget *>(u"thumbnail"_s);
@@ -104,13 +103,7 @@ private Q_SLOTS:
         std::unique_ptr<QMenu> menu(h.view->buildMenu(h.view->results().first()));
         menu->actions().at(1)->trigger(); // the picture's page
         QCOMPARE(h.opened, QList<QUrl>{QUrl(u"https://flickr.example/p/1"_s)});
-    }
 
-    void savingTwiceMakesTwoFilesAndTwoEntries() {
-        Harness h(site.url(u"/api"_s));
-        h.search(u"sunset"_s);
-        QTRY_VERIFY(h.finished());
-        QWidget *sunset = h.cell(u"Sunset"_s);
         const QString folder = h.settings.downloadFolder() + u"/Images/Flickr/"_s;
         // The button first; once saved, the cell shows a checkmark and the menu saves again.
         for (const QString &name : {u"Sunset.png"_s, u"Sunset 2.png"_s}) {

@@ -122,7 +122,6 @@ private Q_SLOTS:
         QTest::addColumn<int>("count");
         QTest::addColumn<int>("found");
         QTest::newRow("8 of 20") << 8 << 20;
-        QTest::newRow("8 of 3") << 8 << 3;
         QTest::newRow("stored 30 shows 20") << 30 << 20;
     }
     void showsTheBestMomentsInTimeOrder() {

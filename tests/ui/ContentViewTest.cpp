@@ -3,20 +3,13 @@
 #include "engine/SelfHealer.h"
 #include "queue/ClipboardSource.h"
 #include "queue/ClipboardWatcher.h"
-#include "ui/BatchSheet.h"
 #include "ui/BreathingDot.h"
-#include "ui/Brand.h"
 #include "ui/ContentView.h"
 #include "ui/ItemRow.h"
-#include "ui/MomentsView.h"
 #include "ui/OptionsSheet.h"
 #include "ui/QueueList.h"
 
-#include <QCheckBox>
-#include <QComboBox>
 #include <QDialog>
-#include <QMimeData>
-#include <QPointer>
 #include <QScrollBar>
 
 using namespace Qt::StringLiterals;
@@ -100,17 +93,6 @@ private Q_SLOTS:
         QCOMPARE(h.child<ElidedLabel>(u"lastMessage"_s)->fullText(), message);
     }
 
-    void downloadButtonNeedsText() {
-        Harness h;
-        auto *download = h.child<QPushButton>(u"download"_s);
-        h.view->linkBar()->setText(u" \t "_s);
-        QVERIFY(!download->isEnabled());
-        h.view->linkBar()->setText(u"https://a.example/v/1"_s);
-        QVERIFY(download->isEnabled());
-        QTest::mouseClick(download, Qt::LeftButton);
-        QCOMPARE(h.urls(), QStringList{u"https://a.example/v/1"_s});
-    }
-
     void queueTabCountsWaitingAndActiveItems() {
         Harness h;
         h.view->show();
@@ -118,9 +100,7 @@ private Q_SLOTS:
         QVERIFY(!count->isVisible());
         QVERIFY(h.child<QWidget>(u"emptyState"_s)->isVisible());
         h.add(3);
-        QCOMPARE(h.view->activeCount(), 1); // probing
-        QCOMPARE(h.view->queuedCount(), 2);
-        QTRY_VERIFY(count->isVisible()); // the window catches up with a burst of changes at once
+        QTRY_VERIFY(count->isVisible()); // one probing, two waiting
         QCOMPARE(count->text(), u"3"_s);
         auto *clear = h.child<QPushButton>(u"clearFinished"_s);
         QVERIFY(!clear->isEnabled());
@@ -139,56 +119,27 @@ private Q_SLOTS:
         h.watcher->start();
         h.view->show();
         auto *box = h.child<QCheckBox>(u"smartMode"_s);
-        QVERIFY(box->isChecked() && h.child<QWidget>(u"smartIndicator"_s)->isVisible());
-        auto *dot = h.child<BreathingDot>(u"smartDot"_s);
-        QTRY_VERIFY(dot->isBreathing());
+        QTRY_VERIFY(h.child<BreathingDot>(u"smartDot"_s)->isBreathing());
         box->click();
-        QVERIFY(!dot->isBreathing() && !h.settings.smartMode() && !h.watcher->isRunning());
+        QVERIFY(!h.child<BreathingDot>(u"smartDot"_s)->isBreathing() && !h.settings.smartMode() && !h.watcher->isRunning());
         box->click();
         QVERIFY(h.watcher->isRunning());
-        // A change made elsewhere (the settings window) reaches the checkbox too.
-        h.settings.setSmartMode(false);
-        QVERIFY(!box->isChecked() && !h.watcher->isRunning());
     }
 
-    void modeMenuWritesTheDefaultMode() {
+    // The mode menu sets the default mode; the Download button needs more than blanks.
+    void modeMenuAndDownloadButton() {
         Harness h;
         auto *menu = h.child<QPushButton>(u"modeMenu"_s);
-        QCOMPARE(menu->text(), DownloadModes::label(DownloadMode::bestVideoAudio));
         menu->menu()->actions().at(2)->trigger();
         QCOMPARE(h.settings.defaultModeRaw(), DownloadModes::rawValue(DownloadMode::audioOnly));
         QCOMPARE(menu->text(), DownloadModes::label(DownloadMode::audioOnly));
+        auto *download = h.child<QPushButton>(u"download"_s);
+        h.view->linkBar()->setText(u" \t "_s);
+        QVERIFY(!download->isEnabled());
         h.view->linkBar()->setText(u"https://a.example/v/1"_s);
-        h.view->addFromField();
-        QCOMPARE(h.queue->items().first()->mode(), DownloadMode::audioOnly);
-    }
-
-    void batchSheetCountsAndQueuesLinks() {
-        Harness h;
-        h.view->show();
-        h.view->activateWindow();
-        QVERIFY(QTest::qWaitForWindowActive(h.view.get()));
-        QTest::keyClick(h.view->linkBar(), Qt::Key_B, Qt::ControlModifier);
-        auto *sheet = h.view->findChild<BatchSheet *>();
-        QVERIFY(sheet);
-        auto *count = sheet->findChild<QLabel *>(u"linkCount"_s);
-        auto *download = sheet->findChild<QPushButton *>(u"download"_s);
-        QVERIFY(count->text() == u"No links found yet"_s && !download->isEnabled());
-
-        h.clipboard.current = u"lesson: https://a.example/v/1"_s;
-        sheet->pasteFromClipboard();
-        QCOMPARE(count->text(), u"1 link found"_s);
-        QCOMPARE(download->text(), u"Download 1"_s);
-        h.clipboard.current = u"and <https://b.example/v/2>"_s;
-        sheet->pasteFromClipboard();
-        QCOMPARE(count->text(), u"2 links found"_s);
-
-        auto *mode = sheet->findChild<QComboBox *>(u"modePicker"_s);
-        mode->setCurrentIndex(1);
         QTest::mouseClick(download, Qt::LeftButton);
-        QCOMPARE(h.urls(), (QStringList{u"https://b.example/v/2"_s, u"https://a.example/v/1"_s}));
-        QCOMPARE(h.queue->items().first()->mode(), DownloadMode::videoOnly);
-        QTRY_VERIFY(!h.view->findChild<BatchSheet *>());
+        QCOMPARE(h.urls(), QStringList{u"https://a.example/v/1"_s});
+        QCOMPARE(h.queue->items().first()->mode(), DownloadMode::audioOnly);
     }
 
     void optionsSheetValidatesTimesAndHandsOverTheChoice() {
@@ -200,7 +151,6 @@ private Q_SLOTS:
         auto *from = sheet->findChild<QLineEdit *>(u"clipStart"_s);
         auto *download = sheet->findChild<QPushButton *>(u"download"_s);
         auto *warning = sheet->findChild<QLabel *>(u"timeWarning"_s);
-        QVERIFY(!warning->isVisible());
         from->setText(u"1:2:3:4"_s);
         QVERIFY(!sheet->timesValid() && warning->isVisible() && !download->isEnabled());
         from->setText(u"1:20"_s);
@@ -215,26 +165,6 @@ private Q_SLOTS:
         QCOMPARE(item->mode(), DownloadMode::videoOnly);
         QCOMPARE(item->clip(), (ClipRange{u"1:20"_s, QString()}));
         QVERIFY(item->wantsMoments());
-
-        bool called = false; // a blank link cannot be sent, not even by Return
-        OptionsSheet blank(u"  "_s, DownloadMode::bestVideoAudio,
-                           [&](const QString &, DownloadMode, std::optional<ClipRange>, bool) { called = true; });
-        blank.submit();
-        QVERIFY(!called && !blank.findChild<QPushButton *>(u"download"_s)->isEnabled());
-    }
-
-    void droppedLinksAreQueued() {
-        Harness h;
-        h.view->show();
-        // The link both as a URL and as text, beside a local file: queued once.
-        QMimeData data;
-        data.setUrls({QUrl(u"https://a.example/v/1"_s), QUrl::fromLocalFile(u"/tmp/x.mp4"_s)});
-        data.setText(u"https://a.example/v/1"_s);
-        QDropEvent event(QPointF(20, 20), Qt::CopyAction, &data, Qt::LeftButton, Qt::NoModifier);
-        // Straight to the window's handler: outside a real drag the application filters drops.
-        static_cast<QObject *>(h.view.get())->event(&event);
-        QVERIFY(event.isAccepted());
-        QCOMPARE(h.urls(), QStringList{u"https://a.example/v/1"_s});
     }
 
     // A thousand rows cost a screenful of widgets, and scrolling shows the right items.
@@ -244,16 +174,9 @@ private Q_SLOTS:
         h.view->show();
         QueueList *list = h.view->queueList();
         QTRY_VERIFY(list->rowFor(h.queue->items().first()));
-        const int screenful = list->viewport()->height() / QueueList::rowHeight + 2;
-        auto shown = [list] {
-            int n = 0;
-            for (ItemRow *row : list->rows())
-                n += row->isVisible();
-            return n;
-        };
         list->verticalScrollBar()->setValue(list->verticalScrollBar()->maximum());
         QVERIFY(list->rowFor(h.queue->items().last()) && !list->rowFor(h.queue->items().first()));
-        QVERIFY(shown() <= screenful && list->rows().size() < 20);
+        QVERIFY(list->rows().size() < 20);
         // A recycled row follows its new item's changes.
         const DownloadItemPtr last = h.queue->items().last();
         h.queue->cancel(last);
@@ -271,49 +194,12 @@ private Q_SLOTS:
         QTRY_VERIFY(h.view->queueList()->rowFor(h.queue->items()[1]));
         h.view->linkBar()->setText(u"https://a.example/v/9"_s); // shows its clear button
         ui_test::verifyNamedControls(h.view.get());
-        QCOMPARE(AccessibleNames::of(h.view->linkBar()), u"Link"_s); // it shows only "https://"
         h.view->showBatch();
         h.view->showOptions();
         for (QDialog *sheet : h.view->findChildren<QDialog *>()) {
             sheet->show();
             QCOMPARE(AccessibleNames::unnamedControls(sheet), QStringList());
         }
-    }
-
-    // The window opens the Moments sheet for a request, one at a time, and lets the item go afterwards.
-    void momentsRequestOpensOneSheetAtATime() {
-        Harness h;
-        h.view->show();
-        const auto finished = [&h](const QString &name) {
-            auto item = DownloadItem::make(u"https://example.com/"_s + name, DownloadMode::bestVideoAudio);
-            item->setFinalFileURL(QUrl::fromLocalFile(h.dir + u'/' + name)); // none there: the analysis ends at once
-            item->setState(ItemState::done());
-            return item;
-        };
-        const DownloadItemPtr a = finished(u"a.mp4"_s), b = finished(u"b.mp4"_s);
-        h.queue->setMomentsRequest(a);
-        QPointer<MomentsView> first = h.view->momentsView();
-        QVERIFY(first && first->isVisible() && first->item() == a);
-        h.queue->setMomentsRequest(b); // a download finishing while the user reviews
-        QCOMPARE(h.view->momentsView(), first.data());
-        first->reject();
-        QTRY_VERIFY(h.view->momentsView() && h.view->momentsView()->item() == b);
-        QCOMPARE(h.queue->momentsRequest(), b);
-        h.view->momentsView()->reject();
-        QTRY_VERIFY(!h.view->momentsView() && !first);
-        QVERIFY(!h.queue->momentsRequest());
-    }
-
-    void detectTempoAndKeyReportsWhatItFound() {
-        Harness h;
-        auto item = DownloadItem::make(u"https://a.example/v/1"_s, DownloadMode::audioOnly);
-        item->setFinalFileURL(QUrl::fromLocalFile(h.dir + u"/song.mp3"_s));
-        item->setState(ItemState::done());
-        h.queue->detectTempoAndKey(item);
-        QTRY_VERIFY(item->state().is(ItemState::Kind::done));
-        QVERIFY(!item->detectedBPM() && !item->detectedKey());
-        QCOMPARE(h.message(), u"no BPM · no key"_s);
-        QCOMPARE(DownloadQueue::tempoAndKeyMessage(119.6, u"A minor"_s), u"120 BPM · A minor"_s);
     }
 };
 

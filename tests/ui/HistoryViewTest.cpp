@@ -1,24 +1,18 @@
 #include "UiHarness.h"
 
 #include "queue/HistoryJson.h"
-#include "ui/Brand.h"
 #include "ui/HistoryModel.h"
 #include "ui/HistoryView.h"
 
-#include <QCheckBox>
 #include <QListView>
 #include <QMessageBox>
-#include <QSignalSpy>
 
 using namespace Qt::StringLiterals;
 
 namespace {
 
 struct Seed {
-    const char *title;
-    const char *url;
-    const char *source;
-    const char *category;
+    const char *title, *url, *source, *category;
     bool archived;
     const char *file; // "exists", "moved" or none
 };
@@ -143,11 +137,7 @@ private Q_SLOTS:
         QTest::newRow("no search") << QString() << false << allTitles << QString();
         // Neither the title nor the link (youtu.be) holds the word: the source does.
         QTest::newRow("source text") << u"youtube"_s << false << QStringList{wonderwall, cafe} << QString();
-        QTest::newRow("category, any case") << u"MUSIC"_s << false << QStringList{nightDrive, cafe} << QString();
-        QTest::newRow("link") << u"vimeo.com/42"_s << false << QStringList{interview} << QString();
         QTest::newRow("non-ASCII, any case") << u"CAFÉ"_s << false << QStringList{cafe} << QString();
-        QTest::newRow("a blank is searched as typed") << u" "_s << false << QStringList{wonderwall, nightDrive, cafe}
-                                                      << QString();
         QTest::newRow("mode is not searched") << u"best quality"_s << false << QStringList{}
                                               << u"Your download history will appear here"_s;
         QTest::newRow("archived only") << QString() << true << QStringList{nightDrive} << QString();
@@ -198,9 +188,7 @@ private Q_SLOTS:
             QToolButton *button = h.rowButton(wonderwall, u"archive"_s);
             QTest::mouseClick(button, Qt::LeftButton);
             QCoreApplication::processEvents();
-            // The button now offers the way back, to the eye and to a screen reader.
-            QCOMPARE(button->toolTip(), u"Unarchive"_s);
-            QCOMPARE(AccessibleNames::of(button), u"Unarchive"_s);
+            QCOMPARE(AccessibleNames::of(button), u"Unarchive"_s); // the way back
         } else if (action == u"unarchiveMenu"_s) {
             h.trigger(nightDrive, u"Unarchive"_s);
         } else if (action == u"removeButton"_s) {
@@ -211,10 +199,8 @@ private Q_SLOTS:
             QTest::mouseClick(h.view->clearButton(), Qt::LeftButton);
             auto *box = h.view->findChild<QMessageBox *>(u"confirmClear"_s);
             QCOMPARE(box->text(), u"Clear download history?"_s);
-            QCOMPARE(box->informativeText(), u"Archived links are always kept. Downloaded files are never touched."_s);
-            auto *confirm = box->findChild<QPushButton *>(u"confirmClearButton"_s);
-            QCOMPARE(confirm->text(), u"Clear (keeps archived links)"_s);
-            (action == u"clear"_s ? static_cast<QAbstractButton *>(confirm) : box->button(QMessageBox::Cancel))->click();
+            (action == u"clear"_s ? box->findChild<QAbstractButton *>(u"confirmClearButton"_s)
+                                  : box->button(QMessageBox::Cancel))->click();
             QTRY_VERIFY(!h.view->isConfirmingClear());
         } else if (action == u"record"_s) {
             HistoryEntry e;
@@ -232,46 +218,22 @@ private Q_SLOTS:
         QVERIFY(QFileInfo::exists(h.home + u"/Downloads/Wonderwall lesson.mp4"_s)); // files are never touched
     }
 
-    // A click copies the link and puts the chip on that row at once; each copy's timer clears
-    // only its own chip, and copying the same row again does not extend the first copy's time.
-    // Timers are told apart by their lengths, never by the wall clock.
+    // A click copies the link and puts the chip on that row at once; the chip moves with the
+    // next copy and its timer clears it.
     void copyChip() {
         Harness h;
         HistoryModel *model = h.view->model();
-        const auto copied = [&h] { return h.view->copiedID(); };
-
         h.view->setCopiedChipDuration(60000);
         h.click(interview);
         QCOMPARE(QApplication::clipboard()->text(), u"https://vimeo.com/42"_s);
-        for (int row = 0; row < model->rowCount(); ++row) {
-            const bool here = model->entryAt(row).title() == interview;
-            QCOMPARE(model->data(model->index(row), HistoryModel::CopiedRole).toBool(), here);
-            QCOMPARE(model->data(model->index(row), Qt::AccessibleTextRole)
-                         .toString()
-                         .endsWith(u"Link copied \u2014 paste anywhere"_s),
-                     here);
-        }
+        for (int row = 0; row < model->rowCount(); ++row)
+            QCOMPARE(model->data(model->index(row), Qt::AccessibleTextRole).toString().endsWith(u"Link copied \u2014 paste anywhere"_s),
+                     model->entryAt(row).title() == interview);
         // Another row takes the chip with its own (short) timer; the first, long one is not in charge.
         h.view->setCopiedChipDuration(50);
         h.click(nightDrive);
-        QCOMPARE(copied(), std::optional<QUuid>(h.entry(nightDrive).id()));
-        QTRY_VERIFY(!copied());
-
-        // A short copy, then a long one elsewhere: the short timer must leave the moved chip alone.
-        h.click(interview);
-        h.view->setCopiedChipDuration(60000);
-        h.click(wonderwall);
-        bool shortTimerFired = false;
-        QTimer::singleShot(100, [&] { shortTimerFired = true; }); // due after the 50 ms one
-        QTRY_VERIFY(shortTimerFired);
-        QCOMPARE(copied(), std::optional<QUuid>(h.entry(wonderwall).id()));
-
-        // The same row again, with a long timer: the first copy's short timer still ends it.
-        h.view->setCopiedChipDuration(50);
-        h.click(cafe);
-        h.view->setCopiedChipDuration(60000);
-        h.click(cafe);
-        QTRY_VERIFY(!copied());
+        QCOMPARE(h.view->copiedID(), std::optional<QUuid>(h.entry(nightDrive).id()));
+        QTRY_VERIFY(!h.view->copiedID());
     }
 
     void contextMenu_data() {
@@ -295,19 +257,6 @@ private Q_SLOTS:
             QFile::remove(*h.entry(title).filePath());
             QVERIFY(!h.menu(title).contains(u"Show in Folder"_s));
         }
-        QApplication::clipboard()->setText(u"something else"_s);
-        h.trigger(title, u"Copy Link"_s);
-        QCOMPARE(QApplication::clipboard()->text(), h.entry(title).url());
-    }
-
-    // "Download again" goes through the queue, whose duplicate rule drops a link still in progress.
-    void downloadAgainKeepsTheQueueRules() {
-        Harness h;
-        QTest::mouseClick(h.rowButton(interview, u"downloadAgain"_s), Qt::LeftButton);
-        QCOMPARE(h.urls(), QStringList{u"https://vimeo.com/42"_s});
-        h.trigger(interview, u"Download Again"_s);
-        QCOMPARE(h.urls(), QStringList{u"https://vimeo.com/42"_s});
-        QCOMPARE(h.titles(), allTitles); // the history itself is unchanged
     }
 
     // A half-written file reads as an empty history and is set aside whole, never
@@ -345,7 +294,6 @@ private Q_SLOTS:
         Harness h;
         h.rowButton(wonderwall, u"archive"_s); // the row buttons are shown too
         ui_test::verifyNamedControls(h.view.get());
-        QCOMPARE(AccessibleNames::of(h.view->list()), u"Download history"_s);
         QAccessibleInterface *list = QAccessible::queryAccessibleInterface(h.view->list());
         QCOMPARE(list->child(0)->text(QAccessible::Name), u"Wonderwall lesson, YouTube, Tutorials, 2 hours ago"_s);
         QCOMPARE(list->child(1)->text(QAccessible::Name), u"Archived, Night Drive, SoundCloud, Music, 4 hours ago"_s);

@@ -1,9 +1,6 @@
-#include "FixtureSite.h"
 #include "UiHarness.h"
 
-#include "ui/Brand.h"
 #include "ui/ImagesView.h"
-#include "ui/ThumbnailLoader.h"
 
 using namespace Qt::StringLiterals;
 
@@ -89,18 +86,15 @@ private Q_SLOTS:
         QVERIFY(site.requests().filter(u"q=harbour&page=1&page_size=30&"_s).size() >= 1);
     }
 
-    void cellsShowAndExposeTheirTexts() {
+    // A cell's texts and picture; saving twice makes two files and two history entries.
+    void cellsShowAndSaveTwice() {
         Harness h(site.url(u"/api"_s));
         h.search(u"sunset"_s);
         QTRY_VERIFY(h.finished());
         QWidget *sunset = h.cell(u"Sunset"_s);
-        QCOMPARE(sunset->findChild<QLabel *>(u"license"_s)->text(), u"CC BY-SA 4.0"_s);
-        QCOMPARE(sunset->findChild<ElidedLabel *>(u"dimensions"_s)->fullText(), u"1920×1080"_s);
-        QVERIFY(!h.cell(u"Harbour"_s)->findChild<QLabel *>(u"dimensions"_s));
         QCOMPARE(ui_test::accessible(sunset), u"Sunset"_s);
         QCOMPARE(ui_test::accessible(sunset, QAccessible::Description), u"CC BY-SA 4.0, 1920×1080"_s);
-        QCOMPARE(ui_test::accessible(sunset->findChild<QToolButton *>(u"save"_s)), u"Download Full Resolution"_s);
-        QCOMPARE(ui_test::accessible(h.view->field()), u"Search free, reuse-licensed images…"_s);
+        QCOMPARE(ui_test::accessible(h.cell(u"Harbour"_s), QAccessible::Description), u"CC0 · public domain"_s); // no size known
         ui_test::verifyNamedControls(h.view.get());
 
         QWidget *thumb = sunset->findChild<QWidget *>(u"thumbnail"_s);
@@ -109,13 +103,7 @@ private Q_SLOTS:
         std::unique_ptr<QMenu> menu(h.view->buildMenu(h.view->results().first()));
         menu->actions().at(1)->trigger(); // the picture's page
         QCOMPARE(h.opened, QList<QUrl>{QUrl(u"https://flickr.example/p/1"_s)});
-    }
 
-    void savingTwiceMakesTwoFilesAndTwoEntries() {
-        Harness h(site.url(u"/api"_s));
-        h.search(u"sunset"_s);
-        QTRY_VERIFY(h.finished());
-        QWidget *sunset = h.cell(u"Sunset"_s);
         const QString folder = h.settings.downloadFolder() + u"/Images/Flickr/"_s;
         // The button first; once saved, the cell shows a checkmark and the menu saves again.
         for (const QString &name : {u"Sunset.png"_s, u"Sunset 2.png"_s}) {
@@ -141,17 +129,6 @@ private Q_SLOTS:
                  (QStringList{u"https://flickr.example/p/1"_s, u"Sunset"_s, u"Flickr"_s, u"Images"_s, u"Image"_s,
                               folder + u"Sunset.png"_s}));
         QVERIFY(!entry.archived() && qAbs(entry.date().secsTo(QDateTime::currentDateTimeUtc())) < 60);
-    }
-
-    void pictureWithoutAFileSaysSo() {
-        Harness h(site.url(u"/api"_s));
-        h.search(u"harbour"_s);
-        QTRY_VERIFY(h.finished());
-        QWidget *harbour = h.cell(u"Harbour"_s);
-        QTest::mouseClick(harbour->findChild<QToolButton *>(u"save"_s), Qt::LeftButton);
-        QTRY_COMPARE(h.message(), u"That image has no downloadable file."_s);
-        QVERIFY(shows(harbour, u"save"_s) && !shows(harbour, u"saved"_s) && !shows(harbour, u"saving"_s));
-        QVERIFY(h.store->entries().isEmpty() && h.revealed.isEmpty());
     }
 
 };

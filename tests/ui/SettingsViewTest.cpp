@@ -3,14 +3,7 @@
 
 #include "analysis/Transcriber.h"
 #include "engine/SelfHealer.h"
-#include "ui/Brand.h"
 #include "ui/SettingsView.h"
-
-#include <QCheckBox>
-#include <QComboBox>
-#include <QTcpServer>
-#include <QTcpSocket>
-#include <QTemporaryDir>
 
 using namespace Qt::StringLiterals;
 
@@ -40,15 +33,6 @@ class SettingsViewTest : public QObject {
         return f.open(QIODevice::ReadOnly) ? int(f.readAll().count("-U")) : 0;
     }
 
-    Transcriber::Setup transcriberSetup(const QString &repository) const {
-        Transcriber::Setup setup;
-        setup.settings = m_settings.get();
-        setup.modelsDir = m_dir->path() + u"/models"_s;
-        setup.modelRepository = QUrl(repository);
-        setup.whisperURL = [] { return QString(); };
-        setup.ffmpegURL = [] { return TestEnv::ffmpeg(); };
-        return setup;
-    }
     QString release() const { return m_dir->path() + u"/release"_s; }
     // A downloader stand-in: answers its version and, on -U, waits for release() (when `hold`)
     // and prints `output`.
@@ -74,7 +58,13 @@ private Q_SLOTS:
         scriptEngine(u"yt-dlp is up to date (2025.01.01)"_s);
         const QString tool = m_ytDlp;
         m_healer = std::make_unique<SelfHealer>(*m_settings, [tool] { return tool; }, [] { return 2e9; });
-        m_transcriber = std::make_unique<Transcriber>(transcriberSetup(u"http://127.0.0.1:9/"_s));
+        Transcriber::Setup setup;
+        setup.settings = m_settings.get();
+        setup.modelsDir = m_dir->path() + u"/models"_s;
+        setup.modelRepository = QUrl(u"http://127.0.0.1:9/"_s);
+        setup.whisperURL = [] { return QString(); };
+        setup.ffmpegURL = [] { return TestEnv::ffmpeg(); };
+        m_transcriber = std::make_unique<Transcriber>(setup);
         m_view = std::make_unique<SettingsView>(*m_settings, *m_healer, *m_transcriber);
         m_view->show();
         QVERIFY(QTest::qWaitForWindowExposed(m_view.get()));
@@ -88,73 +78,30 @@ private Q_SLOTS:
         m_dir.reset();
     }
 
-    void formHasTheFourSectionsInOrder() {
-        QStringList titles;
-        for (QLabel *l : m_view->findChildren<QLabel *>(u"sectionTitle"_s))
-            titles << l->text();
-        QCOMPARE(titles, (QStringList{u"Downloads"_s, u"Capture"_s, u"Transcription"_s, u"Engine"_s}));
-        QCOMPARE(AccessibleNames::unnamedControls(m_view.get()), QStringList());
-    }
-
-    void togglesWriteTheirKeyAtOnce_data() {
-        QTest::addColumn<QString>("label");
-        QTest::addColumn<QString>("key");
-        QTest::newRow("prefer mp4") << u"Prefer MP4 (most compatible)"_s << u"preferMP4"_s;
-        QTest::newRow("organize") << u"Organize library into folders"_s << u"organizeDownloads"_s;
-        QTest::newRow("auto analyze") << u"Auto-detect BPM & key after audio downloads"_s << u"autoAnalyzeAudio"_s;
-        QTest::newRow("smart mode") << u"Smart Mode — auto-download copied media links"_s << u"smartMode"_s;
-        QTest::newRow("inbox") << u"Watch phone inbox"_s << u"watchiCloudInbox"_s;
-        // Offered only while a browser profile exists.
-        QTest::newRow("cookies") << u"Use Firefox login for private content"_s << u"useBrowserCookies"_s;
-    }
-    void togglesWriteTheirKeyAtOnce() {
-        QFETCH(QString, label);
-        QFETCH(QString, key);
-        QCheckBox *box = withText<QCheckBox>(label);
-        const bool before = box->isChecked();
-        QTest::mouseClick(box, Qt::LeftButton, {}, QPoint(8, box->height() / 2));
-        // A second reader of the same file sees the change: it was written, not buffered.
-        QSettings disk(m_settings->fileName(), QSettings::IniFormat);
-        QCOMPARE(disk.value(key).toBool(), !before);
-        QCOMPARE(box->isChecked(), !before);
-    }
-
-    void pickersWriteRawValues_data() {
-        QTest::addColumn<int>("comboIndex");
-        QTest::addColumn<int>("option");
-        QTest::addColumn<QString>("key");
-        QTest::addColumn<QString>("raw");
-        QTest::newRow("audio only") << 0 << 2 << u"defaultMode"_s << u"audioOnly"_s;
-        QTest::newRow("m4a") << 1 << 1 << u"audioFormat"_s << u"m4a"_s;
-        QTest::newRow("small model") << 2 << 1 << u"whisperModel"_s << u"small"_s;
-    }
-    void pickersWriteRawValues() {
-        QFETCH(int, comboIndex);
-        QFETCH(int, option);
-        QFETCH(QString, key);
-        QFETCH(QString, raw);
-        QComboBox *box = combo(comboIndex);
-        box->setFocus();
-        for (int i = 0; i < option; ++i)
-            QTest::keyClick(box, Qt::Key_Down);
-        QSettings disk(m_settings->fileName(), QSettings::IniFormat);
-        QCOMPARE(disk.value(key).toString(), raw);
-    }
-
-    void outsideChangesRedrawTheForm() {
-        m_settings->setSmartMode(false);
-        m_settings->setDefaultModeRaw(u"audioOnly"_s);
-        m_settings->setWhisperModel(u"small"_s);
-        QVERIFY(!withText<QCheckBox>(u"Smart Mode — auto-download copied media links"_s)->isChecked());
-        QCOMPARE(combo(0)->currentText(), u"Audio only"_s);
-        QCOMPARE(combo(2)->currentData().toString(), u"small"_s);
-        // An unknown stored mode reads as the default one.
-        m_settings->setDefaultModeRaw(u"hologram"_s);
-        QCOMPARE(combo(0)->currentText(), u"Video (best quality)"_s);
+    // A click is written at once: a second reader of the same file sees it. The cookies box is
+    // offered only while a browser profile exists.
+    void togglesAndPickersWriteAtOnce() {
+        const QList<std::pair<QString, QString>> toggles{{u"Prefer MP4 (most compatible)"_s, u"preferMP4"_s},
+                                                         {u"Use Firefox login for private content"_s, u"useBrowserCookies"_s}};
+        for (const auto &[label, key] : toggles) {
+            QCheckBox *box = withText<QCheckBox>(label);
+            const bool before = box->isChecked();
+            QTest::mouseClick(box, Qt::LeftButton, {}, QPoint(8, box->height() / 2));
+            QCOMPARE(QSettings(m_settings->fileName(), QSettings::IniFormat).value(key).toBool(), !before);
+        }
+        // Pickers store the raw value, not the label.
+        const QList<std::tuple<int, int, QString, QString>> pickers{{0, 2, u"defaultMode"_s, u"audioOnly"_s},
+                                                                    {2, 1, u"whisperModel"_s, u"small"_s}};
+        for (const auto &[index, option, key, raw] : pickers) {
+            combo(index)->setFocus();
+            for (int i = 0; i < option; ++i)
+                QTest::keyClick(combo(index), Qt::Key_Down);
+            QCOMPARE(QSettings(m_settings->fileName(), QSettings::IniFormat).value(key).toString(), raw);
+        }
     }
 
     void stepperStaysWithinOneToSix() {
-        QCOMPARE(labelNamed("concurrentLabel")->text(), u"Simultaneous downloads: 3"_s);
+        ui_test::verifyNamedControls(m_view.get()); // the one walk of this screen
         QToolButton *plus = withText<QToolButton>(u"+"_s), *minus = withText<QToolButton>(u"−"_s);
         for (int i = 0; i < 5; ++i) // one click more than there is room for, both ways
             QTest::mouseClick(plus, Qt::LeftButton);
@@ -162,7 +109,6 @@ private Q_SLOTS:
         for (int i = 0; i < 8; ++i)
             QTest::mouseClick(minus, Qt::LeftButton);
         QVERIFY(m_settings->maxConcurrent() == 1 && !minus->isEnabled() && plus->isEnabled());
-        QCOMPARE(labelNamed("concurrentLabel")->text(), u"Simultaneous downloads: 1"_s);
     }
 
     void folderChooserSetsOrKeepsTheFolder() {
@@ -196,7 +142,6 @@ private Q_SLOTS:
         scriptEngine(output, true);
         QWidget *row = m_view->findChild<QWidget *>(u"lastCheckRow"_s);
         QVERIFY(!row->isVisible());
-        QCOMPARE(labelNamed("engineVersion")->text(), u"…"_s);
         vtest::await(m_healer->refreshVersion());
         QCOMPARE(labelNamed("engineVersion")->text(), u"2025.01.01"_s);
 
@@ -210,38 +155,6 @@ private Q_SLOTS:
         QVERIFY(update->isEnabled() && row->isVisible());
         QCOMPARE(engineRuns(), 1);
         QCOMPARE(labelNamed("lastCheck")->text(), lastCheck);
-    }
-
-    void modelDownloadBarFollowsTheTranscriber() {
-        QTcpServer server;
-        QVERIFY(server.listen(QHostAddress::LocalHost));
-        Transcriber::Setup setup = transcriberSetup(u"http://127.0.0.1:%1/resolve/main/"_s.arg(server.serverPort()));
-        Transcriber transcriber(setup);
-        SettingsView view(*m_settings, *m_healer, transcriber);
-        view.show();
-        QWidget *row = view.findChild<QWidget *>(u"modelDownloadRow"_s);
-        QVERIFY(row && !row->isVisible());
-        bool finished = false;
-        QCoro::connect(transcriber.ensureModel(), &view, [&] { finished = true; });
-        QTRY_VERIFY(server.hasPendingConnections());
-        QTcpSocket *socket = server.nextPendingConnection();
-        QByteArray request;
-        QTRY_VERIFY2((request += socket->readAll()).contains("\r\n\r\n"), request.constData());
-        socket->write("HTTP/1.1 200 OK\r\nContent-Length: 40000\r\nConnection: close\r\n\r\n");
-        // A little at a time: a reply reports its progress at most every 100 ms.
-        qint64 left = 40000;
-        QTimer trickle;
-        connect(&trickle, &QTimer::timeout, socket, [&] {
-            left -= socket->write(QByteArray(std::min<qint64>(left, 2000), 'x'));
-            if (left == 0) {
-                socket->disconnectFromHost();
-                trickle.stop();
-            }
-        });
-        trickle.start(40);
-        QTRY_VERIFY(row->isVisible() && transcriber.modelDownloadProgress() > 0.2);
-        QTRY_VERIFY_WITH_TIMEOUT(finished, 10000);
-        QVERIFY(!row->isVisible());
     }
 };
 

@@ -4,6 +4,7 @@
 // whose probes are held until the harness ends, so items stay where a test put them.
 
 #include "AccessibleNames.h"
+#include "FixtureSite.h"
 #include "TestEnv.h"
 #include "TestMain.h"
 
@@ -11,12 +12,16 @@
 #include "queue/DownloadQueue.h"
 #include "queue/HistoryStore.h"
 #include "queue/Notifier.h"
+#include "ui/Brand.h"
 #include "ui/ElidedLabel.h"
+#include "ui/ThumbnailLoader.h"
 
 #include <QAccessible>
 #include <QApplication>
 #include <QBuffer>
+#include <QCheckBox>
 #include <QClipboard>
+#include <QComboBox>
 #include <QCoroSignal>
 #include <QDir>
 #include <QFileInfo>
@@ -27,6 +32,7 @@
 #include <QPushButton>
 #include <QSignalSpy>
 #include <QStackedWidget>
+#include <QTemporaryDir>
 #include <QTest>
 #include <QTimer>
 #include <QToolButton>

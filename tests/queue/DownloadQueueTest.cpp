@@ -3,7 +3,6 @@
 #include "TestMain.h"
 
 #include <QDir>
-#include <QSignalSpy>
 #include <QTest>
 
 using namespace queuetest;
@@ -45,7 +44,6 @@ private Q_SLOTS:
         QTest::addColumn<QString>("title");
         const std::optional<DownloadMode> none;
         QTest::newRow("invalid stored default") << QStringLiteral("bogus") << none << linkA << DownloadMode::bestVideoAudio << true << linkA;
-        QTest::newRow("stored default") << QStringLiteral("videoOnly") << none << linkA << DownloadMode::videoOnly << true << linkA;
         QTest::newRow("audio never asks for moments") << QString() << std::optional(DownloadMode::audioOnly) << linkA
                                                       << DownloadMode::audioOnly << false << linkA;
         QTest::newRow("given mode wins") << QStringLiteral("audioOnly") << std::optional(DownloadMode::videoOnly) << linkA
@@ -179,39 +177,6 @@ private Q_SLOTS:
             QCOMPARE(item->progress(), seen.at(i));
         }
         QCOMPARE(item->state(), ItemState::downloading());
-    }
-
-    void progressTextsAndPhases() {
-        QueueRig r;
-        r.engine.holdProbe = true;
-        r.queue.add(linkA);
-        const auto item = r.queue.items().first();
-        const QString unknown = QStringLiteral("Unknown"), speed = QStringLiteral("2MiB/s");
-        r.queue.applyProgress(progressAt(0.1, unknown, unknown), item);
-        QCOMPARE(item->speedText() + item->etaText(), QString());
-        r.clock.advance(0.01);
-        r.queue.applyProgress(progressAt(0.1, speed), item); // throttled: speed and ETA wait too
-        QCOMPARE(item->speedText(), QString());
-        r.clock.advance(1);
-        r.queue.applyProgress(progressAt(std::nullopt, speed), item);
-        QCOMPARE(item->speedText() + u'|' + QString::number(item->progress()), speed + QStringLiteral("|0.1"));
-        QSignalSpy changes(item.get(), &DownloadItem::changed);
-        r.queue.applyProgress(progressAt(std::nullopt, speed), item);
-        QCOMPARE(changes.size(), 0);
-
-        YtDlp::Progress merge;
-        merge.phase = QStringLiteral("Merging video + audio");
-        r.queue.applyProgress(merge, item);
-        QCOMPARE(item->speedText(), QString());
-        r.clock.advance(1);
-        r.queue.applyProgress(progressAt(0.9), item);
-        QCOMPARE(item->state(), ItemState::processing(*merge.phase));
-        r.queue.cancel(item);
-        r.clock.advance(1);
-        r.queue.applyProgress(progressAt(0.95), item);
-        r.queue.applyProgress(merge, item);
-        QCOMPARE(item->state(), ItemState::cancelled());
-        QCOMPARE(item->progress(), 0.9);
     }
 
     void playlistFansOut_data() {
@@ -405,10 +370,6 @@ private Q_SLOTS:
         QTRY_COMPARE(r.queue.running(), 0);
         const auto item = r.find(linkA);
         const QUrl file = item->finalFileURL();
-        auto unfinished = DownloadItem::make(linkB, DownloadMode::audioOnly);
-        r.queue.transcribe(unfinished);
-        r.queue.renderPitch(unfinished, 2);
-        QCOMPARE(unfinished->state(), ItemState::queued());
 
         r.engine.transcribeError = QStringLiteral("whisper-cli failed: out of memory");
         r.queue.transcribe(item);
@@ -428,8 +389,6 @@ private Q_SLOTS:
         QTRY_COMPARE(r.message(), QStringLiteral("Render failed"));
         QCOMPARE(item->state(), ItemState::done());
         QCOMPARE(item->finalFileURL(), file);
-        QCOMPARE(DownloadQueue::practiceStatus(0.75) + u'|' + DownloadQueue::pitchStatus(2) + u'|' + DownloadQueue::pitchStatus(-3),
-                 QStringLiteral("Rendering 75% version|Shifting +2 st|Shifting -3 st"));
     }
 };
 

@@ -69,21 +69,17 @@ private Q_SLOTS:
     }
 
     // Help and version need no display: a GUI start would abort on the missing X server.
-    void helpAndVersionWithoutADisplay_data() {
-        QTest::addColumn<QString>("option");
-        QTest::addColumn<QString>("expected");
-        QTest::newRow("help") << QStringLiteral("--help") << Bootstrap::usageText();
-        QTest::newRow("version") << QStringLiteral("--version") << QStringLiteral("vorlix " VORLIX_VERSION "\n");
-    }
     void helpAndVersionWithoutADisplay() {
-        QFETCH(QString, option);
         QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
         env.remove(QStringLiteral("DISPLAY"));
         env.remove(QStringLiteral("WAYLAND_DISPLAY"));
         env.insert(QStringLiteral("QT_QPA_PLATFORM"), QStringLiteral("xcb"));
-        const Run run = runVorlix({option}, env);
-        QCOMPARE(run.status, 0);
-        QTEST(run.out, "expected");
+        for (const auto &[option, expected] : {std::pair(QStringLiteral("--help"), Bootstrap::usageText()),
+                                               std::pair(QStringLiteral("--version"), QStringLiteral("vorlix " VORLIX_VERSION "\n"))}) {
+            const Run run = runVorlix({option}, env);
+            QCOMPARE(run.status, 0);
+            QCOMPARE(run.out, expected);
+        }
     }
 
     // A command name in the wrong case is no command: the application launches (a command would

@@ -27,7 +27,6 @@ private Q_SLOTS:
         QTest::addColumn<QStringList>("links");
         QTest::addColumn<bool>("clipboard");
         const QString a = QStringLiteral("https://www.youtube.com/watch?v=abc"), b = QStringLiteral("http://example.com/v/1");
-        QTest::newRow("none") << QStringList{} << QStringList{} << false;
         QTest::newRow("links in order") << QStringList{a, b} << QStringList{a, b} << false;
         QTest::newRow("clipboard") << QStringList{QStringLiteral("--from-clipboard")} << QStringList{} << true;
         QTest::newRow("not web links")

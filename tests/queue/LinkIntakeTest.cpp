@@ -6,7 +6,6 @@
 #include "queue/ClipboardWatcher.h"
 #include "queue/InboxWatcher.h"
 
-#include <QDir>
 #include <QFile>
 #include <QFileInfo>
 #include <QTest>
@@ -48,8 +47,6 @@ private Q_SLOTS:
         const QString a = QStringLiteral("https://www.youtube.com/watch?v=abc");
         QTest::newRow("trailing marks cut, repeat dropped")
             << QStringLiteral("see (%1), then again %1.!?]}").arg(a) << QStringList{a};
-        QTest::newRow("paren inside link is cut too")
-            << QStringLiteral("https://en.example.org/wiki/Foo_(bar)") << QStringList{QStringLiteral("https://en.example.org/wiki/Foo_(bar")};
         QTest::newRow("angle brackets, quotes, no scheme") << QStringLiteral("<https://vimeo.com/123> href=\"https://a.example/x\" www.b.example")
                                                            << links("https://vimeo.com/123 https://a.example/x");
         QTest::newRow("upper-case scheme is not a link") << QStringLiteral("HTTPS://A.EXAMPLE/ and Https://b.example/") << QStringList();
@@ -65,22 +62,13 @@ private Q_SLOTS:
         QTEST(BatchView::extractURLs(text), "expected");
     }
 
-    void isMediaURL_data() {
-        QTest::addColumn<QStringList>("texts");
-        QTest::addColumn<bool>("accepted");
-        QTest::newRow("supported hosts, any case, trimmed")
-            << (links("https://youtu.be/x https://vm.tiktok.com/x HTTPS://WWW.YOUTUBE.COM/watch?v=x") << QStringLiteral("  https://youtu.be/x \n"))
-            << true;
-        QTest::newRow("anything else") << QStringList{QStringLiteral("https://spotify.com/track/1"), QStringLiteral("https://notyoutube.com/watch"),
-                                                      QStringLiteral("https://evil.example/youtube.com"), QStringLiteral("https://youtu.be/x\u00A0y"),
-                                                      QStringLiteral("ftp://youtube.com/x"), QStringLiteral("https:///watch"), QString()}
-                                       << false;
-    }
     void isMediaURL() {
-        QFETCH(QStringList, texts);
-        QFETCH(bool, accepted);
-        for (const QString &text : texts)
-            QVERIFY2(ClipboardWatcher::isMediaURL(text) == accepted, qPrintable(text));
+        for (const QString &text : links("https://youtu.be/x https://vm.tiktok.com/x HTTPS://WWW.YOUTUBE.COM/watch?v=x") + QStringList{QStringLiteral("  https://youtu.be/x \n")})
+            QVERIFY2(ClipboardWatcher::isMediaURL(text), qPrintable(text));
+        for (const QString &text : {QStringLiteral("https://spotify.com/track/1"), QStringLiteral("https://notyoutube.com/watch"),
+                                    QStringLiteral("https://evil.example/youtube.com"), QStringLiteral("https://youtu.be/x\u00A0y"),
+                                    QStringLiteral("ftp://youtube.com/x"), QStringLiteral("https:///watch"), QString()})
+            QVERIFY2(!ClipboardWatcher::isMediaURL(text), qPrintable(text));
     }
 
     // Only a new copy counts, and only its first line when that is a supported link; copies made
@@ -152,16 +140,6 @@ private Q_SLOTS:
         }
     }
 
-    void inboxPathPrefersExistingSyncedFolder() {
-        const QString home = QDir::homePath();
-        QDir(home + QStringLiteral("/Nextcloud")).removeRecursively();
-        QDir(home + QStringLiteral("/Dropbox")).removeRecursively();
-        QCOMPARE(InboxWatcher::defaultInboxPath(), home + QStringLiteral("/Sync/Vorlix/inbox.txt"));
-        QVERIFY(QDir().mkpath(home + QStringLiteral("/Dropbox")));
-        QCOMPARE(InboxWatcher::defaultInboxPath(), home + QStringLiteral("/Dropbox/Vorlix/inbox.txt"));
-        QVERIFY(QDir().mkpath(home + QStringLiteral("/Nextcloud")));
-        QCOMPARE(InboxWatcher::defaultInboxPath(), home + QStringLiteral("/Nextcloud/Vorlix/inbox.txt"));
-    }
 };
 
 VORLIX_TEST_SUITE(LinkIntakeTest)

@@ -52,8 +52,7 @@ private Q_SLOTS:
             daemon.terminate();
             daemon.waitForFinished(5000);
         });
-        daemon.start(QStringLiteral("dbus-daemon"), {QStringLiteral("--session"), QStringLiteral("--nofork"),
-                                                     QStringLiteral("--print-address=1")});
+        daemon.start(QStringLiteral("dbus-daemon"), QString::fromLatin1("--session --nofork --print-address=1").split(u' '));
         QVERIFY(daemon.waitForReadyRead(15000));
         const QString address = QString::fromLatin1(daemon.readLine().trimmed());
         const QString service = QStringLiteral("app.vorlix.test");

@@ -19,16 +19,10 @@ struct PrivateHome {
     QProcessEnvironment environment() const {
         QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
         const QString root = dir.path();
-        const QList<std::pair<QString, QString>> dirs{
-            {QStringLiteral("HOME"), home()},
-            {QStringLiteral("XDG_CONFIG_HOME"), root + QStringLiteral("/config")},
-            {QStringLiteral("XDG_DATA_HOME"), data()},
-            {QStringLiteral("XDG_CACHE_HOME"), root + QStringLiteral("/cache")},
-            {QStringLiteral("XDG_RUNTIME_DIR"), root + QStringLiteral("/run")},
-            {QStringLiteral("TMPDIR"), root + QStringLiteral("/tmp")}};
-        for (const auto &[name, path] : dirs) {
-            QDir().mkpath(path);
-            env.insert(name, path);
+        for (const auto &[name, sub] : {std::pair("HOME", "/home"), std::pair("XDG_CONFIG_HOME", "/config"), std::pair("XDG_DATA_HOME", "/data"),
+                                        std::pair("XDG_CACHE_HOME", "/cache"), std::pair("XDG_RUNTIME_DIR", "/run"), std::pair("TMPDIR", "/tmp")}) {
+            QDir().mkpath(root + QLatin1String(sub));
+            env.insert(QLatin1String(name), root + QLatin1String(sub));
         }
         QFile::setPermissions(root + QStringLiteral("/run"), QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
         QDir().mkpath(root + QStringLiteral("/config/Vorlix"));

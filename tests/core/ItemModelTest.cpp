@@ -20,15 +20,11 @@ private Q_SLOTS:
         const std::optional<qint64> none;
         row(" \t1:30\t", 90);
         row("1:02:15", 3735);
-        row("1::30", 90);
         row("+1:-30", 30);
         row("", none);
-        row("90\n", none);
-        row("1:2:3:4", none);
         row("\u0661\u0662", none); // Arabic-Indic digits are not ASCII digits
         row("9223372036854775807", std::numeric_limits<qint64>::max());
         row("9223372036854775808", none);
-        row("9223372036854775807:0", none);
     }
     void seconds() {
         QFETCH(QString, text);

@@ -86,14 +86,6 @@ private Q_SLOTS:
         QVERIFY(!vtest::failure(ImageSearch::search(u"fox"_s, 1, 20, endpointAt(u"http://127.0.0.1:1"_s))).isEmpty());
     }
 
-    void fileNames() {
-        QCOMPARE(ImageSearch::sanitize(u"a/b:c?"_s), u"a-b-c-"_s);
-        QCOMPARE(ImageSearch::sanitize(u" \t "_s), u"image"_s);
-        QCOMPARE(ImageSearch::sanitize(QString(69, u'a') + u"😀b"_s), QString(69, u'a')); // never half a surrogate pair
-        QCOMPARE(ImageSearch::fileExtension(u"IMAGE/JPEG"_s, QUrl(u"https://x/a.png"_s)), u"jpg"_s);
-        QCOMPARE(ImageSearch::fileExtension(QString(), QUrl(u"https://x/photo.tiff"_s)), u"jpg"_s);
-    }
-
     void downloadsAreFiledBySourceWithCredit() {
         const QString folder = freshFolder();
         Result r = pictureAt(site.url(u"/img/sunset.png?type=image/jpeg"_s));
@@ -113,10 +105,6 @@ private Q_SLOTS:
         QCOMPARE(saved, folder + u"/Images/Wikimedia Commons/Sunset.jpeg"_s);
         QCOMPARE(QDir(QFileInfo(saved).path()).entryList(QDir::Files), QStringList{u"Sunset.jpeg"_s});
 
-        // Without a folder the settings' download folder is used.
-        AppSettings::shared().setDownloadFolderPath(folder + u"/Library"_s);
-        QCOMPARE(vtest::await(ImageSearch::download(pictureAt(site.url(u"/img/sunset.png"_s)))),
-                 folder + u"/Library/Images/Flickr/Sunset.png"_s);
         QVERIFY(TestEnv::filesContaining(QDir::tempPath(), u"vorlix-"_s).isEmpty());
     }
 

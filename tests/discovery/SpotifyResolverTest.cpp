@@ -112,7 +112,6 @@ private Q_SLOTS:
         row("half the artist words", "zz Daft", "", -1, "qq|Daft Punk", 7.5);
         row("official audio", "zz (Official Audio)", "", -1, "qq|", 22);
         row("official video", "zz [official video]", "", -1, "qq|", 12);
-        row("official music video", "zz official music video", "", -1, "qq|", 12);
         row("topic channel", "zz", "Someone - Topic", -1, "qq|", 18);
         row("lyrics", "zz (Lyrics)", "", -1, "qq|", 4);
         row("lyrics with karaoke", "zz lyric karaoke", "", -1, "qq|", -50);
@@ -120,11 +119,9 @@ private Q_SLOTS:
         row("cover fires inside discover", "Discover Weekly", "", -1, "qq|", -20);
         row("59 s", "zz", "", 59, "qq|", -25);
         row("60 s", "zz", "", 60, "qq|", 0);
-        row("119 s", "zz", "", 119, "qq|", 0);
         row("120 s", "zz", "", 120, "qq|", 8);
         row("480 s", "zz", "", 480, "qq|", 8);
         row("481 s", "zz", "", 481, "qq|", 0);
-        row("900 s", "zz", "", 900, "qq|", 0);
         row("901 s", "zz", "", 901, "qq|", -20);
     }
     void scoring() {
@@ -142,7 +139,6 @@ private Q_SLOTS:
         QTest::addColumn<QString>("expected"); // title|artist|artwork path, "-" for none
         QTest::newRow("both") << u"ok"_s << u"full"_s << u"Midnight City|M83|/art/cover.jpg"_s;
         QTest::newRow("oembed 404") << u"missing"_s << u"full"_s << u"Midnight City - song and lyrics by M83 | Spotify|M83|/art/page.jpg"_s;
-        QTest::newRow("oembed title only") << u"nothumb"_s << u"full"_s << u"Midnight City|M83|/art/page.jpg"_s;
         QTest::newRow("page 500") << u"ok"_s << u"full?status=500"_s << u"Midnight City|-|/art/cover.jpg"_s;
         QTest::newRow("page reversed, entities") << u"missing"_s << u"reversed"_s << u"Rock & Roll \"Live\" <|The Band & Co|-"_s;
         QTest::newRow("page not utf-8") << u"notitle"_s << u"latin1"_s << u"-|-|-"_s;
@@ -154,16 +150,6 @@ private Q_SLOTS:
         const auto m = vtest::await(SpotifyResolver::fetchMetadata(track(trackPath), oEmbed(oEmbedVariant)));
         const QString art = m.artwork.isEmpty() ? u"-"_s : m.artwork.toString().remove(site.url(QString()));
         QCOMPARE(QStringList({m.title.value_or(u"-"_s), m.artist.value_or(u"-"_s), art}).join(u'|'), expected);
-    }
-
-    void requestsAsTheServicesExpect() {
-        const int before = site.requests().size();
-        vtest::await(SpotifyResolver::fetchMetadata(track(u"full?si=ü1"_s), oEmbed(u"ok"_s)));
-        QStringList log = site.requests().mid(before);
-        log.sort(); // the two requests run at once
-        // the link travels with only the characters outside the URL-query set encoded
-        QCOMPARE(log.value(0).section(u" UA="_s, 0, 0), u"GET /ok/oembed?url="_s + track(u"full?si=%C3%BC1"_s));
-        QCOMPARE(log.value(1), u"GET /track/full?si=%C3%BC1 UA=Mozilla/5.0 (Macintosh; Intel Mac OS X 10_15_7)"_s);
     }
 
     void bothFetchesRunAtOnceAndTimeOut() {

@@ -46,10 +46,6 @@ private Q_SLOTS:
                          QStringLiteral("two words"), QString(), QStringLiteral("'\"$HOME\"'"), QStringLiteral("ü·…")});
         QCOMPARE(r.status, 4);
         QCOMPARE(r.stdoutText, QStringLiteral("[two words][]['\"$HOME\"'][ü·…]"));
-        // A stray Latin-1 byte (a title in ffmpeg's log) spoils only itself.
-        r = runSync(sh, {QStringLiteral("-c"), QStringLiteral("printf 'ok\\377' ; printf 'Caf\\351\\n  Duration: 00:00:05.00' >&2")});
-        QCOMPARE(r.stdoutText, QStringLiteral("ok\uFFFD"));
-        QCOMPARE(r.stderrText, QStringLiteral("Caf\uFFFD\n  Duration: 00:00:05.00"));
     }
 
     void timeoutTerminatesTheWholeGroup() {
@@ -87,17 +83,6 @@ private Q_SLOTS:
         QVERIFY(ChildRegistry::running().isEmpty());
         const qint64 grandchild = TestEnv::readFile(pidFile).trimmed().toLongLong();
         QTRY_VERIFY(EngineMedia::commandLine(grandchild).isEmpty());
-    }
-
-    void launchFailuresCarryThePlatformText() {
-        const auto launchError = [](const QString &exe) { return vtest::failure(Tools::run(exe, {}, 30)); };
-        QCOMPARE(launchError(TestEnv::root() + QStringLiteral("/missing-tool")), QStringLiteral("No such file or directory"));
-        const QString plain = TestEnv::root() + QStringLiteral("/not-executable");
-        writeFile(plain, "#!/bin/sh\n", 1000);
-        QFile::setPermissions(plain, QFileDevice::ReadOwner | QFileDevice::WriteOwner);
-        // root may read anything, but exec still needs an x bit
-        QCOMPARE(launchError(plain), QStringLiteral("Permission denied"));
-        QCOMPARE(launchError(TestEnv::root()), QStringLiteral("Permission denied"));
     }
 
     void installRules() {
@@ -175,9 +160,6 @@ private Q_SLOTS:
         const QString ytdlp = Tools::ytDlpURL();
         QCOMPARE(ytdlp, AppSettings::appSupportDir() + QStringLiteral("/bin/yt-dlp"));
         QVERIFY(Tools::whisperURL().endsWith(QStringLiteral("/whisper-cli")));
-
-        const auto help = runSync(Tools::whisperURL(), {QStringLiteral("--help")});
-        QVERIFY(help.stdoutText.contains(QStringLiteral("usage:")) || help.stderrText.contains(QStringLiteral("usage:")));
 
         // Offline the self-update cannot reach its release feed, but it must try (Debian's copy refuses).
         const auto update = runSync(ytdlp, {QStringLiteral("-U")}, 120);

@@ -170,7 +170,6 @@ private Q_SLOTS:
         const QString write = QStringLiteral("printf '%1' >> \"$1\"\necho 'VORLIX|100%|1MiB/s|00:00'\n");
         QTest::newRow("last line names the file") << write.arg(QStringLiteral("%2\\n%1\\n\\n")) << QStringLiteral("%1");
         QTest::newRow("last line names a missing file") << write.arg(QStringLiteral("%1\\n%2\\n")) << notLocated;
-        QTest::newRow("not UTF-8") << write.arg(QStringLiteral("%1\\377\\n")) << notLocated;
         QTest::newRow("stale leftover is not this run's file") << QString() << notLocated;
         QTest::newRow("a failed status beats a written path")
             << QStringLiteral("echo %1 >> \"$1\"\necho 'WARNING: slow\\nERROR: [youtube] abc: Video unavailable' >&2\nexit 1\n")

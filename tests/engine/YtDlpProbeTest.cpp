@@ -50,18 +50,6 @@ private Q_SLOTS:
             QStringLiteral("--no-warnings"), QStringLiteral("--playlist-end"), QStringLiteral("100"), url}));
     }
 
-    void missingPageIsOneFriendlyLine() {
-        recordRealDownloader();
-        try {
-            vtest::await(YtDlp::probe(m_site->url(QStringLiteral("/missing.html"))));
-            QFAIL("expected a YtDlpError");
-        } catch (const YtDlpError &e) {
-            QCOMPARE(e.kind(), YtDlpError::Kind::probeFailed);
-            QVERIFY2(e.message().contains(QLatin1String("HTTP Error 404")) && !e.message().contains(QLatin1String("ERROR:")) &&
-                         !e.message().contains(u'\n'), qPrintable(e.message()));
-        }
-    }
-
     void brokenAnswersFailWithoutCrashing_data() {
         QTest::addColumn<QString>("script");
         QTest::addColumn<QString>("expected"); // "error: …" or the title
@@ -69,7 +57,6 @@ private Q_SLOTS:
                                                    << QStringLiteral("error: no JSON");
         QTest::newRow("light fails, JSON of wrong types") << QStringLiteral("[ \"$1\" = -J ] && { echo '{\"title\":[1],\"entries\":{}}'; exit 0; }\nexit 9")
                                                           << QStringLiteral("https://example.com/v/9");
-        QTest::newRow("light prints plain text") << QStringLiteral("echo 'Something odd'") << QStringLiteral("Something odd");
     }
     void brokenAnswersFailWithoutCrashing() {
         QFETCH(QString, script);

@@ -57,12 +57,6 @@ private Q_SLOTS:
         QCOMPARE(s.downloadFolder(), blocked);
         QVERIFY(!QDir(blocked).exists());
     }
-
-    void storesLiveInTheUserFolders() {
-        QCOMPARE(AppSettings::appSupportDir(), TestEnv::dataHome() + QStringLiteral("/Vorlix"));
-        QVERIFY(QDir(AppSettings::appSupportDir()).exists());
-        QCOMPARE(AppSettings::shared().fileName(), TestEnv::home() + QStringLiteral("/.config/Vorlix/Vorlix.conf"));
-    }
 };
 
 VORLIX_TEST_SUITE(SettingsTest)

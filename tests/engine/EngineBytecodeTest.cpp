@@ -26,13 +26,9 @@ with zipfile.ZipFile(buf, "w", zipfile.ZIP_DEFLATED) as z:
 open(sys.argv[2], "wb").write(b"#!/usr/bin/env python3\n" + buf.getvalue())
 )PY";
 
-// Sources without bytecode, bytecode files; then whether yt-dlp's updater loads from the bytecode
-// and still sees an updatable zip.
+// Whether yt-dlp's updater loads from the bytecode and still sees an updatable zip.
 const char *const inspect = R"PY(
-import sys, zipfile
-names = set(zipfile.ZipFile(sys.argv[1]).namelist())
-print(sum(1 for n in names if n.endswith(".py") and n + "c" not in names),
-      sum(1 for n in names if n.endswith(".pyc")))
+import sys
 sys.path.insert(0, sys.argv[1])
 from yt_dlp import update
 print(update.__file__.endswith(".pyc"), update.detect_variant(), update.is_non_updateable())
@@ -68,14 +64,12 @@ private Q_SLOTS:
         QVERIFY(QFile::copy(m_release, tool));
         const auto permissions = QFileInfo(tool).permissions();
         QCOMPARE(int(vtest::await(EngineBytecode::add(tool)).outcome), int(EngineBytecode::Outcome::added));
-        const QStringList seen = runPython(inspect, {tool}).split(u'\n');
-        QCOMPARE(seen.value(0).section(u' ', 0, 0), QStringLiteral("0"));
-        QVERIFY(seen.value(0).section(u' ', 1).toInt() > 500);
-        QCOMPARE(seen.value(1), QStringLiteral("True zip None"));
+        // zip member names are stored as plain text
+        QVERIFY(!TestEnv::readFile(m_release).contains(".pyc") && TestEnv::readFile(tool).count(".pyc") > 1000);
+        QCOMPARE(runPython(inspect, {tool}), QStringLiteral("True zip None"));
         QCOMPARE(QFileInfo(tool).permissions(), permissions);
         QVERIFY(TestEnv::filesContaining(m_dir, QStringLiteral(".vorlix-")).isEmpty());
-        QString err;
-        QVERIFY(TestEnv::runTool(tool, {QStringLiteral("--version")}, &err));
+        QVERIFY(TestEnv::runTool(tool, {QStringLiteral("--version")}));
 
         // A plain script is no zip: left alone.
         const QString script = TestEnv::writeScript(m_dir + QStringLiteral("/script"), QStringLiteral("#!/usr/bin/env python3\nprint(1)\n"));
@@ -102,8 +96,7 @@ private Q_SLOTS:
         QCOMPARE(after.st_ino, before.st_ino);
         QCOMPARE(TestEnv::readFile(tool), bytes);
         QVERIFY(TestEnv::filesContaining(m_dir, QStringLiteral(".vorlix-")).isEmpty());
-        QString err;
-        QVERIFY(TestEnv::runTool(tool, {QStringLiteral("--version")}, &err));
+        QVERIFY(TestEnv::runTool(tool, {QStringLiteral("--version")}));
     }
 };
 

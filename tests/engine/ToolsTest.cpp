@@ -37,15 +37,12 @@ class ToolsTest : public QObject {
     const QString sh = QStringLiteral("/bin/sh");
 
 private Q_SLOTS:
-    void runKeepsArgumentsAndOutputsWhole() {
+    void runKeepsOutputsWhole() {
         // Several megabytes on stderr and nothing else must not deadlock.
-        auto r = runSync(sh, {QStringLiteral("-c"), QStringLiteral("head -c 6000000 /dev/zero | tr '\\000' e >&2; printf out")});
+        const auto r = runSync(sh, {QStringLiteral("-c"), QStringLiteral("head -c 6000000 /dev/zero | tr '\\000' e >&2; printf out; exit 4")});
+        QCOMPARE(r.status, 4);
         QCOMPARE(r.stderrText.size(), 6000000);
         QCOMPARE(r.stdoutText, QStringLiteral("out"));
-        r = runSync(sh, {QStringLiteral("-c"), QStringLiteral("for a in \"$@\"; do printf '[%s]' \"$a\"; done; exit 4"), QStringLiteral("x"),
-                         QStringLiteral("two words"), QString(), QStringLiteral("'\"$HOME\"'"), QStringLiteral("ü·…")});
-        QCOMPARE(r.status, 4);
-        QCOMPARE(r.stdoutText, QStringLiteral("[two words][]['\"$HOME\"'][ü·…]"));
     }
 
     void timeoutTerminatesTheWholeGroup() {
@@ -107,14 +104,6 @@ private Q_SLOTS:
         QCOMPARE(TestEnv::readFile(installed("yt-dlp")), QByteArray("ytdlp-self-updated"));
         QCOMPARE(TestEnv::readFile(installed("ffmpeg")), QByteArray("ffmpeg-v2"));
         QCOMPARE(TestEnv::readFile(installed("whisper-cli")), QByteArray("whisper-local"));
-
-        // The copy keeps the packaged build's time: a build made before this install still replaces it.
-        writeFile(pkg("whisper-cli"), "whisper-v2", 1500);
-        QFile::remove(installed("whisper-cli"));
-        Tools::installBundledTools(layout);
-        writeFile(pkg("whisper-cli"), "whisper-v3", 1600);
-        Tools::installBundledTools(layout);
-        QCOMPARE(TestEnv::readFile(installed("whisper-cli")), QByteArray("whisper-v3"));
     }
 
     void locationPrecedence() {
@@ -138,11 +127,6 @@ private Q_SLOTS:
         QFile::remove(local + QStringLiteral("ffmpeg"));
         QFile::remove(usr + QStringLiteral("ffmpeg"));
         QCOMPARE(ffmpeg(), installed);
-        // A non-executable installed file does not count; the packaged copy is the last resort.
-        QFile::setPermissions(installed, QFileDevice::ReadOwner);
-        writeFile(layout.packagedDir + QStringLiteral("/whisper-cli"), "x", 1000);
-        QCOMPARE(ffmpeg(), QString());
-        QCOMPARE(Tools::systemFirstURL(Tools::whisperName, layout), layout.packagedDir + QStringLiteral("/whisper-cli"));
 
         // The downloader: the installed copy beats a system-wide one, and is installed on demand.
         writeFile(local + QStringLiteral("yt-dlp"), "x", 1000);

@@ -49,27 +49,6 @@ private Q_SLOTS:
         QCOMPARE(TestEnv::standInArgs(Tools::ytDlpName), (QStringList{QStringLiteral("-J"), QStringLiteral("--flat-playlist"),
             QStringLiteral("--no-warnings"), QStringLiteral("--playlist-end"), QStringLiteral("100"), url}));
     }
-
-    void brokenAnswersFailWithoutCrashing_data() {
-        QTest::addColumn<QString>("script");
-        QTest::addColumn<QString>("expected"); // "error: …" or the title
-        QTest::newRow("light empty, JSON garbage") << QStringLiteral("[ \"$1\" = -J ] && { echo '{\"title\": '; echo 'ERROR: no JSON' >&2; }\nexit 0")
-                                                   << QStringLiteral("error: no JSON");
-        QTest::newRow("light fails, JSON of wrong types") << QStringLiteral("[ \"$1\" = -J ] && { echo '{\"title\":[1],\"entries\":{}}'; exit 0; }\nexit 9")
-                                                          << QStringLiteral("https://example.com/v/9");
-    }
-    void brokenAnswersFailWithoutCrashing() {
-        QFETCH(QString, script);
-        QFETCH(QString, expected);
-        TestEnv::standIn(Tools::ytDlpName, script);
-        QString actual;
-        try {
-            actual = vtest::await(YtDlp::probe(QStringLiteral("https://example.com/v/9"))).title;
-        } catch (const YtDlpError &e) {
-            actual = QStringLiteral("error: ") + e.message();
-        }
-        QCOMPARE(actual, expected);
-    }
 };
 
 VORLIX_TEST_SUITE(YtDlpProbeTest)

@@ -62,18 +62,6 @@ private Q_SLOTS:
         QVERIFY(!YtDlp::shouldSelfHeal(QStringLiteral("Read timeout after 20s")));
         QVERIFY(!YtDlp::shouldSelfHeal(YtDlp::loginNeededMessage));
     }
-
-    void durationTexts() {
-        const auto text = [](std::optional<double> seconds) {
-            ProbeResult probe;
-            probe.durationSeconds = seconds;
-            return probe.durationText();
-        };
-        QCOMPARE(text(std::nullopt), QString());
-        QCOMPARE(text(0), QString());
-        QCOMPARE(text(212.9), QStringLiteral("3:32"));
-        QCOMPARE(text(36061), QStringLiteral("10:01:01"));
-    }
 };
 
 VORLIX_TEST_SUITE(YtDlpTextTest)

@@ -84,14 +84,6 @@ private Q_SLOTS:
                             "Attribution required when reusing this image."));
         QVERIFY(site.requests().last().endsWith(u"UA=Vorlix/1.0 (macOS media tool)"_s));
 
-        // No credit file for a licence without one; the source name is capitalized word by word.
-        r = pictureAt(site.url(u"/img/photo.JPEG?notype=1"_s));
-        r.sourceName = u"WIKIMEDIA commons"_s;
-        r.licenseRequiresCredit = false;
-        const QString saved = vtest::await(ImageSearch::download(r, folder, endpointAt(QString())));
-        QCOMPARE(saved, folder + u"/Images/Wikimedia Commons/Sunset.jpeg"_s);
-        QCOMPARE(QDir(QFileInfo(saved).path()).entryList(QDir::Files), QStringList{u"Sunset.jpeg"_s});
-
         QVERIFY(TestEnv::filesContaining(QDir::tempPath(), u"vorlix-"_s).isEmpty());
     }
 

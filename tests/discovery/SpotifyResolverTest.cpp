@@ -187,13 +187,6 @@ private Q_SLOTS:
         QCOMPARE(TestEnv::standInArgs(u"yt-dlp"_s).last(), u"ytsearch6:M83 "_s + expectedTitle);
     }
 
-    void resolveWithoutATitleFails() {
-        TestEnv::standIn(u"yt-dlp"_s);
-        QCOMPARE(vtest::failure(SpotifyResolver::resolve(track(u"latin1"_s), oEmbed(u"notitle"_s))),
-                 u"Couldn't read track info from that Spotify link."_s);
-        QVERIFY(TestEnv::standInArgs(u"yt-dlp"_s).isEmpty()); // nothing to search for
-    }
-
     void applyTagsWritesTagsCoverAndName_data() {
         QTest::addColumn<QString>("source");
         QTest::addColumn<QString>("art");

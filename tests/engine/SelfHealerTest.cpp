@@ -7,7 +7,6 @@
 
 #include <QDir>
 #include <QFile>
-#include <QSignalSpy>
 #include <QTest>
 
 #include <memory>
@@ -94,8 +93,6 @@ private Q_SLOTS:
     void overlappingUpdatesRunOnce() {
         writeDownloader(QStringLiteral("1"), QStringLiteral("Updated yt-dlp to 2"), {}, 0, 0.5);
         auto healer = makeHealer(m_tool);
-        QSignalSpy written(m_settings.get(), &AppSettings::changed);
-
         auto first = healer->updateEngine();
         QVERIFY(healer->isUpdating());
         QCOMPARE(vtest::await(healer->updateEngine()), false);
@@ -104,28 +101,9 @@ private Q_SLOTS:
         QCOMPARE(vtest::await(std::move(first)), true);
         QVERIFY(!healer->isUpdating());
         QCOMPARE(calls(QStringLiteral("-U")), 1);
-        QCOMPARE(written.count(), 1);
-        QCOMPARE(written.first().first().toString(), QStringLiteral("lastEngineUpdateCheck"));
         // Once it has finished, the next update runs again.
         QCOMPARE(vtest::await(healer->updateEngine()), true);
         QCOMPARE(calls(QStringLiteral("-U")), 2);
-    }
-
-    void dailyCheckNeedsMoreThanADay_data() {
-        QTest::addColumn<double>("lastCheckAgo");
-        QTest::addColumn<bool>("updates");
-        QTest::newRow("exactly a day") << 86400.0 << false;
-        QTest::newRow("a day and a second") << 86401.0 << true;
-    }
-    void dailyCheckNeedsMoreThanADay() {
-        QFETCH(double, lastCheckAgo);
-        QFETCH(bool, updates);
-        writeDownloader(QStringLiteral("1"), QStringLiteral("yt-dlp is up to date"));
-        m_settings->setLastEngineUpdateCheck(m_now - lastCheckAgo);
-        auto healer = makeHealer(m_tool);
-        vtest::await(healer->dailyCheck());
-        QCOMPARE(calls(QStringLiteral("-U")), updates ? 1 : 0);
-        QCOMPARE(m_settings->lastEngineUpdateCheck(), updates ? m_now : m_now - lastCheckAgo);
     }
 
     void destroyedWhileUpdating() {

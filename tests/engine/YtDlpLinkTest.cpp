@@ -79,11 +79,9 @@ private Q_SLOTS:
             QTest::newRow(name) << status << out << err << expected;
         };
         row("song", 0, QStringLiteral("VORLIXMETA\tSong\t213\tNA\tMusic\n"), {}, QStringLiteral("Song|213||Music|"));
-        row("all NA", 0, QStringLiteral("VORLIXMETA\tNA\tNA\tNA\tNA\n"), {}, pageLink + QStringLiteral("||||"));
         row("last marker line wins", 0,
             QStringLiteral("[generic] x\nVORLIXMETA\tOld\t1\tNA\tNA\nVORLIXMETA\tNew\t2.5\thttps://i.ytimg.com/hq.jpg\tGaming\nDeleting\n"), {},
             QStringLiteral("New|2.5|https://i.ytimg.com/hq.jpg|Gaming|"));
-        row("unmarked output: its first line", 0, QStringLiteral("\n  \nJust a title\nsecond\n"), {}, QStringLiteral("Just a title||||"));
         row("blank output fails", 0, QStringLiteral(" \n\n"), QStringLiteral("WARNING: x\nERROR: boom\n"), QStringLiteral("error: boom"));
         row("non-zero status fails whatever the output", 1, QStringLiteral("VORLIXMETA\tSong\t213\tNA\tMusic\n"),
             QStringLiteral("ERROR: HTTP Error 404: Not Found"), QStringLiteral("error: HTTP Error 404: Not Found"));

@@ -27,17 +27,6 @@ private Q_SLOTS:
     }
     void cleanupTestCase() { TestEnv::removeStubTool(Tools::ytDlpName); }
 
-    void singleVideo() {
-        recordRealDownloader();
-        const QString url = m_site->url(QStringLiteral("/page.html"));
-        const ProbeResult p = vtest::await(YtDlp::probe(url));
-        QCOMPARE(p.title, QStringLiteral("Fixture Page (1)"));
-        QCOMPARE(p.thumbnail, std::optional<QUrl>(QUrl(m_site->url(QStringLiteral("/poster.jpg")))));
-        QVERIFY(p.playlistEntries.isEmpty() && p.categories.isEmpty());
-        QCOMPARE(TestEnv::standInArgs(Tools::ytDlpName), (QStringList{QStringLiteral("--no-warnings"), QStringLiteral("--no-playlist"),
-                                                                      QStringLiteral("--print"), YtDlp::metadataTemplate, url}));
-    }
-
     void multiVideoPageIsAPlaylist() {
         recordRealDownloader();
         const QString url = m_site->url(QStringLiteral("/playlist/"));

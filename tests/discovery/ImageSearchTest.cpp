@@ -91,7 +91,6 @@ private Q_SLOTS:
         QTest::addColumn<QString>("path");
         QTest::addColumn<bool>("folderIsAFile");
         QTest::addColumn<QString>("message");
-        QTest::newRow("no full-size address") << QString() << false << u"That image has no downloadable file."_s;
         QTest::newRow("http 404") << u"/img/missing.png"_s << false << unreachable;
         QTest::newRow("time-out") << u"/img/sunset.png?delay=2"_s << false << u"The request timed out."_s;
         QTest::newRow("folder cannot exist") << u"/img/sunset.png"_s << true << u"Couldn't save the image."_s;

@@ -6,7 +6,6 @@
 #include "engine/SelfHealer.h"
 
 #include <QDir>
-#include <QFile>
 #include <QTest>
 
 #include <memory>

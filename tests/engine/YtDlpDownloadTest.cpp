@@ -22,21 +22,8 @@ struct Outcome {
     QList<YtDlp::Progress> progress;
     QList<YtDlp::ChildProcess> registered;
     QString pathFile;
-
-    QStringList phases() const {
-        QStringList out;
-        for (const auto &p : progress)
-            if (p.phase)
-                out << *p.phase;
-        return out;
-    }
-    QList<double> fractions() const {
-        QList<double> out;
-        for (const auto &p : progress)
-            if (p.fraction)
-                out << *p.fraction;
-        return out;
-    }
+    QStringList phases;
+    QList<double> fractions;
 };
 
 Outcome runDownload(const DownloadItemPtr &item, const AppSettings &settings, const QString &outputDir,
@@ -49,7 +36,13 @@ Outcome runDownload(const DownloadItemPtr &item, const AppSettings &settings, co
             onRegister(child);
     };
     try {
-        out.path = vtest::await(YtDlp::download(item, settings, outputDir, reg, [&out](const YtDlp::Progress &p) { out.progress << p; }));
+        out.path = vtest::await(YtDlp::download(item, settings, outputDir, reg, [&out](const YtDlp::Progress &p) {
+            out.progress << p;
+            if (p.phase)
+                out.phases << *p.phase;
+            if (p.fraction)
+                out.fractions << *p.fraction;
+        }));
     } catch (const YtDlpError &e) {
         out.error = e.kind() == YtDlpError::Kind::downloadFailed ? e.message() : QStringLiteral("<wrong kind>");
     }
@@ -120,15 +113,15 @@ private Q_SLOTS:
         QVERIFY(!QFile::exists(out.pathFile));
         QTEST(probeFile(out.path), "probed");
         QFETCH(QString, phase);
-        QVERIFY2(out.phases().contains(phase), qPrintable(out.phases().join(u',')));
-        QCOMPARE(out.fractions().value(out.fractions().size() - 1), 1.0);
+        QVERIFY2(out.phases.contains(phase), qPrintable(out.phases.join(u',')));
+        QCOMPARE(out.fractions.value(out.fractions.size() - 1), 1.0);
     }
 
     void progressRisesToTheEnd() {
         // A single throttled file: yt-dlp reports it in rising steps, each with speed and ETA texts.
         const Outcome out = fetch(QStringLiteral("/clip.mp4?rate=100000"), DownloadMode::bestVideoAudio);
         QCOMPARE(out.error, QString());
-        const QList<double> f = out.fractions();
+        const QList<double> f = out.fractions;
         QVERIFY2(f.size() >= 3 && f.first() < 0.5 && f.last() == 1.0, qPrintable(QString::number(f.size())));
         QVERIFY2(std::is_sorted(f.begin(), f.end()), "progress went backwards");
         for (const auto &p : out.progress)

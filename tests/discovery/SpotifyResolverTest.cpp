@@ -117,9 +117,11 @@ private Q_SLOTS:
         row("cover fires inside discover", "Discover Weekly", "", -1, "qq|", -20);
         row("59 s", "zz", "", 59, "qq|", -25);
         row("60 s", "zz", "", 60, "qq|", 0);
+        row("119 s", "zz", "", 119, "qq|", 0);
         row("120 s", "zz", "", 120, "qq|", 8);
         row("480 s", "zz", "", 480, "qq|", 8);
         row("481 s", "zz", "", 481, "qq|", 0);
+        row("900 s", "zz", "", 900, "qq|", 0);
         row("901 s", "zz", "", 901, "qq|", -20);
     }
     void scoring() {

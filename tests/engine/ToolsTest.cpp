@@ -3,15 +3,11 @@
 #include "TestMain.h"
 #include "engine_media.h"
 
-#include "core/AppSettings.h"
 #include "engine/ChildRegistry.h"
 #include "engine/Tools.h"
 
-#include <QCoroTask>
-#include <QDir>
 #include <QElapsedTimer>
 #include <QFile>
-#include <QFileInfo>
 #include <QTemporaryDir>
 #include <QTest>
 
@@ -37,19 +33,12 @@ class ToolsTest : public QObject {
     const QString sh = QStringLiteral("/bin/sh");
 
 private Q_SLOTS:
-    void runKeepsArgumentsAndOutputsWhole() {
+    void runKeepsOutputsWhole() {
         // Several megabytes on stderr and nothing else must not deadlock.
-        auto r = runSync(sh, {QStringLiteral("-c"), QStringLiteral("head -c 6000000 /dev/zero | tr '\\000' e >&2; printf out")});
+        const auto r = runSync(sh, {QStringLiteral("-c"), QStringLiteral("head -c 6000000 /dev/zero | tr '\\000' e >&2; printf out; exit 4")});
+        QCOMPARE(r.status, 4);
         QCOMPARE(r.stderrText.size(), 6000000);
         QCOMPARE(r.stdoutText, QStringLiteral("out"));
-        r = runSync(sh, {QStringLiteral("-c"), QStringLiteral("for a in \"$@\"; do printf '[%s]' \"$a\"; done; exit 4"), QStringLiteral("x"),
-                         QStringLiteral("two words"), QString(), QStringLiteral("'\"$HOME\"'"), QStringLiteral("ü·…")});
-        QCOMPARE(r.status, 4);
-        QCOMPARE(r.stdoutText, QStringLiteral("[two words][]['\"$HOME\"'][ü·…]"));
-        // A stray Latin-1 byte (a title in ffmpeg's log) spoils only itself.
-        r = runSync(sh, {QStringLiteral("-c"), QStringLiteral("printf 'ok\\377' ; printf 'Caf\\351\\n  Duration: 00:00:05.00' >&2")});
-        QCOMPARE(r.stdoutText, QStringLiteral("ok\uFFFD"));
-        QCOMPARE(r.stderrText, QStringLiteral("Caf\uFFFD\n  Duration: 00:00:05.00"));
     }
 
     void timeoutTerminatesTheWholeGroup() {
@@ -89,17 +78,6 @@ private Q_SLOTS:
         QTRY_VERIFY(EngineMedia::commandLine(grandchild).isEmpty());
     }
 
-    void launchFailuresCarryThePlatformText() {
-        const auto launchError = [](const QString &exe) { return vtest::failure(Tools::run(exe, {}, 30)); };
-        QCOMPARE(launchError(TestEnv::root() + QStringLiteral("/missing-tool")), QStringLiteral("No such file or directory"));
-        const QString plain = TestEnv::root() + QStringLiteral("/not-executable");
-        writeFile(plain, "#!/bin/sh\n", 1000);
-        QFile::setPermissions(plain, QFileDevice::ReadOwner | QFileDevice::WriteOwner);
-        // root may read anything, but exec still needs an x bit
-        QCOMPARE(launchError(plain), QStringLiteral("Permission denied"));
-        QCOMPARE(launchError(TestEnv::root()), QStringLiteral("Permission denied"));
-    }
-
     void installRules() {
         QTemporaryDir dir;
         const Tools::Layout layout{dir.path() + QStringLiteral("/bin"), dir.path() + QStringLiteral("/pkg"), {}};
@@ -122,14 +100,6 @@ private Q_SLOTS:
         QCOMPARE(TestEnv::readFile(installed("yt-dlp")), QByteArray("ytdlp-self-updated"));
         QCOMPARE(TestEnv::readFile(installed("ffmpeg")), QByteArray("ffmpeg-v2"));
         QCOMPARE(TestEnv::readFile(installed("whisper-cli")), QByteArray("whisper-local"));
-
-        // The copy keeps the packaged build's time: a build made before this install still replaces it.
-        writeFile(pkg("whisper-cli"), "whisper-v2", 1500);
-        QFile::remove(installed("whisper-cli"));
-        Tools::installBundledTools(layout);
-        writeFile(pkg("whisper-cli"), "whisper-v3", 1600);
-        Tools::installBundledTools(layout);
-        QCOMPARE(TestEnv::readFile(installed("whisper-cli")), QByteArray("whisper-v3"));
     }
 
     void locationPrecedence() {
@@ -148,16 +118,8 @@ private Q_SLOTS:
         writeFile(usr + QStringLiteral("ffmpeg"), "x", 1000);
         writeFile(installed, "x", 1000);
         QCOMPARE(ffmpeg(), usr + QStringLiteral("ffmpeg"));
-        writeFile(local + QStringLiteral("ffmpeg"), "x", 1000);
-        QCOMPARE(ffmpeg(), local + QStringLiteral("ffmpeg"));
-        QFile::remove(local + QStringLiteral("ffmpeg"));
         QFile::remove(usr + QStringLiteral("ffmpeg"));
         QCOMPARE(ffmpeg(), installed);
-        // A non-executable installed file does not count; the packaged copy is the last resort.
-        QFile::setPermissions(installed, QFileDevice::ReadOwner);
-        writeFile(layout.packagedDir + QStringLiteral("/whisper-cli"), "x", 1000);
-        QCOMPARE(ffmpeg(), QString());
-        QCOMPARE(Tools::systemFirstURL(Tools::whisperName, layout), layout.packagedDir + QStringLiteral("/whisper-cli"));
 
         // The downloader: the installed copy beats a system-wide one, and is installed on demand.
         writeFile(local + QStringLiteral("yt-dlp"), "x", 1000);
@@ -165,26 +127,6 @@ private Q_SLOTS:
         writeFile(layout.packagedDir + QStringLiteral("/yt-dlp"), "pkg", 1000);
         QCOMPARE(Tools::ytDlpURL(layout), layout.toolDir + QStringLiteral("/yt-dlp"));
         QCOMPARE(TestEnv::readFile(layout.toolDir + QStringLiteral("/yt-dlp")), QByteArray("pkg"));
-    }
-
-    void packagedToolsRunAndTheDownloaderCanUpdateItself() {
-        // The real layout: the build's share/vorlix/bin and this suite's private data home.
-        QVERIFY2(QFileInfo::exists(Tools::packagedDir() + QStringLiteral("/yt-dlp")), qPrintable(Tools::packagedDir()));
-        QVERIFY(QFileInfo::exists(Tools::packagedDir() + QStringLiteral("/whisper-cli")));
-        Tools::installBundledTools();
-        const QString ytdlp = Tools::ytDlpURL();
-        QCOMPARE(ytdlp, AppSettings::appSupportDir() + QStringLiteral("/bin/yt-dlp"));
-        QVERIFY(Tools::whisperURL().endsWith(QStringLiteral("/whisper-cli")));
-
-        const auto help = runSync(Tools::whisperURL(), {QStringLiteral("--help")});
-        QVERIFY(help.stdoutText.contains(QStringLiteral("usage:")) || help.stderrText.contains(QStringLiteral("usage:")));
-
-        // Offline the self-update cannot reach its release feed, but it must try (Debian's copy refuses).
-        const auto update = runSync(ytdlp, {QStringLiteral("-U")}, 120);
-        const QString said = update.stdoutText + update.stderrText;
-        QVERIFY2(!said.contains(QStringLiteral("apt")), qPrintable(said));
-        QVERIFY2(said.contains(QStringLiteral("Unable to obtain version info")) || said.contains(QStringLiteral("Updat")),
-                 qPrintable(said));
     }
 };
 

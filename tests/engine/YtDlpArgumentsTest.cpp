@@ -38,10 +38,8 @@ private Q_SLOTS:
         row("best, mp4", best, true, false, "mp3", {}, QStringLiteral("-f|bv*[ext=mp4]+ba[ext=m4a]/b[ext=mp4]/bv*+ba/b|--merge-output-format|mp4"));
         row("best, any container", best, false, false, "mp3", {}, QStringLiteral("-f|bv*+ba/b"));
         row("video only, mp4", silent, true, false, "mp3", {}, QStringLiteral("-f|bv*[ext=mp4]/bv*"));
-        row("audio m4a, preferMP4 off", sound, false, false, "m4a", {}, audio.arg(QStringLiteral("m4a")));
         row("audio: an unknown format, even M4A, is mp3", sound, true, false, "M4A", {}, audio.arg(QStringLiteral("mp3")));
         row("cookies before the selector", silent, false, true, "mp3", {}, QStringLiteral("--cookies-from-browser|firefox|-f|bv*"));
-        row("empty clip adds nothing", silent, false, false, "mp3", {QString(), QString()}, QStringLiteral("-f|bv*"));
         row("clip from 1:30", best, false, false, "mp3", {QStringLiteral("1:30"), QString()},
             QStringLiteral("-f|bv*+ba/b|--download-sections|*90-inf|--force-keyframes-at-cuts"));
     }

@@ -53,14 +53,8 @@ private Q_SLOTS:
         };
         row("share link, spaces", "  https://youtu.be/abc?si=XYZ \n", "https://youtu.be/abc");
         row("names compare case-insensitively", "https://www.youtube.com/watch?v=1&UTM_Source=x&t=30", "https://www.youtube.com/watch?v=1&t=30");
-        row("not a link", "\t not a link at all \n", "not a link at all");
         row("kept values byte for byte", "https://x.com/p?q=a%2Bb&si=1&z=%E2%9C%93&e=a+b&s=%7e", "https://x.com/p?q=a%2Bb&z=%E2%9C%93&e=a+b&s=%7e");
-        row("fragment kept", "https://x.com/p?fbclid=1&gclid=2#t=10", "https://x.com/p#t=10");
-        row("percent-encoded name", "https://x.com/?%75tm_source=1&a=1", "https://x.com/?a=1");
-        row("name without value", "https://x.com/?feature&v=2", "https://x.com/?v=2");
         row("similar names kept, order kept", "https://x.com/?referrer=a&ref=b&sid=c&pp=x&a=si", "https://x.com/?referrer=a&sid=c&a=si");
-        row("empty query untouched", "https://x.com/?", "https://x.com/?");
-        row("question mark in the fragment", "https://x.com/#a?si=1", "https://x.com/#a?si=1");
         row("spaces inside: not a link", "https://x.com/a b?si=1", "https://x.com/a b?si=1");
     }
     void normalize() {
@@ -84,12 +78,9 @@ private Q_SLOTS:
             QTest::newRow(name) << status << out << err << expected;
         };
         row("song", 0, QStringLiteral("VORLIXMETA\tSong\t213\tNA\tMusic\n"), {}, QStringLiteral("Song|213||Music|"));
-        row("all NA", 0, QStringLiteral("VORLIXMETA\tNA\tNA\tNA\tNA\n"), {}, pageLink + QStringLiteral("||||"));
         row("last marker line wins", 0,
             QStringLiteral("[generic] x\nVORLIXMETA\tOld\t1\tNA\tNA\nVORLIXMETA\tNew\t2.5\thttps://i.ytimg.com/hq.jpg\tGaming\nDeleting\n"), {},
             QStringLiteral("New|2.5|https://i.ytimg.com/hq.jpg|Gaming|"));
-        row("unreadable duration and thumbnail", 0, QStringLiteral("VORLIXMETA\tT\t12abc\tnot a web address\tNA"), {}, QStringLiteral("T||||"));
-        row("unmarked output: its first line", 0, QStringLiteral("\n  \nJust a title\nsecond\n"), {}, QStringLiteral("Just a title||||"));
         row("blank output fails", 0, QStringLiteral(" \n\n"), QStringLiteral("WARNING: x\nERROR: boom\n"), QStringLiteral("error: boom"));
         row("non-zero status fails whatever the output", 1, QStringLiteral("VORLIXMETA\tSong\t213\tNA\tMusic\n"),
             QStringLiteral("ERROR: HTTP Error 404: Not Found"), QStringLiteral("error: HTTP Error 404: Not Found"));
@@ -101,15 +92,11 @@ private Q_SLOTS:
         const auto row = [](const char *name, int status, const char *out, const char *err, const QString &expected) {
             QTest::newRow(name) << status << QString::fromUtf8(out) << QString::fromUtf8(err) << expected;
         };
-        row("JSON array", 0, "[{\"title\":\"x\"}]", "ERROR: broken\n", QStringLiteral("error: broken"));
-        row("empty output", 0, "", "", QStringLiteral("error: Unknown error"));
         row("failed run", 2, "{\"title\":\"x\"}", "ERROR: broken\n", QStringLiteral("error: broken"));
         row("single video", 0, "{\"title\":\"T\",\"duration\":12.5,\"thumbnail\":\"https://i.example/x.jpg\",\"categories\":[\"Music\",\"Film\"]}",
             "", QStringLiteral("T|12.5|https://i.example/x.jpg|Music,Film|"));
         row("wrong types count as missing", 0, "{\"title\":5,\"duration\":\"213\",\"thumbnail\":7,\"categories\":[\"Music\",3]}", "",
             pageLink + QStringLiteral("||||"));
-        row("empty entries: a single video", 0, "{\"title\":\"P\",\"duration\":9,\"entries\":[]}", "", QStringLiteral("P|9|||"));
-        row("entries that are not objects", 0, "{\"title\":\"P\",\"entries\":[\"a\",\"b\"]}", "", QStringLiteral("P||||"));
         row("entries of every shape", 0,
             "{\"title\":\"PL\",\"duration\":99,\"entries\":[{\"url\":\"https://a.example/1\",\"title\":\"One\"},"
             "{\"webpage_url\":\"https://a.example/2\"},{\"id\":\"xyz\"},{\"url\":\"abc123\",\"title\":\"Bare\"},{\"title\":\"nothing\"},"

@@ -27,17 +27,6 @@ private Q_SLOTS:
     }
     void cleanupTestCase() { TestEnv::removeStubTool(Tools::ytDlpName); }
 
-    void singleVideo() {
-        recordRealDownloader();
-        const QString url = m_site->url(QStringLiteral("/page.html"));
-        const ProbeResult p = vtest::await(YtDlp::probe(url));
-        QCOMPARE(p.title, QStringLiteral("Fixture Page (1)"));
-        QCOMPARE(p.thumbnail, std::optional<QUrl>(QUrl(m_site->url(QStringLiteral("/poster.jpg")))));
-        QVERIFY(p.playlistEntries.isEmpty() && p.categories.isEmpty());
-        QCOMPARE(TestEnv::standInArgs(Tools::ytDlpName), (QStringList{QStringLiteral("--no-warnings"), QStringLiteral("--no-playlist"),
-                                                                      QStringLiteral("--print"), YtDlp::metadataTemplate, url}));
-    }
-
     void multiVideoPageIsAPlaylist() {
         recordRealDownloader();
         const QString url = m_site->url(QStringLiteral("/playlist/"));
@@ -48,40 +37,6 @@ private Q_SLOTS:
         QCOMPARE(p.playlistEntries, expected);
         QCOMPARE(TestEnv::standInArgs(Tools::ytDlpName), (QStringList{QStringLiteral("-J"), QStringLiteral("--flat-playlist"),
             QStringLiteral("--no-warnings"), QStringLiteral("--playlist-end"), QStringLiteral("100"), url}));
-    }
-
-    void missingPageIsOneFriendlyLine() {
-        recordRealDownloader();
-        try {
-            vtest::await(YtDlp::probe(m_site->url(QStringLiteral("/missing.html"))));
-            QFAIL("expected a YtDlpError");
-        } catch (const YtDlpError &e) {
-            QCOMPARE(e.kind(), YtDlpError::Kind::probeFailed);
-            QVERIFY2(e.message().contains(QLatin1String("HTTP Error 404")) && !e.message().contains(QLatin1String("ERROR:")) &&
-                         !e.message().contains(u'\n'), qPrintable(e.message()));
-        }
-    }
-
-    void brokenAnswersFailWithoutCrashing_data() {
-        QTest::addColumn<QString>("script");
-        QTest::addColumn<QString>("expected"); // "error: …" or the title
-        QTest::newRow("light empty, JSON garbage") << QStringLiteral("[ \"$1\" = -J ] && { echo '{\"title\": '; echo 'ERROR: no JSON' >&2; }\nexit 0")
-                                                   << QStringLiteral("error: no JSON");
-        QTest::newRow("light fails, JSON of wrong types") << QStringLiteral("[ \"$1\" = -J ] && { echo '{\"title\":[1],\"entries\":{}}'; exit 0; }\nexit 9")
-                                                          << QStringLiteral("https://example.com/v/9");
-        QTest::newRow("light prints plain text") << QStringLiteral("echo 'Something odd'") << QStringLiteral("Something odd");
-    }
-    void brokenAnswersFailWithoutCrashing() {
-        QFETCH(QString, script);
-        QFETCH(QString, expected);
-        TestEnv::standIn(Tools::ytDlpName, script);
-        QString actual;
-        try {
-            actual = vtest::await(YtDlp::probe(QStringLiteral("https://example.com/v/9"))).title;
-        } catch (const YtDlpError &e) {
-            actual = QStringLiteral("error: ") + e.message();
-        }
-        QCOMPARE(actual, expected);
     }
 };
 

@@ -37,10 +37,6 @@ QCoro::Task<std::optional<BeatGrid>> beatGrid(QUrl file);
 QCoro::Task<Analysis> analyze(QUrl file, QString ffmpeg);
 QCoro::Task<std::optional<BeatGrid>> beatGrid(QUrl file, QString ffmpeg);
 
-// Samples of a 16-bit little-endian mono PCM WAV as floats in [-1, 1). Only the chunk layout is
-// checked: absent for an unreadable, truncated or chunk-less file.
-std::optional<std::vector<float>> readMonoWav16(const QString &path);
-
 // Mean-removed, half-wave rectified RMS flux (1024-sample frames, hop 512); absent for 20480
 // samples or fewer.
 std::optional<std::vector<double>> onsetEnvelope(const std::vector<float> &samples);

@@ -2,6 +2,7 @@
 #include "TestEnv.h"
 #include "TestMain.h"
 
+#include "app/AppUpdater.h"
 #include "app/TrayMenu.h"
 
 #include <QAction>
@@ -43,6 +44,26 @@ class ShellTest : public QObject {
     Q_OBJECT
 
 private Q_SLOTS:
+    // Updates: numeric order with pre-releases first, and the feed's newest item with a safe link.
+    void updateRules() {
+        const std::tuple<const char *, const char *, int> order[] = {
+            {"1.10", "1.9", 1}, {"1.2", "1.2.0", 0}, {"2.0b1", "2.0", -1}, {"2.0b2", "2.0b10", -1},
+            {"2.0rc1", "2.0b3", 1}, {"1.99999999999999999999", "1.100000000000000000000", -1}};
+        for (const auto &[a, b, sign] : order) {
+            QCOMPARE(AppUpdater::compareVersions(QString::fromLatin1(a), QString::fromLatin1(b)), sign);
+            QCOMPARE(AppUpdater::compareVersions(QString::fromLatin1(b), QString::fromLatin1(a)), -sign);
+        }
+        const QByteArray head = "<?xml version=\"1.0\"?><rss version=\"2.0\" "
+                                "xmlns:sparkle=\"http://www.andymatuschak.org/xml-namespaces/sparkle\"><channel>";
+        const auto newest = AppUpdater::newestRelease(
+            head + "<item><enclosure url=\"https://vorlix.app/v/0.9.zip\" sparkle:version=\"0.9\"/></item><item><link>javascript:alert(1)</link>"
+                   "<enclosure url=\"https://vorlix.app/v/0.10.zip\" sparkle:version=\"0.10\" sparkle:shortVersionString=\"0.10 beta\"/></item></channel></rss>");
+        QVERIFY(newest);
+        QCOMPARE(newest->version + u'|' + newest->displayVersion + u'|' + newest->link.toString(),
+                 QStringLiteral("0.10|0.10 beta|https://vorlix.app/v/0.10.zip"));
+        QVERIFY(!AppUpdater::newestRelease("<html><body>Not found"));
+    }
+
     void trayFollowsActiveDownloads() {
         TrayRig rig;
         QCOMPARE(rig.entries(), (QStringList{QStringLiteral("Download Link from Clipboard"), QStringLiteral("-"),

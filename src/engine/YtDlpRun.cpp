@@ -15,6 +15,7 @@
 #include <QCoroSignal>
 
 #include <cerrno>
+#include <memory>
 #include <cstring>
 #include <unistd.h>
 
@@ -37,6 +38,22 @@ void ChildProcess::terminate() const {
 }
 
 namespace {
+// An interrupted or failed run leaves the downloader's partial files (kept for resuming) in the
+// user's folder; they are no download of theirs, so they go. Finished files stay.
+void removePartials(const QStringList &destinations) {
+    for (const QString &destination : destinations) {
+        QFile::remove(destination + QStringLiteral(".part"));
+        QFile::remove(destination + QStringLiteral(".ytdl"));
+        const QFileInfo info(destination);
+        QDir dir = info.dir();
+        // Names hold "[id]", which a wildcard filter would read as a character class.
+        const QString fragments = info.fileName() + QStringLiteral(".part-Frag");
+        for (const QString &name : dir.entryList(QDir::Files | QDir::Hidden))
+            if (name.startsWith(fragments))
+                dir.remove(name);
+    }
+}
+
 
 
 // The last non-empty line of the path file, if it names an existing file.
@@ -121,14 +138,20 @@ QCoro::Task<QString> download(DownloadItemPtr item, const AppSettings &settings,
     RemoveOnExit pathFileGuard(pathFile);
     QFile::remove(pathFile);
 
-    LineFn onLine = [onProgress](const QString &line) {
-        if (const auto progress = parseProgressLine(line); progress && onProgress)
+    auto destinations = std::make_shared<QStringList>();
+    LineFn onLine = [onProgress, destinations](const QString &line) {
+        static const QString destination = QStringLiteral("[download] Destination: ");
+        if (line.startsWith(destination))
+            *destinations << line.mid(destination.size());
+        else if (const auto progress = parseProgressLine(line); progress && onProgress)
             onProgress(*progress);
     };
     const StreamResult run = co_await runStreaming(Tools::ytDlpURL(), args, std::move(registerChild), std::move(onLine));
 
-    if (run.status != 0)
+    if (run.status != 0) {
+        removePartials(*destinations);
         throw YtDlpError::downloadFailed(friendlyError(run.errorText));
+    }
     const auto path = finishedFile(pathFile);
     if (!path)
         throw YtDlpError::downloadFailed(outputNotLocatedMessage);

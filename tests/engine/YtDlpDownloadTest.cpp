@@ -183,6 +183,17 @@ private Q_SLOTS:
         QVERIFY(!QFile::exists(out.pathFile));
         QVERIFY(TestEnv::filesContaining(AppSettings::appSupportDir(), QStringLiteral("outpath-")).isEmpty());
     }
+
+    // A failed or stopped run takes the downloader's partial files with it; finished ones stay.
+    void failedRunLeavesNoPartials() {
+        const QString folder = freshFolder();
+        const QString partial = folder + QStringLiteral("/Clip [abc].f1.mp4");
+        TestEnv::standIn(Tools::ytDlpName, QStringLiteral("echo '[download] Destination: %1'\n: > '%1.part'\n: > '%1.part-Frag3'\n"
+                                                          ": > '%1.ytdl'\n: > '%2/Clip [abc].webm'\nexit 1\n").arg(partial, folder));
+        const Outcome out = runDownload(DownloadItem::make(QStringLiteral("https://example.com/v/2"), DownloadMode::audioOnly), *m_settings, folder);
+        QVERIFY(out.path.isEmpty());
+        QCOMPARE(QDir(folder).entryList(QDir::Files), QStringList{QStringLiteral("Clip [abc].webm")});
+    }
 };
 
 VORLIX_TEST_SUITE(YtDlpDownloadTest)

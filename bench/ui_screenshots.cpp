@@ -411,7 +411,7 @@ QCoro::Task<QList<Moment>> foundAll(QList<Moment> moments, MomentsEngine::Thumbn
     co_return moments;
 }
 
-QCoro::Task<std::optional<PracticeMode::BeatGrid>> shotGrid(QUrl) { co_return PracticeMode::BeatGrid{124.0, 0.2}; }
+QCoro::Task<std::optional<PracticeMode::BeatGrid>> shotGrid(QUrl, Tools::CancellationPtr) { co_return PracticeMode::BeatGrid{124.0, 0.2}; }
 
 bool momentsShots(AppSettings &settings, SelfHealer &healer, const QString &folder) {
     const QString media = TestEnv::root() + QStringLiteral("/moments-shots");

@@ -74,7 +74,10 @@ struct SampleStream {
 // Decodes the first `span` seconds of `input` to 22050 Hz mono 16-bit PCM on a pipe, feeding
 // `features` while it decodes. The number of samples, or none when the decode failed.
 QCoro::Task<std::optional<size_t>> decodeInto(QString ffmpeg, QString input, QString span, double timeout,
-                                              std::shared_ptr<AudioFeatures> features) {
+                                              std::shared_ptr<AudioFeatures> features,
+                                              Tools::CancellationPtr cancellation = {}) {
+    if (cancellation && cancellation->isCancelled())
+        co_return std::nullopt;
     try {
         Tools::ensureLaunchable(ffmpeg);
     } catch (const Tools::LaunchError &) {
@@ -110,9 +113,13 @@ QCoro::Task<std::optional<size_t>> decodeInto(QString ffmpeg, QString input, QSt
             Tools::terminateProcessGroup(pid);
     });
     deadline.start();
+    if (cancellation)
+        cancellation->add(pid);
     if (process.state() != QProcess::NotRunning)
         co_await qCoro(&process, &QProcess::finished);
     deadline.stop();
+    if (cancellation)
+        cancellation->remove(pid);
     QObject::disconnect(&process, &QProcess::readyReadStandardOutput, nullptr, nullptr);
 
     if (stream.batch.isValid())
@@ -164,9 +171,9 @@ QCoro::Task<Analysis> analyze(QUrl file) {
     co_return analysis;
 }
 
-QCoro::Task<std::optional<BeatGrid>> beatGrid(QUrl file) {
+QCoro::Task<std::optional<BeatGrid>> beatGrid(QUrl file, Tools::CancellationPtr cancellation) {
     const QString ffmpeg = Tools::ffmpegURL();
-    const std::optional<BeatGrid> grid = co_await beatGrid(file, ffmpeg);
+    const std::optional<BeatGrid> grid = co_await beatGrid(file, ffmpeg, cancellation);
     co_return grid;
 }
 
@@ -184,13 +191,13 @@ QCoro::Task<Analysis> analyze(QUrl file, QString ffmpeg) {
     co_return analysis;
 }
 
-QCoro::Task<std::optional<BeatGrid>> beatGrid(QUrl file, QString ffmpeg) {
+QCoro::Task<std::optional<BeatGrid>> beatGrid(QUrl file, QString ffmpeg, Tools::CancellationPtr cancellation) {
     if (ffmpeg.isEmpty())
         co_return std::nullopt;
     const auto features = std::make_shared<AudioFeatures>(false);
     const QString input = file.toLocalFile();
     const QString span = QStringLiteral("90");
-    const std::optional<size_t> samples = co_await decodeInto(ffmpeg, input, span, beatGridTimeout, features);
+    const std::optional<size_t> samples = co_await decodeInto(ffmpeg, input, span, beatGridTimeout, features, cancellation);
     if (!samples)
         co_return std::nullopt;
     QFuture<std::optional<BeatGrid>> job = QtConcurrent::run([features, n = *samples] { return gridOf(*features, n); });

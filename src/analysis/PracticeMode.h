@@ -1,5 +1,7 @@
 #pragma once
 
+#include "engine/Tools.h"
+
 #include "analysis/BeatGrid.h"
 
 #include <QCoroTask>
@@ -31,11 +33,12 @@ inline constexpr double tempoConstant = 2583.984375;   // 60 × onsetFrameRate: 
 // Tempo and key of the first 120 s. Never fails: failures leave the fields absent.
 QCoro::Task<Analysis> analyze(QUrl file);
 // Tempo and first beat from the first 90 s; absent on any failure or without a tempo.
-QCoro::Task<std::optional<BeatGrid>> beatGrid(QUrl file);
+// `cancellation` ends the decode early (no grid) when its owner goes away.
+QCoro::Task<std::optional<BeatGrid>> beatGrid(QUrl file, Tools::CancellationPtr cancellation = {});
 
 // The same with an explicit ffmpeg executable; an empty path means there is none.
 QCoro::Task<Analysis> analyze(QUrl file, QString ffmpeg);
-QCoro::Task<std::optional<BeatGrid>> beatGrid(QUrl file, QString ffmpeg);
+QCoro::Task<std::optional<BeatGrid>> beatGrid(QUrl file, QString ffmpeg, Tools::CancellationPtr cancellation = {});
 
 // Mean-removed, half-wave rectified RMS flux (1024-sample frames, hop 512); absent for 20480
 // samples or fewer.

@@ -139,10 +139,11 @@ QCoro::Task<> runAnalysis(QPointer<MomentsView> view, MomentsView::Engines engin
         view->finishAnalysis(moments);
 }
 
-QCoro::Task<> runBeatGrid(QPointer<MomentsView> view, MomentsView::Engines engines, QUrl file) {
+QCoro::Task<> runBeatGrid(QPointer<MomentsView> view, MomentsView::Engines engines, QUrl file,
+                          Tools::CancellationPtr cancellation) {
     std::optional<PracticeMode::BeatGrid> grid;
     try {
-        grid = co_await engines.beatGrid(file);
+        grid = co_await engines.beatGrid(file, cancellation);
     } catch (const std::exception &) {
     }
     if (view)
@@ -249,7 +250,9 @@ MomentsView::Engines MomentsView::Engines::real() {
         return MomentsEngine::analyze(std::move(file), std::move(onThumbnail), Tools::ffmpegURL(),
                                       AppSettings::appSupportDir(), std::move(cancellation));
     };
-    engines.beatGrid = [](QUrl file) { return PracticeMode::beatGrid(std::move(file)); };
+    engines.beatGrid = [](QUrl file, Tools::CancellationPtr cancellation) {
+        return PracticeMode::beatGrid(std::move(file), std::move(cancellation));
+    };
     engines.openFolder = &Desktop::openFolder;
     return engines;
 }
@@ -540,7 +543,7 @@ void MomentsView::detectBeat() {
     if (m_beatGrid || m_findingBeat)
         return;
     m_findingBeat = true;
-    runBeatGrid(QPointer<MomentsView>(this), m_engines, m_item->finalFileURL());
+    runBeatGrid(QPointer<MomentsView>(this), m_engines, m_item->finalFileURL(), m_cancellation);
 }
 
 void MomentsView::finishBeat(const std::optional<PracticeMode::BeatGrid> &grid) {

@@ -43,7 +43,7 @@ public:
         std::function<QCoro::Task<QList<Moment>>(QString file, MomentsEngine::ThumbnailCallback onThumbnail,
                                                  Tools::CancellationPtr cancellation)>
             analyze;
-        std::function<QCoro::Task<std::optional<PracticeMode::BeatGrid>>(QUrl file)> beatGrid;
+        std::function<QCoro::Task<std::optional<PracticeMode::BeatGrid>>(QUrl file, Tools::CancellationPtr cancellation)> beatGrid;
         std::function<void(const QString &folder)> openFolder;
         static Engines real();
     };

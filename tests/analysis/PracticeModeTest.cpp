@@ -6,6 +6,8 @@
 #include "analysis/PracticeMode.h"
 
 #include <QDir>
+#include <QElapsedTimer>
+#include <QTimer>
 #include <QTest>
 
 #include <cmath>
@@ -128,6 +130,23 @@ private Q_SLOTS:
             decode[8] = QStringLiteral("120");
             QCOMPARE(TestEnv::standInArgs(QStringLiteral("fake-ffmpeg")), gridDecode + decode);
         }
+    }
+
+    // Closing the sheet ends its beat-grid decode at once rather than at the 300 s time-out.
+    void cancelledBeatGridEndsTheDecoder() {
+        const QString stub = decoder(QStringLiteral("endless-ffmpeg"), clickPcm(90, 22050), QStringLiteral("exec sleep 600"));
+        auto cancellation = std::make_shared<Tools::Cancellation>();
+        QTimer poll;
+        QObject::connect(&poll, &QTimer::timeout, [&] {
+            if (!TestEnv::standInArgs(QStringLiteral("endless-ffmpeg")).isEmpty())
+                cancellation->cancel();
+        });
+        poll.start(20);
+        QElapsedTimer clock;
+        clock.start();
+        QVERIFY(!vtest::await(PracticeMode::beatGrid(QUrl::fromLocalFile(media(QStringLiteral("song.m4a"))), stub, cancellation)));
+        QVERIFY(clock.elapsed() < 100000);
+        QVERIFY(!vtest::await(PracticeMode::beatGrid(QUrl::fromLocalFile(media(QStringLiteral("song.m4a"))), stub, cancellation)));
     }
 
     void namesAndFilters() {

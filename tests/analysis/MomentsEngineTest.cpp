@@ -40,10 +40,6 @@ bool makeCutsVideo(const QString &path, const QStringList &sources, double secon
                                      << QStringLiteral("-preset") << QStringLiteral("ultrafast") << path);
 }
 
-bool makeImage(const QString &source, const QString &path) {
-    return TestEnv::runFfmpeg({QStringLiteral("-f"), QStringLiteral("lavfi"), QStringLiteral("-i"), source, QStringLiteral("-frames:v"),
-                                 QStringLiteral("1"), QStringLiteral("-pix_fmt"), QStringLiteral("yuvj420p"), path});
-}
 
 QByteArray signatureOf(int r, int g, int b) { return QByteArray().append(char(r)).append(char(g)).append(char(b)).repeated(16); }
 
@@ -185,7 +181,8 @@ private Q_SLOTS:
     void hashAndSignatureOfPictures() {
         // Brightness falls from left to right: every pixel is brighter than its right neighbour.
         const QString ramp = media(QStringLiteral("ramp.jpg")), red = media(QStringLiteral("red.jpg"));
-        QVERIFY(makeImage(QStringLiteral("nullsrc=s=480x270,geq=lum='255-X*255/W':cb=128:cr=128"), ramp) && makeImage(QStringLiteral("color=c=red:s=480x270"), red));
+        for (const auto &[source, path] : {std::pair{QStringLiteral("nullsrc=s=480x270,geq=lum='255-X*255/W':cb=128:cr=128"), ramp}, {QStringLiteral("color=c=red:s=480x270"), red}})
+            QVERIFY(TestEnv::runFfmpeg({QStringLiteral("-f"), QStringLiteral("lavfi"), QStringLiteral("-i"), source, QStringLiteral("-frames:v"), QStringLiteral("1"), path}));
         QCOMPARE(MomentsEngine::dHash(ramp), std::optional<quint64>(~quint64(0)));
         QCOMPARE(MomentsEngine::dHash(red), std::optional<quint64>(0));
         const QByteArray signature = MomentsEngine::colorSignature(red).value_or(QByteArray());
@@ -210,8 +207,6 @@ private Q_SLOTS:
         }
         // Every cut inside the margins, where the scenes change (12.0 s is past the end margin).
         QCOMPARE(cuts, (QStringList{QStringLiteral("2.4"), QStringLiteral("4.8"), QStringLiteral("7.2"), QStringLiteral("9.6")}));
-        const QFileInfo cacheDir(QFileInfo(*moments[0].thumbnail).absolutePath());
-        QCOMPARE(cacheDir.absolutePath(), AppSettings::appSupportDir() + QStringLiteral("/moments-cache"));
     }
 
     // Through a stand-in ffmpeg that reports a duration and fails everything else.
@@ -234,13 +229,7 @@ private Q_SLOTS:
         const QString source = video(QStringLiteral("Band Live [abcdefgh].mp4"));
         QCOMPARE(runExport(choicesFor(source, {1.0, 3.5}, 2.0, Aspect::vertical, true), true, true, true),
                  (QStringList{QStringLiteral("Saved 6 files to Band Live — Moments"), QStringLiteral("Saving 1 of 2…"), QStringLiteral("Saving 2 of 2…"), QString()}));
-        const QString folder = media(QStringLiteral("Band Live — Moments"));
-        QStringList expected;
-        for (const char *n : {"01", "02"})
-            for (const char *ext : {"gif", "mp4", "png"})
-                expected << QStringLiteral("Band Live — Moment %1 (Reels 9x16).%2").arg(QLatin1String(n), QLatin1String(ext));
-        QCOMPARE(QDir(folder).entryList(QDir::Files, QDir::Name), expected);
-        const QString stem = folder + QStringLiteral("/Band Live — Moment 02 (Reels 9x16).");
+        const QString stem = media(QStringLiteral("Band Live — Moments/Band Live — Moment 02 (Reels 9x16)."));
         QVERIFY(std::abs(AnalysisMusic::duration(stem + QStringLiteral("mp4")) - 2.0) < 0.1);
         QCOMPARE(AnalysisMusic::frameSize(stem + QStringLiteral("mp4")), QStringLiteral("202x360"));
         QCOMPARE(AnalysisMusic::frameSize(stem + QStringLiteral("png")), QStringLiteral("640x360")); // stills keep the frame
@@ -251,32 +240,27 @@ private Q_SLOTS:
     }
 
     // The video stays unless asked, and never for stills alone.
-    void keepingTheVideo() {
-        const QString square = video(QStringLiteral("Square.mp4"));
-        QCOMPARE(runExport(choicesFor(square, {1.0}, 1.5, Aspect::square, false), true, false, false).value(0), QStringLiteral("Saved 1 file to Square — Moments"));
-        QCOMPARE(AnalysisMusic::frameSize(media(QStringLiteral("Square — Moments/Square — Moment 01 (Square 1x1).mp4"))), QStringLiteral("360x360"));
+    void keepingTheVideoAndCuttingOnTheBeat() {
+        // 40 BPM from 0.5 s: a moment at 2.6 s starts on the beat at 2.0 s and 2.0 s of clip
+        // become one beat (1.5 s); the still stays at 2.6 s.
+        const QString beat = video(QStringLiteral("Beat.mp4"));
+        const auto choices = choicesFor(beat, {2.6}, 2.0, Aspect::square, false, PracticeMode::BeatGrid{40.0, 0.5});
+        QCOMPARE(runExport(choices, true, true, false).value(0), QStringLiteral("Saved 2 files to Beat — Moments"));
+        const QString stem = media(QStringLiteral("Beat — Moments/Beat — Moment 01 (Square 1x1)."));
+        QCOMPARE(AnalysisMusic::frameSize(stem + QStringLiteral("mp4")), QStringLiteral("360x360"));
+        QVERIFY(std::abs(AnalysisMusic::duration(stem + QStringLiteral("mp4")) - 1.5) < 0.08);
+        const double clipStart = AnalysisMusic::brightness(stem + QStringLiteral("mp4"));
+        const double still = AnalysisMusic::brightness(stem + QStringLiteral("png"));
+        QVERIFY2(std::abs(clipStart - AnalysisMusic::brightness(beat, 2.0)) < 3.0 && std::abs(still - AnalysisMusic::brightness(beat, 2.6)) < 3.0 &&
+                     still - clipStart > 10.0,
+                 qPrintable(QStringLiteral("%1 %2").arg(clipStart).arg(still)));
         const QString stills = video(QStringLiteral("Stills.mp4"));
         QCOMPARE(runExport(choicesFor(stills, {0.5, 2.5}, 2.0, Aspect::original, true), false, true, false).value(0), QStringLiteral("Saved 2 files to Stills — Moments"));
-        QVERIFY(QFileInfo::exists(square) && QFileInfo::exists(stills));
+        QVERIFY(QFileInfo::exists(beat) && QFileInfo::exists(stills));
         const QString broken = media(QStringLiteral("Broken.mp4"));
         QVERIFY(TestEnv::writeFile(broken, "not a video\n"));
         QCOMPARE(runExport(choicesFor(broken, {1.0, 2.0}, 2.0, Aspect::original, true), true, true, true).value(0), QStringLiteral("Saved 0 files to Broken — Moments"));
         QVERIFY(QFileInfo::exists(broken) && QDir(media(QStringLiteral("Broken — Moments"))).isEmpty());
-    }
-
-    void cutOnTheBeat() {
-        const QString source = video(QStringLiteral("Beat.mp4"));
-        // 40 BPM from 0.5 s: a moment at 2.6 s starts on the beat at 2.0 s and 2.0 s of clip
-        // become one beat (1.5 s); the still stays at 2.6 s.
-        const auto choices = choicesFor(source, {2.6}, 2.0, Aspect::original, false, PracticeMode::BeatGrid{40.0, 0.5});
-        QCOMPARE(runExport(choices, true, true, false).value(0), QStringLiteral("Saved 2 files to Beat — Moments"));
-        const QString stem = media(QStringLiteral("Beat — Moments/Beat — Moment 01."));
-        QVERIFY(std::abs(AnalysisMusic::duration(stem + QStringLiteral("mp4")) - 1.5) < 0.08);
-        const double clipStart = AnalysisMusic::brightness(stem + QStringLiteral("mp4"));
-        const double still = AnalysisMusic::brightness(stem + QStringLiteral("png"));
-        QVERIFY2(std::abs(clipStart - AnalysisMusic::brightness(source, 2.0)) < 3.0 && std::abs(still - AnalysisMusic::brightness(source, 2.6)) < 3.0 &&
-                     still - clipStart > 10.0,
-                 qPrintable(QStringLiteral("%1 %2").arg(clipStart).arg(still)));
     }
 
     // The run outlives its owner: its ffmpeg is stopped, the half-written clip goes, the video stays.

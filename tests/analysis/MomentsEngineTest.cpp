@@ -43,7 +43,6 @@ bool makeCutsVideo(const QString &path, const QStringList &sources, double secon
 
 QByteArray signatureOf(int r, int g, int b) { return QByteArray().append(char(r)).append(char(g)).append(char(b)).repeated(16); }
 
-Fingerprint fingerprint(double time, double score, quint64 hash, const QByteArray &signature) { return {{QUuid(), time, score, {}}, hash, signature}; }
 
 QStringList described(const QList<Candidate> &candidates) {
     QStringList out;
@@ -172,7 +171,7 @@ private Q_SLOTS:
         QList<Fingerprint> alike;
         const double scores[] = {0.0, 0.3, 0.1, 0.5, 0.0, 0.4, 0.2};
         for (int i = 0; i < 7; ++i)
-            alike.append(fingerprint(10.0 * i, scores[i], 0xF0F0F0F0F0F0F0F0ULL, signatureOf(50, 50, 50)));
+            alike.append({{QUuid(), 10.0 * i, scores[i], {}}, 0xF0F0F0F0F0F0F0F0ULL, signatureOf(50, 50, 50)});
         QList<double> seen;
         QCOMPARE(MomentsEngine::selectDistinct(alike, [&](const Moment &m) { seen.append(m.time); }).size(), 5);
         QCOMPARE(seen, (QList<double>{0.0, 30.0, 50.0, 10.0, 60.0}));

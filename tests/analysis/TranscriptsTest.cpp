@@ -188,14 +188,10 @@ private Q_SLOTS:
         QTemporaryDir dir;
         const QString media = AnalysisMusic::copyOfRamp(dir.filePath(QStringLiteral("Guitar Talk [abcd1234].mp4")));
         const QString srt = dir.filePath(QStringLiteral("Guitar Talk [abcd1234].srt"));
-        // The video is cut, not the audio beside it.
+        // The video is cut, not the audio beside it: the clip's picture shows it.
         QVERIFY(!media.isEmpty() && TestEnv::writeFile(srt, cue(1, 3.0, 3.5, QStringLiteral("chord: voicing"))) &&
                 TestEnv::writeFile(dir.filePath(QStringLiteral("Guitar Talk [abcd1234].mp3")), "x"));
-        const QList<Hit> hits = TranscriptSearch::matches(QStringLiteral("chord"), srt);
-        QCOMPARE(described(hits), QStringList{QStringLiteral("Guitar Talk@3-3.5 chord: voicing")});
-        QCOMPARE(hits[0].videoFile, media);
-
-        const auto clip = vtest::await(TranscriptSearch::exportClip(hits[0]));
+        const auto clip = vtest::await(TranscriptSearch::exportClip(TranscriptSearch::matches(QStringLiteral("chord"), srt).value(0)));
         QCOMPARE(clip, dir.filePath(QStringLiteral("Guitar Talk — Quotes/Guitar Talk — “chord- voicing” @ 0m03s.mp4")));
         QVERIFY2(std::abs(AnalysisMusic::duration(*clip) - 2.5) < 0.1, qPrintable(QString::number(AnalysisMusic::duration(*clip))));
         // The picture brightens with time: the clip opens on the frame 0.8 s before the cue.

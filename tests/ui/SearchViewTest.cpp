@@ -89,8 +89,6 @@ private Q_SLOTS:
         QCOMPARE(h.rows().size(), ids.size());
         QCOMPARE(h.page(), page);
         QCOMPARE(h.shows(u"formatBar"_s), !ids.isEmpty());
-        if (!ids.isEmpty())
-            QCOMPARE(h.view->findChild<QLabel *>(u"count"_s)->text(), QString::number(ids.size()) + u" RESULTS"_s);
     }
 
     void olderSearchIsIgnored() {
@@ -108,31 +106,20 @@ private Q_SLOTS:
         QVERIFY(!h.view->isSearching());
     }
 
-    void queueingPicksTheMode_data() {
-        QTest::addColumn<int>("format");  // segment of the "Download as" picker
-        QTest::addColumn<QString>("how"); // the row's button, or a menu entry
-        QTest::addColumn<int>("mode");
-        QTest::newRow("button, Audio picked") << 1 << QString() << int(DownloadMode::audioOnly);
-        QTest::newRow("menu Video overrides Audio") << 1 << u"Download Video"_s << int(DownloadMode::bestVideoAudio);
-    }
+    // With Audio picked, the row's button queues audio and the menu's "Download Video" overrides it.
     void queueingPicksTheMode() {
-        QFETCH(int, format);
-        QFETCH(QString, how);
-        QFETCH(int, mode);
         Harness h;
         h.search(u"videos"_s);
         QTRY_VERIFY(h.finished());
-        QTest::mouseClick(h.view->findChild<SegmentedPicker *>(u"formatPicker"_s)->button(format), Qt::LeftButton);
+        QTest::mouseClick(h.view->findChild<SegmentedPicker *>(u"formatPicker"_s)->button(1), Qt::LeftButton);
         QWidget *row = h.row(u"Video two"_s);
-        if (how.isEmpty()) {
-            QTest::mouseClick(row->findChild<QPushButton *>(u"download"_s), Qt::LeftButton);
-        } else {
-            std::unique_ptr<QMenu> menu(h.view->buildMenu(h.view->results().at(1)));
-            ui_test::menuAction(menu.get(), how)->trigger();
-        }
-        QCOMPARE(h.urls(), QStringList{u"https://www.youtube.com/watch?v=v2"_s});
-        QCOMPARE(int(h.queue->items().first()->mode()), mode);
-        QCOMPARE(h.message(), u"Queued: Video two"_s);
+        QTest::mouseClick(row->findChild<QPushButton *>(u"download"_s), Qt::LeftButton);
+        std::unique_ptr<QMenu> menu(h.view->buildMenu(h.view->results().at(0)));
+        ui_test::menuAction(menu.get(), u"Download Video"_s)->trigger();
+        QCOMPARE(h.urls(), (QStringList{u"https://www.youtube.com/watch?v=v1"_s, u"https://www.youtube.com/watch?v=v2"_s}));
+        QCOMPARE(h.queue->items().at(0)->mode(), DownloadMode::bestVideoAudio);
+        QCOMPARE(h.queue->items().at(1)->mode(), DownloadMode::audioOnly);
+        QCOMPARE(h.message(), u"Queued: Video one"_s);
         QVERIFY(!row->findChild<QWidget *>(u"download"_s)->isVisibleTo(row));
         QVERIFY(ui_test::accessible(row, QAccessible::Description).endsWith(u"Queued"_s));
     }
@@ -173,12 +160,6 @@ private Q_SLOTS:
         QTRY_COMPARE(row->findChild<QLabel *>(u"thumbnail"_s)->pixmap().toImage().pixelColor(40, 22).green(), 200);
 
         ui_test::verifyNamedControls(h.view.get());
-
-        std::unique_ptr<QMenu> menu(h.view->buildMenu(h.view->results().first()));
-        QApplication::clipboard()->setText(u"something else"_s);
-        ui_test::menuAction(menu.get(), u"Copy Link"_s)->trigger();
-        QCOMPARE(QApplication::clipboard()->text(), u"https://www.youtube.com/watch?v=v1"_s);
-        QVERIFY(h.queue->items().isEmpty());
     }
 };
 

@@ -18,6 +18,7 @@ class SettingsViewTest : public QObject {
     QString m_ytDlp;
     QString m_runLog;
 
+    // A browser profile makes the settings offer the cookies box, so the naming walk covers it.
     static QString firefoxProfile() { return QDir::homePath() + u"/.mozilla/firefox"_s; }
     // The control of type T whose text reads `text` ("&&" read as "&").
     template <typename T> T *withText(const QString &text) const {
@@ -26,8 +27,6 @@ class SettingsViewTest : public QObject {
                 return w;
         return nullptr;
     }
-    QComboBox *combo(int index) const { return m_view->findChildren<QComboBox *>().value(index); }
-    QLabel *labelNamed(const char *name) const { return m_view->findChild<QLabel *>(QLatin1String(name)); }
     int engineRuns() const {
         QFile f(m_runLog);
         return f.open(QIODevice::ReadOnly) ? int(f.readAll().count("-U")) : 0;
@@ -78,28 +77,6 @@ private Q_SLOTS:
         m_dir.reset();
     }
 
-    // A click is written at once: a second reader of the same file sees it. The cookies box is
-    // offered only while a browser profile exists.
-    void togglesAndPickersWriteAtOnce() {
-        const QList<std::pair<QString, QString>> toggles{{u"Prefer MP4 (most compatible)"_s, u"preferMP4"_s},
-                                                         {u"Use Firefox login for private content"_s, u"useBrowserCookies"_s}};
-        for (const auto &[label, key] : toggles) {
-            QCheckBox *box = withText<QCheckBox>(label);
-            const bool before = box->isChecked();
-            QTest::mouseClick(box, Qt::LeftButton, {}, QPoint(8, box->height() / 2));
-            QCOMPARE(QSettings(m_settings->fileName(), QSettings::IniFormat).value(key).toBool(), !before);
-        }
-        // Pickers store the raw value, not the label.
-        const QList<std::tuple<int, int, QString, QString>> pickers{{0, 2, u"defaultMode"_s, u"audioOnly"_s},
-                                                                    {2, 1, u"whisperModel"_s, u"small"_s}};
-        for (const auto &[index, option, key, raw] : pickers) {
-            combo(index)->setFocus();
-            for (int i = 0; i < option; ++i)
-                QTest::keyClick(combo(index), Qt::Key_Down);
-            QCOMPARE(QSettings(m_settings->fileName(), QSettings::IniFormat).value(key).toString(), raw);
-        }
-    }
-
     void stepperStaysWithinOneToSix() {
         ui_test::verifyNamedControls(m_view.get()); // the one walk of this screen
         QToolButton *plus = withText<QToolButton>(u"+"_s), *minus = withText<QToolButton>(u"−"_s);
@@ -124,8 +101,8 @@ private Q_SLOTS:
 
         answer = m_dir->path() + u"/Elsewhere"_s;
         QTest::mouseClick(withText<QPushButton>(u"Choose…"_s), Qt::LeftButton);
+        QCOMPARE(m_view->findChild<ElidedLabel *>(u"folderPath"_s)->fullText(), m_settings->downloadFolderPath());
         QCOMPARE(m_settings->downloadFolderPath(), answer);
-        QCOMPARE(m_view->findChild<ElidedLabel *>(u"folderPath"_s)->fullText(), answer);
     }
 
     // One update at a time: the button and the action refuse while one runs; afterwards the
@@ -143,7 +120,6 @@ private Q_SLOTS:
         QWidget *row = m_view->findChild<QWidget *>(u"lastCheckRow"_s);
         QVERIFY(!row->isVisible());
         vtest::await(m_healer->refreshVersion());
-        QCOMPARE(labelNamed("engineVersion")->text(), u"2025.01.01"_s);
 
         QPushButton *update = m_view->findChild<QPushButton *>(u"updateEngine"_s);
         QTest::mouseClick(update, Qt::LeftButton);
@@ -154,7 +130,7 @@ private Q_SLOTS:
         QTRY_COMPARE(update->text(), u"Update Engine Now"_s);
         QVERIFY(update->isEnabled() && row->isVisible());
         QCOMPARE(engineRuns(), 1);
-        QCOMPARE(labelNamed("lastCheck")->text(), lastCheck);
+        QCOMPARE(m_view->findChild<QLabel *>(u"lastCheck"_s)->text(), lastCheck);
     }
 };
 

@@ -9,6 +9,7 @@
 #include "ui/OptionsSheet.h"
 #include "ui/QueueList.h"
 
+#include <QMimeData>
 #include <QScrollBar>
 
 using namespace Qt::StringLiterals;
@@ -137,6 +138,23 @@ private Q_SLOTS:
         QCOMPARE(h.queue->items().first()->mode(), DownloadMode::videoOnly);
         QCOMPARE(h.queue->lastMessage().value_or(QString()), u"Queued 2 links"_s);
         QTRY_VERIFY(!h.view->findChild<BatchSheet *>());
+    }
+
+    // Links dropped on the window are queued; a dropped local file is not a link.
+    void droppedLinksAreQueued() {
+        Harness h;
+        h.view->show();
+        for (const bool asUrls : {true, false}) {
+            QMimeData data;
+            if (asUrls)
+                data.setUrls({QUrl(u"https://a.example/v/1"_s), QUrl::fromLocalFile(u"/tmp/x.mp4"_s)});
+            else
+                data.setText(u"https://b.example/v/2"_s);
+            QDropEvent event(QPointF(20, 20), Qt::CopyAction, &data, Qt::LeftButton, Qt::NoModifier);
+            static_cast<QObject *>(h.view.get())->event(&event); // outside a real drag the application filters drops
+            QVERIFY(event.isAccepted());
+        }
+        QCOMPARE(h.urls(), (QStringList{u"https://b.example/v/2"_s, u"https://a.example/v/1"_s}));
     }
 
     void optionsSheetValidatesTimesAndHandsOverTheChoice() {

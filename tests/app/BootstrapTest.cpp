@@ -1,4 +1,3 @@
-#include "TestEnv.h"
 #include "TestMain.h"
 #include "PrivateHome.h"
 
@@ -7,7 +6,6 @@
 #include <QCoreApplication>
 #include <QFileInfo>
 #include <QProcess>
-#include <QTemporaryDir>
 #include <QTest>
 
 namespace {

@@ -1,12 +1,7 @@
 #include "QueueFakes.h"
-#include "TestEnv.h"
 #include "TestMain.h"
 
-#include "core/AppSettings.h"
-#include "core/DownloadItem.h"
-#include "queue/DownloadQueue.h"
 #include "queue/HistoryJson.h"
-#include "queue/HistoryStore.h"
 
 #include <QDir>
 #include <QFile>
@@ -166,7 +161,6 @@ private Q_SLOTS:
         QTest::addColumn<int>("entries"); // -1: unreadable
         QTest::addColumn<bool>("inBackground");
         QTest::newRow("empty file") << QByteArray() << 0 << false;
-        QTest::newRow("byte-order mark") << QByteArray("\xef\xbb\xbf" + oneEntry) << 1 << false;
         QTest::newRow("file filling its last page") << QByteArray(oneEntry + QByteArray(4096 - oneEntry.size(), ' ')) << 1 << true;
         QTest::newRow("not json") << QByteArray("history") << -1 << false;
         QTest::newRow("one bad among good ones") << QByteArray("[" + oneEntry.mid(1, oneEntry.size() - 2) + ",{\"id\":1}]") << -1 << false;

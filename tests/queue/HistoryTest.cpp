@@ -3,7 +3,6 @@
 
 #include "queue/HistoryJson.h"
 
-#include <QDir>
 #include <QFile>
 #include <QJsonArray>
 #include <QJsonDocument>
@@ -17,18 +16,10 @@
 
 namespace {
 
-QByteArray readAll(const QString &path) {
-    QFile f(path);
-    return f.open(QIODevice::ReadOnly) ? f.readAll() : QByteArray();
-}
+using TestEnv::readFile;
+using TestEnv::writeFile;
 
-bool writeAll(const QString &path, const QByteArray &bytes) {
-    QDir().mkpath(QFileInfo(path).absolutePath());
-    QFile f(path);
-    return f.open(QIODevice::WriteOnly | QIODevice::Truncate) && f.write(bytes) == bytes.size();
-}
-
-QJsonArray fileArray(const QString &path) { return QJsonDocument::fromJson(readAll(path)).array(); }
+QJsonArray fileArray(const QString &path) { return QJsonDocument::fromJson(readFile(path)).array(); }
 
 // A fresh history path inside a folder that does not exist yet.
 QString freshPath() {
@@ -173,13 +164,13 @@ private Q_SLOTS:
         const QString path = freshPath();
         const QString aside = path + QStringLiteral(".unreadable-2025-07-01");
         const QDateTime now(QDate(2025, 7, 1), QTime(23, 0), Qt::UTC);
-        QVERIFY(writeAll(path, content));
-        QVERIFY(writeAll(aside, "an earlier casualty the same day"));
+        QVERIFY(writeFile(path, content));
+        QVERIFY(writeFile(aside, "an earlier casualty the same day"));
         // Only this program's interrupted saves of earlier runs are swept; a fresh one may be another instance's.
         const QString folder = QFileInfo(path).absolutePath() + u'/';
         const QStringList others{QStringLiteral(".history.json.vorlix-save-Fr35h1"), QStringLiteral("history.json.Xy12Zq"), QStringLiteral("history.json.backup")};
         for (const QString &name : others + QStringList{QStringLiteral(".history.json.vorlix-save-Ab12Cd")})
-            QVERIFY(writeAll(folder + name, "[{\"half"));
+            QVERIFY(writeFile(folder + name, "[{\"half"));
         QFile stale(folder + QStringLiteral(".history.json.vorlix-save-Ab12Cd"));
         QVERIFY(stale.open(QIODevice::ReadWrite) && stale.setFileTime(now.addDays(-1), QFileDevice::FileModificationTime));
         HistoryStore store(path, inBackground ? HistoryStore::Loading::inBackground : HistoryStore::Loading::now, [&now] { return now; });
@@ -192,7 +183,7 @@ private Q_SLOTS:
         store.waitForPendingSave();
 
         QCOMPARE(HistoryStore(path).entries().size(), std::max(entries, 0) + 1);
-        QCOMPARE(readAll(aside), QByteArray("an earlier casualty the same day"));
+        QCOMPARE(readFile(aside), QByteArray("an earlier casualty the same day"));
         QVERIFY(!stale.exists());
         for (const QString &name : others)
             QVERIFY2(QFile::exists(folder + name), qPrintable(name));
@@ -200,7 +191,7 @@ private Q_SLOTS:
             QCOMPARE(store.loadNotice(), std::nullopt);
             QCOMPARE(queue.lastMessage(), std::nullopt);
         } else {
-            QCOMPARE(readAll(aside + QStringLiteral("-2")), content);
+            QCOMPARE(readFile(aside + QStringLiteral("-2")), content);
             QCOMPARE(queue.lastMessage(), QStringLiteral("History could not be read \u00B7 kept as history.json.unreadable-2025-07-01-2"));
         }
     }
@@ -211,7 +202,7 @@ private Q_SLOTS:
         const QString path = freshPath();
         HistoryStore store(path);
         const QString media = TestEnv::root() + QStringLiteral("/kept.mp4");
-        QVERIFY(writeAll(media, "not really a video"));
+        QVERIFY(writeFile(media, "not really a video"));
         for (int i = 0; i < 9000; ++i)
             store.record(*finished(QStringLiteral("https://vimeo.com/%1").arg(i), QString::number(i), DownloadMode::bestVideoAudio, std::nullopt, media));
         const HistoryEntry original = store.entries().at(1); // newest first: 8999 8998 8997 ...
@@ -222,7 +213,7 @@ private Q_SLOTS:
         QCOMPARE(changed.count(), 0);
         store.waitForPendingSave();
         QCOMPARE(QFileInfo(path).size() > 2 * (1 << 20), true);
-        QCOMPARE(readAll(path), HistoryJson::encode(store.entries()));
+        QCOMPARE(readFile(path), HistoryJson::encode(store.entries()));
 
         HistoryEntry stale = store.entries().at(1); // deleting matches the id alone
         stale.setTitle(QStringLiteral("changed since"));
@@ -235,7 +226,7 @@ private Q_SLOTS:
         QVERIFY2(QFile::exists(media), "files on disk are never touched");
         store.waitForPendingSave();
 
-        const QByteArray before = readAll(path);
+        const QByteArray before = readFile(path);
         struct rlimit oldLimit {};
         ::getrlimit(RLIMIT_FSIZE, &oldLimit);
         const auto oldHandler = std::signal(SIGXFSZ, SIG_IGN);
@@ -245,7 +236,7 @@ private Q_SLOTS:
         store.waitForPendingSave();
         ::setrlimit(RLIMIT_FSIZE, &oldLimit);
         std::signal(SIGXFSZ, oldHandler);
-        QCOMPARE(readAll(path), before);
+        QCOMPARE(readFile(path), before);
         QCOMPARE(TestEnv::filesContaining(QFileInfo(path).absolutePath(), QStringLiteral("history")), QStringList{path});
         store.toggleArchive(store.entries().first());
         store.waitForPendingSave();

@@ -1,6 +1,5 @@
 #include "FixtureSite.h"
 #include "QueueFakes.h"
-#include "TestEnv.h"
 #include "TestMain.h"
 #include "analysis_music.h"
 #include "engine_media.h"

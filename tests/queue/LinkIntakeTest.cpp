@@ -1,5 +1,4 @@
 #include "QueueFakes.h"
-#include "TestEnv.h"
 #include "TestMain.h"
 
 #include "queue/BatchText.h"

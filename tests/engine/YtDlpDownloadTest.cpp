@@ -194,6 +194,18 @@ private Q_SLOTS:
         QVERIFY(out.path.isEmpty());
         QCOMPARE(QDir(folder).entryList(QDir::Files), QStringList{QStringLiteral("Clip [abc].webm")});
     }
+    // The packaged downloader reads a multi-video page as a playlist, called with the light flags.
+    void multiVideoPageIsAPlaylist() {
+        TestEnv::standIn(Tools::ytDlpName, QStringLiteral("exec '%1/yt-dlp' \"$@\"").arg(Tools::packagedDir()));
+        const QString url = m_site->url(QStringLiteral("/playlist/"));
+        const ProbeResult p = vtest::await(YtDlp::probe(url));
+        QCOMPARE(p.title, QStringLiteral("Fixture Playlist"));
+        const QList<ProbeResult::Entry> expected{{m_site->url(QStringLiteral("/clip.mp4")), QStringLiteral("Fixture Playlist (1)")},
+                                                 {m_site->url(QStringLiteral("/clip2.mp4")), QStringLiteral("Fixture Playlist (2)")}};
+        QCOMPARE(p.playlistEntries, expected);
+        QCOMPARE(TestEnv::standInArgs(Tools::ytDlpName), (QStringList{QStringLiteral("-J"), QStringLiteral("--flat-playlist"),
+            QStringLiteral("--no-warnings"), QStringLiteral("--playlist-end"), QStringLiteral("100"), url}));
+    }
 };
 
 VORLIX_TEST_SUITE(YtDlpDownloadTest)

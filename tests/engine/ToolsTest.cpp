@@ -15,10 +15,6 @@
 #include <utime.h>
 
 namespace {
-Tools::RunResult runSync(const QString &exe, const QStringList &args, double timeout = 30) {
-    return vtest::await(Tools::run(exe, args, timeout));
-}
-
 // Writes an owner-executable file with the given modification time.
 void writeFile(const QString &path, const QByteArray &content, qint64 mtime) {
     QVERIFY(TestEnv::writeFile(path, content));
@@ -35,47 +31,41 @@ class ToolsTest : public QObject {
 private Q_SLOTS:
     void runKeepsOutputsWhole() {
         // Several megabytes on stderr and nothing else must not deadlock.
-        const auto r = runSync(sh, {QStringLiteral("-c"), QStringLiteral("head -c 6000000 /dev/zero | tr '\\000' e >&2; printf out; exit 4")});
+        const auto r = vtest::await(Tools::run(sh, {QStringLiteral("-c"), QStringLiteral("head -c 6000000 /dev/zero | tr '\\000' e >&2; printf out; exit 4")}, 30));
         QCOMPARE(r.status, 4);
         QCOMPARE(r.stderrText.size(), 6000000);
         QCOMPARE(r.stdoutText, QStringLiteral("out"));
     }
 
-    void timeoutTerminatesTheWholeGroup() {
-        const QString pidFile = TestEnv::root() + QStringLiteral("/grandchild.pid");
-        const QStringList args{QStringLiteral("-c"), QStringLiteral("sleep 60 & echo $! > '%1'; wait").arg(pidFile)};
-        QElapsedTimer clock;
-        clock.start();
-        const auto r = runSync(sh, args, 0.5);
-        QCOMPARE(r.status, 15);
-        QVERIFY2(clock.elapsed() < 10000, "the run should end soon after its time-out");
-        const qint64 grandchild = TestEnv::readFile(pidFile).trimmed().toLongLong();
-        QVERIFY(grandchild > 0);
-        QTRY_VERIFY_WITH_TIMEOUT(EngineMedia::commandLine(grandchild).isEmpty(), 5000); // a zombie counts as gone
-    }
-
-    // Quitting ends every child with whatever it started, also one that ignores SIGTERM.
-    void endAllEndsEveryGroup_data() {
+    // A time-out or quitting ends a child with whatever it started, also one that ignores SIGTERM.
+    void groupsEndWithEverythingInThem_data() {
         QTest::addColumn<QString>("prelude");
+        QTest::addColumn<double>("timeout");
+        QTest::addColumn<int>("graceMs"); // < 0: no quit; ample for a group that goes, short for one that never will
         QTest::addColumn<int>("status");
-        QTest::addColumn<int>("graceMs"); // ample for a group that goes; short for one that never will
-        QTest::newRow("ordinary") << QString() << 15 << 5000;
-        QTest::newRow("ignores SIGTERM") << QStringLiteral("trap '' TERM; ") << 9 << 200;
+        QTest::newRow("time-out") << QString() << 0.5 << -1 << 15;
+        QTest::newRow("quit") << QString() << 600.0 << 5000 << 15;
+        QTest::newRow("quit, ignores SIGTERM") << QStringLiteral("trap '' TERM; ") << 600.0 << 200 << 9;
     }
-    void endAllEndsEveryGroup() {
+    void groupsEndWithEverythingInThem() {
         QFETCH(QString, prelude);
+        QFETCH(double, timeout);
         QFETCH(int, graceMs);
         const QString pidFile = TestEnv::root() + QStringLiteral("/left-behind.pid");
         QFile::remove(pidFile);
-        const QStringList args{QStringLiteral("-c"), prelude + QStringLiteral("sleep 600 & echo $! > '%1'; wait").arg(pidFile)};
-        auto task = Tools::run(sh, args, 600);
+        QElapsedTimer clock;
+        clock.start();
+        auto task = Tools::run(sh, {QStringLiteral("-c"), prelude + QStringLiteral("sleep 600 & echo $! > '%1'; wait").arg(pidFile)}, timeout);
         QTRY_VERIFY(!TestEnv::readFile(pidFile).trimmed().isEmpty());
-        QCOMPARE(ChildRegistry::running().size(), 1);
-        QCOMPARE(ChildRegistry::endAll(graceMs), prelude.isEmpty());
+        if (graceMs >= 0) {
+            QCOMPARE(ChildRegistry::running().size(), 1);
+            QCOMPARE(ChildRegistry::endAll(graceMs), prelude.isEmpty());
+        }
         QTEST(vtest::await(std::move(task)).status, "status");
+        QVERIFY2(clock.elapsed() < 10000, "the run should end soon after its time-out");
         QVERIFY(ChildRegistry::running().isEmpty());
         const qint64 grandchild = TestEnv::readFile(pidFile).trimmed().toLongLong();
-        QTRY_VERIFY(EngineMedia::commandLine(grandchild).isEmpty());
+        QTRY_VERIFY_WITH_TIMEOUT(EngineMedia::commandLine(grandchild).isEmpty(), 5000); // a zombie counts as gone
     }
 
     void installRules() {

@@ -83,10 +83,6 @@ private Q_SLOTS:
                                               << QStringLiteral("second");
         QTest::newRow("no ERROR: the last line") << QStringLiteral("one\ntwo\r\nthree\n\n") << QStringLiteral("three");
         QTest::newRow("cookie hint") << QStringLiteral("ERROR: [instagram] x: use --cookies-from-browser or --cookies") << login;
-        QTest::newRow("browser without a profile")
-            << QStringLiteral("Traceback (most recent call last):\nFileNotFoundError: could not find chromium cookies database in \"/x\"")
-            << QStringLiteral("No Chromium login found on this computer: sign in to Chromium, or turn off \u201CUse "
-                              "Chromium login for private content\u201D in Settings.");
         QTest::newRow("300 cut after the prefix") << QStringLiteral("ERROR: ") + QString(300, u'b') << QString(220, u'b') + u'\u2026';
     }
     void friendlyErrors() {

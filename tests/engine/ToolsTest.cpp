@@ -14,6 +14,8 @@
 #include <sys/stat.h>
 #include <utime.h>
 
+using namespace Qt::StringLiterals;
+
 namespace {
 // Writes an owner-executable file with the given modification time.
 void writeFile(const QString &path, const QByteArray &content, qint64 mtime) {
@@ -26,15 +28,15 @@ void writeFile(const QString &path, const QByteArray &content, qint64 mtime) {
 
 class ToolsTest : public QObject {
     Q_OBJECT
-    const QString sh = QStringLiteral("/bin/sh");
+    const QString sh = u"/bin/sh"_s;
 
 private Q_SLOTS:
     void runKeepsOutputsWhole() {
         // Several megabytes on stderr and nothing else must not deadlock.
-        const auto r = vtest::await(Tools::run(sh, {QStringLiteral("-c"), QStringLiteral("head -c 6000000 /dev/zero | tr '\\000' e >&2; printf out; exit 4")}, 30));
+        const auto r = vtest::await(Tools::run(sh, {u"-c"_s, u"head -c 6000000 /dev/zero | tr '\\000' e >&2; printf out; exit 4"_s}, 30));
         QCOMPARE(r.status, 4);
         QCOMPARE(r.stderrText.size(), 6000000);
-        QCOMPARE(r.stdoutText, QStringLiteral("out"));
+        QCOMPARE(r.stdoutText, u"out"_s);
     }
 
     // A time-out or quitting ends a child with whatever it started, also one that ignores SIGTERM.
@@ -45,17 +47,17 @@ private Q_SLOTS:
         QTest::addColumn<int>("status");
         QTest::newRow("time-out") << QString() << 0.5 << -1 << 15;
         QTest::newRow("quit") << QString() << 600.0 << 5000 << 15;
-        QTest::newRow("quit, ignores SIGTERM") << QStringLiteral("trap '' TERM; ") << 600.0 << 200 << 9;
+        QTest::newRow("quit, ignores SIGTERM") << u"trap '' TERM; "_s << 600.0 << 200 << 9;
     }
     void groupsEndWithEverythingInThem() {
         QFETCH(QString, prelude);
         QFETCH(double, timeout);
         QFETCH(int, graceMs);
-        const QString pidFile = TestEnv::root() + QStringLiteral("/left-behind.pid");
+        const QString pidFile = TestEnv::root() + u"/left-behind.pid"_s;
         QFile::remove(pidFile);
         QElapsedTimer clock;
         clock.start();
-        auto task = Tools::run(sh, {QStringLiteral("-c"), prelude + QStringLiteral("sleep 600 & echo $! > '%1'; wait").arg(pidFile)}, timeout);
+        auto task = Tools::run(sh, {u"-c"_s, prelude + u"sleep 600 & echo $! > '%1'; wait"_s.arg(pidFile)}, timeout);
         QTRY_VERIFY(!TestEnv::readFile(pidFile).trimmed().isEmpty());
         if (graceMs >= 0) {
             QCOMPARE(ChildRegistry::running().size(), 1);
@@ -70,7 +72,7 @@ private Q_SLOTS:
 
     void installRules() {
         QTemporaryDir dir;
-        const Tools::Layout layout{dir.path() + QStringLiteral("/bin"), dir.path() + QStringLiteral("/pkg"), {}};
+        const Tools::Layout layout{dir.path() + u"/bin"_s, dir.path() + u"/pkg"_s, {}};
         const auto pkg = [&](const char *name) -> QString { return layout.packagedDir + u'/' + QLatin1String(name); };
         const auto installed = [&](const char *name) -> QString { return layout.toolDir + u'/' + QLatin1String(name); };
         writeFile(pkg("yt-dlp"), "ytdlp-v2", 2000);
@@ -94,29 +96,29 @@ private Q_SLOTS:
 
     void locationPrecedence() {
         QTemporaryDir dir;
-        Tools::Layout layout{dir.path() + QStringLiteral("/bin"), dir.path() + QStringLiteral("/pkg"), {}};
-        const QString local = dir.path() + QStringLiteral("/local/"), usr = dir.path() + QStringLiteral("/usr/");
+        Tools::Layout layout{dir.path() + u"/bin"_s, dir.path() + u"/pkg"_s, {}};
+        const QString local = dir.path() + u"/local/"_s, usr = dir.path() + u"/usr/"_s;
         for (const QString &name : {Tools::ytDlpName, Tools::ffmpegName, Tools::whisperName})
             layout.candidates[name] = {local + name, usr + name};
         const auto ffmpeg = [&] { return Tools::systemFirstURL(Tools::ffmpegName, layout); };
-        const QString installed = layout.toolDir + QStringLiteral("/ffmpeg");
+        const QString installed = layout.toolDir + u"/ffmpeg"_s;
 
         // Nothing anywhere: the downloader is the tool folder's path; the others are absent.
-        QCOMPARE(Tools::ytDlpURL(layout), layout.toolDir + QStringLiteral("/yt-dlp"));
+        QCOMPARE(Tools::ytDlpURL(layout), layout.toolDir + u"/yt-dlp"_s);
         QCOMPARE(ffmpeg(), QString());
         // System copies first, in the candidates' order, then the installed one.
-        writeFile(usr + QStringLiteral("ffmpeg"), "x", 1000);
+        writeFile(usr + u"ffmpeg"_s, "x", 1000);
         writeFile(installed, "x", 1000);
-        QCOMPARE(ffmpeg(), usr + QStringLiteral("ffmpeg"));
-        QFile::remove(usr + QStringLiteral("ffmpeg"));
+        QCOMPARE(ffmpeg(), usr + u"ffmpeg"_s);
+        QFile::remove(usr + u"ffmpeg"_s);
         QCOMPARE(ffmpeg(), installed);
 
         // The downloader: the installed copy beats a system-wide one, and is installed on demand.
-        writeFile(local + QStringLiteral("yt-dlp"), "x", 1000);
-        QCOMPARE(Tools::ytDlpURL(layout), local + QStringLiteral("yt-dlp"));
-        writeFile(layout.packagedDir + QStringLiteral("/yt-dlp"), "pkg", 1000);
-        QCOMPARE(Tools::ytDlpURL(layout), layout.toolDir + QStringLiteral("/yt-dlp"));
-        QCOMPARE(TestEnv::readFile(layout.toolDir + QStringLiteral("/yt-dlp")), QByteArray("pkg"));
+        writeFile(local + u"yt-dlp"_s, "x", 1000);
+        QCOMPARE(Tools::ytDlpURL(layout), local + u"yt-dlp"_s);
+        writeFile(layout.packagedDir + u"/yt-dlp"_s, "pkg", 1000);
+        QCOMPARE(Tools::ytDlpURL(layout), layout.toolDir + u"/yt-dlp"_s);
+        QCOMPARE(TestEnv::readFile(layout.toolDir + u"/yt-dlp"_s), QByteArray("pkg"));
     }
 };
 

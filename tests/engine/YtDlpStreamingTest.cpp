@@ -11,6 +11,8 @@
 #include <csignal>
 #include <unistd.h>
 
+using namespace Qt::StringLiterals;
+
 namespace {
 struct Run {
     YtDlp::StreamResult result;
@@ -20,14 +22,13 @@ struct Run {
 
 // Runs `script` under /bin/sh through runStreaming; `onLine` may act on the run (e.g. cancel it).
 QCoro::Task<> runScript(Run &run, QString script, std::function<void(Run &, const QString &)> onLine = {}) {
-    const QStringList args{QStringLiteral("-c"), script};
-    run.result = co_await YtDlp::runStreaming(
-        QStringLiteral("/bin/sh"), args, [&run](YtDlp::ChildProcess child) { run.registered << child; },
-        [&run, onLine](const QString &line) {
-            run.lines << line;
-            if (onLine)
-                onLine(run, line);
-        });
+    const QStringList args{u"-c"_s, script};
+    const auto onChild = [&run](YtDlp::ChildProcess child) { run.registered << child; };
+    run.result = co_await YtDlp::runStreaming(QStringLiteral("/bin/sh"), args, onChild, [&run, onLine](const QString &line) {
+        run.lines << line;
+        if (onLine)
+            onLine(run, line);
+    });
 }
 } // namespace
 
@@ -37,11 +38,11 @@ private Q_SLOTS:
     void linesAreCutAtNewlines_data() {
         QTest::addColumn<QString>("script");
         QTest::addColumn<QStringList>("expected");
-        QTest::newRow("line split across writes") << QStringLiteral("printf 'VORLIX|1'; sleep 0.3; printf '0%%|a|b\\nsecond\\n'")
-                                                  << QStringList{QStringLiteral("VORLIX|10%|a|b"), QStringLiteral("second")};
-        QTest::newRow("trailing partial line discarded") << QStringLiteral("printf 'whole\\npartial'") << QStringList{QStringLiteral("whole")};
-        QTest::newRow("character split across writes") << QStringLiteral("printf 'wait\\342\\200'; sleep 0.3; printf '\\246\\n'")
-                                                       << QStringList{QStringLiteral("wait\u2026")};
+        QTest::newRow("line split across writes") << u"printf 'VORLIX|1'; sleep 0.3; printf '0%%|a|b\\nsecond\\n'"_s
+                                                  << QStringList{u"VORLIX|10%|a|b"_s, u"second"_s};
+        QTest::newRow("trailing partial line discarded") << u"printf 'whole\\npartial'"_s << QStringList{u"whole"_s};
+        QTest::newRow("character split across writes") << u"printf 'wait\\342\\200'; sleep 0.3; printf '\\246\\n'"_s
+                                                       << QStringList{u"wait\u2026"_s};
     }
     void linesAreCutAtNewlines() {
         QFETCH(QString, script);
@@ -54,16 +55,16 @@ private Q_SLOTS:
 
     void statusAndWholeErrorOutput() {
         Run run;
-        vtest::await(runScript(run, QStringLiteral("echo out; head -c 3000000 /dev/zero | tr '\\000' e >&2; printf 'ü' >&2; exit 3")));
+        vtest::await(runScript(run, u"echo out; head -c 3000000 /dev/zero | tr '\\000' e >&2; printf 'ü' >&2; exit 3"_s));
         QCOMPARE(run.result.status, 3);
         QCOMPARE(run.result.errorText.size(), 3000001);
-        QVERIFY(run.result.errorText.endsWith(QStringLiteral("eü")));
-        QCOMPARE(run.lines, QStringList{QStringLiteral("out")});
+        QVERIFY(run.result.errorText.endsWith(u"eü"_s));
+        QCOMPARE(run.lines, QStringList{u"out"_s});
     }
 
     void registersOnceInItsOwnGroupAndLaunchFailuresCallNothing() {
         Run run;
-        auto task = runScript(run, QStringLiteral("sleep 0.2; echo done"));
+        auto task = runScript(run, u"sleep 0.2; echo done"_s);
         QTRY_COMPARE(run.registered.size(), 1);
         const auto pid = pid_t(run.registered.first().pid());
         QTRY_COMPARE(::getpgid(pid), pid); // the child leaves our group right after the fork
@@ -71,18 +72,18 @@ private Q_SLOTS:
         QCOMPARE(run.registered.size(), 1);
         QVERIFY(!run.registered.first().isRunning()); // the run has returned: the handle is spent
         int calls = 0;
-        const QString missing = TestEnv::root() + QStringLiteral("/no-such-downloader");
+        const QString missing = TestEnv::root() + u"/no-such-downloader"_s;
         QVERIFY(!vtest::failure(YtDlp::runStreaming(missing, {}, [&](YtDlp::ChildProcess) { ++calls; }, [&](const QString &) { ++calls; })).isEmpty());
         QCOMPARE(calls, 0);
     }
 
     void terminateEndsTheWholeGroup() {
-        const QString pidFile = TestEnv::root() + QStringLiteral("/stream-grandchild.pid");
+        const QString pidFile = TestEnv::root() + u"/stream-grandchild.pid"_s;
         QElapsedTimer clock;
         clock.start();
         int ticksAfterCancel = -1;
         Run run;
-        vtest::await(runScript(run, QStringLiteral("sleep 120 & echo $! > '%1'; while :; do echo tick; sleep 0.05; done").arg(pidFile),
+        vtest::await(runScript(run, u"sleep 120 & echo $! > '%1'; while :; do echo tick; sleep 0.05; done"_s.arg(pidFile),
                                [&](Run &r, const QString &) {
                                    if (++ticksAfterCancel == 0)
                                        r.registered.first().terminate();

@@ -10,8 +10,10 @@
 #include <QScopeGuard>
 #include <QTest>
 
+using namespace Qt::StringLiterals;
+
 namespace {
-const QString pageLink = QStringLiteral("https://example.com/watch/7");
+const QString pageLink = u"https://example.com/watch/7"_s;
 const QString watch = SiteAddresses::youTubeWatchPrefix;
 
 void addProbeColumns() {
@@ -41,12 +43,12 @@ template <typename Parse> void checkProbe(Parse parse) {
                              r.thumbnail ? r.thumbnail->toString() : QString(), r.categories.join(u','), entries.join(u',')}
                      .join(u'|');
     } catch (const YtDlpError &e) {
-        actual = (e.kind() == YtDlpError::Kind::probeFailed ? QStringLiteral("error: ") : QStringLiteral("wrong kind: ")) + e.message();
+        actual = (e.kind() == YtDlpError::Kind::probeFailed ? u"error: "_s : u"wrong kind: "_s) + e.message();
     }
     QCOMPARE(actual, expected);
 }
-const QString videoLink = QStringLiteral("https://www.youtube.com/watch?v=dQw4w9WgXcQ&t=30");
-const QString pathFile = QStringLiteral("/data/Vorlix/outpath-ABC.txt");
+const QString videoLink = u"https://www.youtube.com/watch?v=dQw4w9WgXcQ&t=30"_s;
+const QString pathFile = u"/data/Vorlix/outpath-ABC.txt"_s;
 } // namespace
 
 // What goes to the downloader and how its output is read.
@@ -71,19 +73,19 @@ private Q_SLOTS:
         const auto p = YtDlp::parseProgressLine(line);
         QCOMPARE(p.has_value(), !expected.isNull());
         if (p)
-            QCOMPARE(QStringList({p->fraction ? QString::number(*p->fraction) : QStringLiteral("-"), p->speed, p->eta,
-                                  p->phase.value_or(QStringLiteral("-"))}).join(u'|'), expected);
+            QCOMPARE(QStringList({p->fraction ? QString::number(*p->fraction) : u"-"_s, p->speed, p->eta,
+                                  p->phase.value_or(u"-"_s)}).join(u'|'), expected);
     }
 
     void friendlyErrors_data() {
         QTest::addColumn<QString>("output");
         QTest::addColumn<QString>("expected");
         const QString login = YtDlp::loginNeededMessage;
-        QTest::newRow("last ERROR line wins") << QStringLiteral("WARNING: throttled\nERROR: first\nERROR: second\ntrailer")
-                                              << QStringLiteral("second");
-        QTest::newRow("no ERROR: the last line") << QStringLiteral("one\ntwo\r\nthree\n\n") << QStringLiteral("three");
-        QTest::newRow("cookie hint") << QStringLiteral("ERROR: [instagram] x: use --cookies-from-browser or --cookies") << login;
-        QTest::newRow("300 cut after the prefix") << QStringLiteral("ERROR: ") + QString(300, u'b') << QString(220, u'b') + u'\u2026';
+        QTest::newRow("last ERROR line wins") << u"WARNING: throttled\nERROR: first\nERROR: second\ntrailer"_s
+                                              << u"second"_s;
+        QTest::newRow("no ERROR: the last line") << u"one\ntwo\r\nthree\n\n"_s << u"three"_s;
+        QTest::newRow("cookie hint") << u"ERROR: [instagram] x: use --cookies-from-browser or --cookies"_s << login;
+        QTest::newRow("300 cut after the prefix") << u"ERROR: "_s + QString(300, u'b') << QString(220, u'b') + u'\u2026';
     }
     void friendlyErrors() {
         QFETCH(QString, output);
@@ -93,10 +95,10 @@ private Q_SLOTS:
 
     // One case per matching rule: a known phrase in any case, anywhere in the message, stops healing.
     void selfHealing() {
-        QVERIFY(YtDlp::shouldSelfHeal(QStringLiteral("Unsupported URL: https://x")));
-        QVERIFY(YtDlp::shouldSelfHeal(QStringLiteral("HTTP Error 403: Forbidden"))); // may be a stale engine
-        QVERIFY(!YtDlp::shouldSelfHeal(QStringLiteral("[site] 42: THIS VIDEO IS UNAVAILABLE (x)")));
-        QVERIFY(!YtDlp::shouldSelfHeal(QStringLiteral("Read timeout after 20s")));
+        QVERIFY(YtDlp::shouldSelfHeal(u"Unsupported URL: https://x"_s));
+        QVERIFY(YtDlp::shouldSelfHeal(u"HTTP Error 403: Forbidden"_s)); // may be a stale engine
+        QVERIFY(!YtDlp::shouldSelfHeal(u"[site] 42: THIS VIDEO IS UNAVAILABLE (x)"_s));
+        QVERIFY(!YtDlp::shouldSelfHeal(u"Read timeout after 20s"_s));
         QVERIFY(!YtDlp::shouldSelfHeal(YtDlp::loginNeededMessage));
     }
 
@@ -132,13 +134,13 @@ private Q_SLOTS:
         const auto row = [](const char *name, int status, const QString &out, const QString &err, const QString &expected) {
             QTest::newRow(name) << status << out << err << expected;
         };
-        row("song", 0, QStringLiteral("VORLIXMETA\tSong\t213\tNA\tMusic\n"), {}, QStringLiteral("Song|213||Music|"));
+        row("song", 0, u"VORLIXMETA\tSong\t213\tNA\tMusic\n"_s, {}, u"Song|213||Music|"_s);
         row("last marker line wins", 0,
-            QStringLiteral("[generic] x\nVORLIXMETA\tOld\t1\tNA\tNA\nVORLIXMETA\tNew\t2.5\thttps://i.ytimg.com/hq.jpg\tGaming\nDeleting\n"), {},
-            QStringLiteral("New|2.5|https://i.ytimg.com/hq.jpg|Gaming|"));
-        row("blank output fails", 0, QStringLiteral(" \n\n"), QStringLiteral("WARNING: x\nERROR: boom\n"), QStringLiteral("error: boom"));
-        row("non-zero status fails whatever the output", 1, QStringLiteral("VORLIXMETA\tSong\t213\tNA\tMusic\n"),
-            QStringLiteral("ERROR: HTTP Error 404: Not Found"), QStringLiteral("error: HTTP Error 404: Not Found"));
+            u"[generic] x\nVORLIXMETA\tOld\t1\tNA\tNA\nVORLIXMETA\tNew\t2.5\thttps://i.ytimg.com/hq.jpg\tGaming\nDeleting\n"_s, {},
+            u"New|2.5|https://i.ytimg.com/hq.jpg|Gaming|"_s);
+        row("blank output fails", 0, u" \n\n"_s, u"WARNING: x\nERROR: boom\n"_s, u"error: boom"_s);
+        row("non-zero status fails whatever the output", 1, u"VORLIXMETA\tSong\t213\tNA\tMusic\n"_s,
+            u"ERROR: HTTP Error 404: Not Found"_s, u"error: HTTP Error 404: Not Found"_s);
     }
     void lightProbeOutput() { checkProbe(&YtDlp::parseProbeLight); }
 
@@ -147,11 +149,11 @@ private Q_SLOTS:
         const auto row = [](const char *name, int status, const char *out, const char *err, const QString &expected) {
             QTest::newRow(name) << status << QString::fromUtf8(out) << QString::fromUtf8(err) << expected;
         };
-        row("failed run", 2, "{\"title\":\"x\"}", "ERROR: broken\n", QStringLiteral("error: broken"));
+        row("failed run", 2, "{\"title\":\"x\"}", "ERROR: broken\n", u"error: broken"_s);
         row("single video", 0, "{\"title\":\"T\",\"duration\":12.5,\"thumbnail\":\"https://i.example/x.jpg\",\"categories\":[\"Music\",\"Film\"]}",
-            "", QStringLiteral("T|12.5|https://i.example/x.jpg|Music,Film|"));
+            "", u"T|12.5|https://i.example/x.jpg|Music,Film|"_s);
         row("wrong types count as missing", 0, "{\"title\":5,\"duration\":\"213\",\"thumbnail\":7,\"categories\":[\"Music\",3]}", "",
-            pageLink + QStringLiteral("||||"));
+            pageLink + u"||||"_s);
         row("entries of every shape", 0,
             "{\"title\":\"PL\",\"duration\":99,\"entries\":[{\"url\":\"https://a.example/1\",\"title\":\"One\"},"
             "{\"webpage_url\":\"https://a.example/2\"},{\"id\":\"xyz\"},{\"url\":\"abc123\",\"title\":\"Bare\"},{\"title\":\"nothing\"},"
@@ -168,19 +170,19 @@ private Q_SLOTS:
         QTest::addColumn<QString>("audioFormat");
         QTest::addColumn<QStringList>("clip"); // start, end; empty: no clip
         QTest::addColumn<QString>("tail");     // after the ffmpeg pair, "|"-separated, before the link
-        const QString audio = QStringLiteral("-f|ba/b|-x|--audio-format|%1|--audio-quality|0|--embed-thumbnail|--embed-metadata");
+        const QString audio = u"-f|ba/b|-x|--audio-format|%1|--audio-quality|0|--embed-thumbnail|--embed-metadata"_s;
         const auto row = [](const char *name, DownloadMode m, bool mp4, bool cookies, const char *format, QStringList clip,
                             const QString &tail) {
             QTest::newRow(name) << m << mp4 << cookies << QString::fromLatin1(format) << clip << tail;
         };
         const auto best = DownloadMode::bestVideoAudio, silent = DownloadMode::videoOnly, sound = DownloadMode::audioOnly;
-        row("best, mp4", best, true, false, "mp3", {}, QStringLiteral("-f|bv*[ext=mp4]+ba[ext=m4a]/b[ext=mp4]/bv*+ba/b|--merge-output-format|mp4"));
-        row("best, any container", best, false, false, "mp3", {}, QStringLiteral("-f|bv*+ba/b"));
-        row("video only, mp4", silent, true, false, "mp3", {}, QStringLiteral("-f|bv*[ext=mp4]/bv*"));
-        row("audio: an unknown format, even M4A, is mp3", sound, true, false, "M4A", {}, audio.arg(QStringLiteral("mp3")));
-        row("cookies before the selector", silent, false, true, "mp3", {}, QStringLiteral("--cookies-from-browser|firefox|-f|bv*"));
-        row("clip from 1:30", best, false, false, "mp3", {QStringLiteral("1:30"), QString()},
-            QStringLiteral("-f|bv*+ba/b|--download-sections|*90-inf|--force-keyframes-at-cuts"));
+        row("best, mp4", best, true, false, "mp3", {}, u"-f|bv*[ext=mp4]+ba[ext=m4a]/b[ext=mp4]/bv*+ba/b|--merge-output-format|mp4"_s);
+        row("best, any container", best, false, false, "mp3", {}, u"-f|bv*+ba/b"_s);
+        row("video only, mp4", silent, true, false, "mp3", {}, u"-f|bv*[ext=mp4]/bv*"_s);
+        row("audio: an unknown format, even M4A, is mp3", sound, true, false, "M4A", {}, audio.arg(u"mp3"_s));
+        row("cookies before the selector", silent, false, true, "mp3", {}, u"--cookies-from-browser|firefox|-f|bv*"_s);
+        row("clip from 1:30", best, false, false, "mp3", {u"1:30"_s, QString()},
+            u"-f|bv*+ba/b|--download-sections|*90-inf|--force-keyframes-at-cuts"_s);
     }
     void argumentList() {
         QFETCH(DownloadMode, mode);
@@ -190,25 +192,25 @@ private Q_SLOTS:
         QFETCH(QStringList, clip);
         QFETCH(QString, tail);
         // Only a browser with a profile here is handed to the downloader.
-        const QString profile = QDir::homePath() + QStringLiteral("/.mozilla/firefox");
+        const QString profile = QDir::homePath() + u"/.mozilla/firefox"_s;
         QVERIFY(QDir().mkpath(profile));
-        const auto noProfile = qScopeGuard([] { QDir(QDir::homePath() + QStringLiteral("/.mozilla")).removeRecursively(); });
-        AppSettings settings(TestEnv::root() + QStringLiteral("/args.ini"));
+        const auto noProfile = qScopeGuard([] { QDir(QDir::homePath() + u"/.mozilla"_s).removeRecursively(); });
+        AppSettings settings(TestEnv::root() + u"/args.ini"_s);
         settings.setPreferMP4(preferMP4);
         settings.setUseBrowserCookies(cookies);
         settings.setAudioFormatRaw(audioFormat);
         const std::optional<ClipRange> range = clip.isEmpty() ? std::nullopt : std::optional(ClipRange{clip[0], clip[1]});
         const QStringList args = YtDlp::buildArguments(DownloadItem(videoLink, mode, range), settings, pathFile,
-                                                       QStringLiteral("/home/u/Downloads/Vorlix/YouTube/Music"));
+                                                       u"/home/u/Downloads/Vorlix/YouTube/Music"_s);
         // ffmpeg is named by its folder, never by the program.
-        const QStringList ffmpegPair{QStringLiteral("--ffmpeg-location"), QFileInfo(Tools::ffmpegURL()).absolutePath()};
-        QVERIFY(QFileInfo::exists(ffmpegPair[1] + QStringLiteral("/ffmpeg")));
-        QVERIFY(args.contains(pathFile) && args.contains(QStringLiteral("--no-playlist")));
+        const QStringList ffmpegPair{u"--ffmpeg-location"_s, QFileInfo(Tools::ffmpegURL()).absolutePath()};
+        QVERIFY(QFileInfo::exists(ffmpegPair[1] + u"/ffmpeg"_s));
+        QVERIFY(args.contains(pathFile) && args.contains(u"--no-playlist"_s));
         QCOMPARE(args.mid(args.indexOf(ffmpegPair[0])), ffmpegPair + tail.split(u'|') + QStringList{videoLink});
         QDir(profile).removeRecursively();
         const QStringList without = YtDlp::buildArguments(DownloadItem(videoLink, mode, range), settings, pathFile,
-                                                          QStringLiteral("/home/u/Downloads/Vorlix/YouTube/Music"));
-        QVERIFY(!without.contains(QStringLiteral("--cookies-from-browser")));
+                                                          u"/home/u/Downloads/Vorlix/YouTube/Music"_s);
+        QVERIFY(!without.contains(u"--cookies-from-browser"_s));
     }
 };
 

@@ -119,7 +119,6 @@ private Q_SLOTS:
 
     void settingsDefaultsAreNotWritten() {
         AppSettings s(TestEnv::root() + QStringLiteral("/fresh.conf"));
-        QVERIFY(s.preferMP4() && !s.useBrowserCookies());
         QVERIFY(!QFile::exists(s.fileName()) || QFile(s.fileName()).size() == 0);
     }
 

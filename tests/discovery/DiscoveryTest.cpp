@@ -229,7 +229,6 @@ private Q_SLOTS:
         const SpotifyTrack info{u"Live: 1991"_s, artist, QUrl(site.url(art))};
         const QString result = vtest::await(SpotifyResolver::applyTags(info, download, endpointAt(QString())));
         QCOMPARE(QDir(QFileInfo(download).path()).entryList(QDir::Files | QDir::Hidden), QStringList{QFileInfo(result).fileName()});
-        QCOMPARE(QFileInfo(result).path(), QFileInfo(download).path());
         QVERIFY(TestEnv::filesContaining(QDir::tempPath(), u"vorlix-art-"_s).isEmpty());
 
         const QJsonObject probe = QJsonDocument::fromJson(run(u"ffprobe"_s, {u"-show_entries"_s,

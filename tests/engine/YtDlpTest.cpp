@@ -392,17 +392,15 @@ private Q_SLOTS:
         settings.setUseBrowserCookies(cookies);
         settings.setAudioFormatRaw(audioFormat);
         const std::optional<ClipRange> range = clip.isEmpty() ? std::nullopt : std::optional(ClipRange{clip[0], clip[1]});
-        const QStringList args = YtDlp::buildArguments(DownloadItem(videoLink, mode, range), settings, pathFile,
-                                                       u"/home/u/Downloads/Vorlix/YouTube/Music"_s);
+        const auto build = [&] { return YtDlp::buildArguments(DownloadItem(videoLink, mode, range), settings, pathFile, u"/music"_s); };
+        const QStringList args = build();
         // ffmpeg is named by its folder, never by the program.
         const QStringList ffmpegPair{u"--ffmpeg-location"_s, QFileInfo(Tools::ffmpegURL()).absolutePath()};
         QVERIFY(QFileInfo::exists(ffmpegPair[1] + u"/ffmpeg"_s));
         QVERIFY(args.contains(pathFile) && args.contains(u"--no-playlist"_s));
         QCOMPARE(args.mid(args.indexOf(ffmpegPair[0])), ffmpegPair + tail.split(u'|') + QStringList{videoLink});
         QDir(profile).removeRecursively();
-        const QStringList without = YtDlp::buildArguments(DownloadItem(videoLink, mode, range), settings, pathFile,
-                                                          u"/home/u/Downloads/Vorlix/YouTube/Music"_s);
-        QVERIFY(!without.contains(u"--cookies-from-browser"_s));
+        QVERIFY(!build().contains(u"--cookies-from-browser"_s));
     }
 };
 

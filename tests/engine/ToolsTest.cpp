@@ -144,11 +144,10 @@ private Q_SLOTS:
     }
     void linesAreCutAtNewlines() {
         QFETCH(QString, script);
-        QFETCH(QStringList, expected);
         Run run;
         vtest::await(runScript(run, script));
         QCOMPARE(run.result.status, 0);
-        QCOMPARE(run.lines, expected);
+        QTEST(run.lines, "expected");
     }
 
     // Megabytes on stderr must not deadlock either runner, nor cut a character in two.

@@ -83,10 +83,7 @@ template <typename Parse> void checkProbe(Parse parse) {
     QFETCH(QString, out);
     QFETCH(QString, err);
     QFETCH(QString, expected);
-    Tools::RunResult run;
-    run.status = status;
-    run.stdoutText = out;
-    run.stderrText = err;
+    const Tools::RunResult run{status, out, err};
     QString actual;
     try {
         const ProbeResult r = parse(run, pageLink);

@@ -270,8 +270,7 @@ private Q_SLOTS:
         QTest::addColumn<QString>("output");
         QTest::addColumn<QString>("expected");
         const QString login = YtDlp::loginNeededMessage;
-        QTest::newRow("last ERROR line wins") << u"WARNING: throttled\nERROR: first\nERROR: second\ntrailer"_s
-                                              << u"second"_s;
+        QTest::newRow("last ERROR line wins") << u"WARNING: throttled\nERROR: first\nERROR: second\ntrailer"_s << u"second"_s;
         QTest::newRow("no ERROR: the last line") << u"one\ntwo\r\nthree\n\n"_s << u"three"_s;
         QTest::newRow("cookie hint") << u"ERROR: [instagram] x: use --cookies-from-browser or --cookies"_s << login;
         QTest::newRow("300 cut after the prefix") << u"ERROR: "_s + QString(300, u'b') << QString(220, u'b') + u'\u2026';

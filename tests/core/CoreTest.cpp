@@ -1,14 +1,22 @@
+#include "TestEnv.h"
 #include "TestMain.h"
 
+#include "core/AppSettings.h"
+#include "core/ClipRange.h"
+#include "core/DownloadItem.h"
 #include "core/MediaCategory.h"
 #include "core/MediaSource.h"
 
+#include <QDir>
+#include <QFile>
 #include <QTest>
 
+#include <limits>
 #include <optional>
 
 Q_DECLARE_METATYPE(MediaSource)
 Q_DECLARE_METATYPE(DownloadMode)
+Q_DECLARE_METATYPE(std::optional<qint64>)
 
 namespace {
 const auto video = DownloadMode::bestVideoAudio;
@@ -17,7 +25,7 @@ const auto audio = DownloadMode::audioOnly;
 const auto yt = MediaSource::youtube;
 } // namespace
 
-class ClassificationTest : public QObject {
+class CoreTest : public QObject {
     Q_OBJECT
 private Q_SLOTS:
     void detectUsesTheHostOnly_data() {
@@ -68,7 +76,77 @@ private Q_SLOTS:
         QCOMPARE(folder(MediaSource::tiktok, video, false, gaming, "https://tiktok.com/@a/video/1"), QStringLiteral("TikTok"));
         QCOMPARE(folder(MediaSource::other, video, false, {}, "https://example.com/v.mp4"), QStringLiteral("Other"));
     }
+    void seconds_data() {
+        QTest::addColumn<QString>("text");
+        QTest::addColumn<std::optional<qint64>>("expected");
+        const auto row = [](const char *text, std::optional<qint64> v) { QTest::newRow(text) << QString::fromUtf8(text) << v; };
+        const std::optional<qint64> none;
+        row(" \t1:30\t", 90);
+        row("1:02:15", 3735);
+        row("", none);
+        row("\u0661\u0662", none); // Arabic-Indic digits are not ASCII digits
+        row("9223372036854775807", std::numeric_limits<qint64>::max());
+    }
+    void seconds() {
+        QFETCH(QString, text);
+        QFETCH(std::optional<qint64>, expected);
+        QCOMPARE(ClipRange::seconds(text), expected);
+    }
+
+    void sectionExpression_data() {
+        QTest::addColumn<QString>("start");
+        QTest::addColumn<QString>("end");
+        QTest::addColumn<QString>("expected"); // empty = none
+        QTest::newRow("open end") << QStringLiteral("1:20") << QString() << QStringLiteral("*80-inf");
+        QTest::newRow("bad start") << QStringLiteral("abc") << QStringLiteral("10") << QStringLiteral("*0-10");
+        QTest::newRow("blank but typed") << QStringLiteral(" ") << QString() << QStringLiteral("*0-inf");
+        QTest::newRow("none") << QString() << QString() << QString();
+    }
+    void sectionExpression() {
+        QFETCH(QString, start);
+        QFETCH(QString, end);
+        QFETCH(QString, expected);
+        const ClipRange range{start, end};
+        QCOMPARE(range.isValid(), !expected.isEmpty());
+        QCOMPARE(range.sectionExpression().value_or(QString()), expected);
+        QCOMPARE(ClipRange::fromJson(range.toJson()), std::optional<ClipRange>(range));
+    }
+
+    void newItemIdIsUpperCase() {
+        const QString id = DownloadItem::make(QStringLiteral("https://example.com/v"), DownloadMode::audioOnly)->idString();
+        QCOMPARE(id, id.toUpper());
+    }
+
+    void settingsDefaultsAreNotWritten() {
+        AppSettings s(TestEnv::root() + QStringLiteral("/fresh.conf"));
+        QVERIFY(!QFile::exists(s.fileName()) || QFile(s.fileName()).size() == 0);
+    }
+
+    void settingsWritesAreSeenByEveryReaderWithoutRestart() {
+        const QString path = TestEnv::root() + QStringLiteral("/persist.conf");
+        AppSettings b(path);
+        {
+            AppSettings a(path);
+            a.setMaxConcurrent(7);
+            a.setLastEngineUpdateCheck(1700000000.25);
+            a.setDefaultModeRaw(QStringLiteral("not-a-mode"));
+            a.setSmartMode(!b.smartMode());
+            QCOMPARE(b.smartMode(), a.smartMode());
+        }
+        AppSettings again(path);
+        QCOMPARE(again.maxConcurrent(), 7);
+        QCOMPARE(again.lastEngineUpdateCheck(), 1700000000.25);
+        QCOMPARE(again.defaultModeRaw(), QStringLiteral("not-a-mode")); // readers fall back themselves
+    }
+
+    void downloadFolderIsCreatedWhenPossible() {
+        AppSettings s(TestEnv::root() + QStringLiteral("/folders.conf"));
+        const QString deep = TestEnv::root() + QStringLiteral("/a/b/c/Vorlix");
+        s.setDownloadFolderPath(deep);
+        QCOMPARE(s.downloadFolder(), deep);
+        QVERIFY(QDir(deep).exists());
+    }
 };
 
-VORLIX_TEST_SUITE(ClassificationTest)
-#include "ClassificationTest.moc"
+VORLIX_TEST_SUITE(CoreTest)
+#include "CoreTest.moc"

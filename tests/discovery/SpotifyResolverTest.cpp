@@ -3,14 +3,10 @@
 #include "TestEnv.h"
 #include "TestMain.h"
 
-#include "core/AppSettings.h"
-#include "discovery/ImageSearch.h"
 #include "discovery/SpotifyResolver.h"
-#include "discovery/YtDlpSearch.h"
 #include "engine/YtDlp.h"
 
 #include <QDir>
-#include <QFile>
 #include <QFileInfo>
 #include <QJsonArray>
 #include <QJsonDocument>
@@ -20,9 +16,7 @@
 #include <QUuid>
 
 using namespace Qt::StringLiterals;
-using ImageSearch::Result;
 using SpotifyResolver::Endpoint;
-using YtDlp::SearchMode;
 using YtDlp::SearchResult;
 
 namespace {
@@ -60,32 +54,9 @@ QString copyInto(const QString &source, const QString &name) {
     TestEnv::writeFile(path, TestEnv::readFile(source));
     return path;
 }
-const QByteArray catalogue = QByteArray(
-    "{'result_count': 4, 'results': ["
-    "{'id': 'a1', 'title': 'Sunset', 'creator': 'Ann', 'license': 'by', 'license_version': '2.0', 'source': 'flickr',"
-    "'width': 1920, 'height': 1080, 'url': 'https://img.example/a1.jpg'},"
-    "{'title': 'no identifier', 'url': 'https://img.example/x.jpg'},"
-    "{'id': 17, 'title': 'numeric identifier'},"
-    "{'id': 'b2', 'title': '', 'license': 'cc0', 'provider': 'wikimedia', 'width': 640.5, 'height': 480},"
-    "{'id': 'c3', 'title': 5, 'creator': null, 'license': 'by-sa', 'license_version': '4.0', 'url': 'not a url'}]}")
-    .replace('\'', '"');
-const QString unreachable = u"Couldn't reach the free-image library. Check your connection and try again."_s;
-
-ImageSearch::Endpoint imagesAt(const QString &base, int timeoutMs = 5000) {
-    ImageSearch::Endpoint e{QUrl(base)};
-    e.searchTimeout = e.downloadTimeout = std::chrono::milliseconds(timeoutMs);
-    return e;
-}
-
-Result pictureAt(const QString &url) {
-    return {u"x"_s, u"Sunset"_s, u"Ann"_s, u"CC BY 2.0"_s, true, u"flickr"_s, QUrl(), QUrl(url), u"https://flickr.example/p/1"_s, QString()};
-}
-
-QString freshFolder() { return TestEnv::root() + u"/dl-"_s + QUuid::createUuid().toString(QUuid::Id128); }
 } // namespace
 
-// Finding media: YouTube searches, the match for a Spotify track, free images.
-class DiscoveryTest : public QObject {
+class SpotifyResolverTest : public QObject {
     Q_OBJECT
     FixtureSite site;
     QString mp3, m4a;
@@ -109,10 +80,6 @@ private Q_SLOTS:
                                        u"M83 · Hurry Up, We&#39;re Dreaming · Song · 2011"_s, site.url(u"/art/page.jpg"_s)));
         site.put(u"track/reversed"_s, page(u"Rock &amp; Roll &quot;Live&quot; &amp;lt;"_s,
                                            u"Listen to Rock on Spotify. Song BY The Band &amp; Co"_s, u"not an address"_s, true));
-        site.put(u"api/v1/images/index.html"_s, catalogue);
-        site.put(u"malformed/v1/images/index.html"_s, R"({"results": [)");
-        site.put(u"img/sunset.png"_s, "PNG-BYTES");
-        site.put(u"img/photo.JPEG"_s, "JPEG-BYTES");
     }
 
     void linksAndTies() {
@@ -178,9 +145,10 @@ private Q_SLOTS:
     void fetchMetadataCombinesBothSources() {
         QFETCH(QString, oEmbedVariant);
         QFETCH(QString, trackPath);
+        QFETCH(QString, expected);
         const auto m = vtest::await(SpotifyResolver::fetchMetadata(track(trackPath), oEmbed(oEmbedVariant)));
         const QString art = m.artwork.isEmpty() ? u"-"_s : m.artwork.toString().remove(site.url(QString()));
-        QTEST(QStringList({m.title.value_or(u"-"_s), m.artist.value_or(u"-"_s), art}).join(u'|'), "expected");
+        QCOMPARE(QStringList({m.title.value_or(u"-"_s), m.artist.value_or(u"-"_s), art}).join(u'|'), expected);
     }
 
     void resolveFindsTheRecording_data() {
@@ -228,6 +196,7 @@ private Q_SLOTS:
         const SpotifyTrack info{u"Live: 1991"_s, artist, QUrl(site.url(art))};
         const QString result = vtest::await(SpotifyResolver::applyTags(info, download, endpointAt(QString())));
         QCOMPARE(QDir(QFileInfo(download).path()).entryList(QDir::Files | QDir::Hidden), QStringList{QFileInfo(result).fileName()});
+        QCOMPARE(QFileInfo(result).path(), QFileInfo(download).path());
         QVERIFY(TestEnv::filesContaining(QDir::tempPath(), u"vorlix-art-"_s).isEmpty());
 
         const QJsonObject probe = QJsonDocument::fromJson(run(u"ffprobe"_s, {u"-show_entries"_s,
@@ -264,105 +233,8 @@ private Q_SLOTS:
         QVERIFY(TestEnv::filesContaining(QDir::tempPath(), u"vorlix-art-"_s).isEmpty());
     }
 
-    // The query is encoded for the address, keeping what a query string allows.
-    void searchArguments() {
-        const QStringList head{u"--flat-playlist"_s, u"--no-warnings"_s, u"--print"_s, YtDlp::searchTemplate, u"-I"_s};
-        QCOMPARE(YtDlp::searchArguments(u"café #1 50%"_s, SearchMode::music, 20),
-                 (head + QStringList{u"1:20"_s, u"https://music.youtube.com/search?q=caf%C3%A9%20%231%2050%25#songs"_s}));
-        QCOMPARE(YtDlp::searchArguments(u"rock & roll/live?=+'! <d>"_s, SearchMode::ccOnly, 12), (head + QStringList{u"1:12"_s,
-                 u"https://www.youtube.com/results?search_query=rock%20&%20roll/live?=+'!%20%3Cd%3E&sp=EgIwAQ%253D%253D"_s}));
-    }
-
-    void displayTexts() {
-        QCOMPARE(YtDlp::dur(u"3600"_s), u"1:00:00"_s);
-        QCOMPARE(YtDlp::views(u"1234567890"_s), u"1234.6M views"_s); // no billions
-        QCOMPARE(YtDlp::views(u"999999"_s), u"1000K views"_s);       // the unit is picked before rounding
-        QCOMPARE(YtDlp::views(u"12500"_s), u"12K views"_s);          // ties round to even
-    }
-
-    void resultsArriveWhileTheSearchRuns() {
-        const QString mark = TestEnv::root() + u"/first-result-seen"_s;
-        const QString error = u"ERROR: [youtube:search] Unable to download webpage: HTTP Error 429: Too Many Requests"_s;
-        QFile::remove(mark);
-        // The second hit is printed only once the first one has reached the caller; a caller that
-        // got nothing before the end makes the downloader give up waiting and say "Late".
-        TestEnv::standIn(u"yt-dlp"_s, u"printf 'VORLIXSR\\tid1\\tFirst\\tChan\\t212.4\\t2450000\\n'\n"
-                       u"i=0; while [ ! -f '%1' ] && [ $i -lt 100 ]; do sleep 0.05; i=$((i+1)); done\n"
-                       u"if [ -f '%1' ]; then c=Second; else c=Late; fi\n"
-                       u"printf 'VORLIXSR\\tid2\\tNA\\t%s\\tNA\\tNA\\n' \"$c\"\n"
-                       u"printf 'VORLIXSR\\tid3\\tfive\\tpieces\\t1\\nVORLIXSR\\tNA\\tno id\\tC\\t1\\t1\\n'\n"
-                       u"echo 'WARNING: unrelated' >&2\nprintf 'VORLIXSR\\tid4\\tFourth\\tC\\t3725\\t1000\\textra\\n'\n"
-                       u"echo '%2' >&2; exit 1\n"_s.arg(mark, error));
-        QStringList seen;
-        const YtDlp::SearchResultFn onResult = [&seen, &mark](const SearchResult &r) {
-            const QString seconds = r.durationSeconds ? QString::number(*r.durationSeconds) : u"-"_s;
-            seen << QStringList({r.url, r.title, r.channel, r.durationText, seconds, r.viewsText}).join(u'|');
-            QFile(mark).open(QIODevice::WriteOnly);
-        };
-        // A failed search still keeps what it delivered.
-        QCOMPARE(vtest::failure(YtDlp::searchStream(u"  lofi beats\t"_s, SearchMode::videos, 20, onResult)),
-                 YtDlp::friendlyError(error + u'\n'));
-        const QString watch = u"https://www.youtube.com/watch?v="_s;
-        QCOMPARE(seen, (QStringList{watch + u"id1|First|Chan|3:32|212.4|2.5M views"_s, watch + u"id2|id2|Second||-|"_s,
-                                    watch + u"id4|Fourth|C|1:02:05|3725|1K views"_s}));
-        QCOMPARE(TestEnv::standInArgs(u"yt-dlp"_s).last(), u"ytsearch20:lofi beats"_s);
-    }
-
-    void searchMapsCatalogueItems() {
-        const auto results = vtest::await(ImageSearch::search(u"sunset"_s, 1, 20, imagesAt(site.url(u"/api"_s))));
-        QStringList shown; // items without a string id are left out
-        for (const Result &r : results)
-            shown << QStringList{r.id, r.title, r.creator, r.license, r.sourceName, r.dimensions, r.fullURL.toString(),
-                                 QString::number(r.licenseRequiresCredit)}.join(u'|');
-        QCOMPARE(shown, (QStringList{u"a1|Sunset|Ann|CC BY 2.0|flickr|1920×1080|https://img.example/a1.jpg|1"_s,
-                                     u"b2|Untitled||CC0 · public domain|wikimedia|||0"_s, u"c3|Untitled||CC BY-SA 4.0|openverse|||1"_s}));
-    }
-
-    void failedSearches() {
-        QCOMPARE(vtest::failure(ImageSearch::search(u"fox"_s, 1, 20, imagesAt(site.url(u"/gone"_s)))), unreachable);
-        QCOMPARE(vtest::failure(ImageSearch::search(u"fox"_s, 1, 20, imagesAt(site.url(u"/malformed"_s)))), unreachable);
-        QVERIFY(!vtest::failure(ImageSearch::search(u"fox"_s, 1, 20, imagesAt(u"http://127.0.0.1:1"_s))).isEmpty());
-        const int before = site.requests().size();
-        QVERIFY(vtest::await(ImageSearch::search(u" \t "_s, 1, 20, imagesAt(site.url(u"/api"_s)))).isEmpty());
-        QCOMPARE(site.requests().size(), before); // a blank query asks nothing
-    }
-
-    void downloadsAreFiledBySourceWithCredit() {
-        const QString folder = freshFolder();
-        Result r = pictureAt(site.url(u"/img/sunset.png?type=image/jpeg"_s));
-        vtest::await(ImageSearch::download(r, folder, imagesAt(QString())));
-        QCOMPARE(vtest::await(ImageSearch::download(r, folder, imagesAt(QString()))), folder + u"/Images/Flickr/Sunset 2.jpg"_s);
-        QCOMPARE(TestEnv::readFile(folder + u"/Images/Flickr/Sunset 2.jpg"_s), QByteArray("PNG-BYTES"));
-        QCOMPARE(TestEnv::readFile(folder + u"/Images/Flickr/Sunset 2.credit.txt"_s),
-                 QByteArray("Sunset\nby Ann\nLicense: CC BY 2.0\nSource: https://flickr.example/p/1\n\n"
-                            "Attribution required when reusing this image."));
-
-        QVERIFY(TestEnv::filesContaining(QDir::tempPath(), u"vorlix-"_s).isEmpty());
-    }
-
-    void failedDownloadsLeaveNothingBehind_data() {
-        QTest::addColumn<QString>("path");
-        QTest::addColumn<bool>("folderIsAFile");
-        QTest::addColumn<QString>("message");
-        QTest::newRow("http 404") << u"/img/missing.png"_s << false << unreachable;
-        QTest::newRow("time-out") << u"/img/sunset.png?delay=2"_s << false << u"The request timed out."_s;
-        QTest::newRow("folder cannot exist") << u"/img/sunset.png"_s << true << u"Couldn't save the image."_s;
-    }
-    void failedDownloadsLeaveNothingBehind() {
-        QFETCH(QString, path);
-        QFETCH(bool, folderIsAFile);
-        QString folder = freshFolder();
-        if (folderIsAFile) {
-            folder += u"/plain-file"_s;
-            QVERIFY(TestEnv::writeFile(folder, "x"));
-        }
-        QTEST(vtest::failure(ImageSearch::download(pictureAt(site.url(path)), folder, imagesAt(QString(), 500))), "message");
-        QVERIFY(TestEnv::filesContaining(QDir::tempPath(), u"vorlix-"_s).isEmpty());
-        QVERIFY(!QFileInfo::exists(folder + u"/Images"_s));
-    }
-
     void cleanupTestCase() { TestEnv::removeStubTool(u"yt-dlp"_s); }
 };
 
-VORLIX_TEST_SUITE(DiscoveryTest)
-#include "DiscoveryTest.moc"
+VORLIX_TEST_SUITE(SpotifyResolverTest)
+#include "SpotifyResolverTest.moc"

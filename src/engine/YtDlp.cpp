@@ -116,9 +116,11 @@ QStringList buildArguments(const DownloadItem &item, const AppSettings &settings
     case DownloadMode::audioOnly: {
         const QString format = settings.audioFormatRaw() == QLatin1String("m4a") ? QStringLiteral("m4a")
                                                                                  : QStringLiteral("mp3");
+        // "-k": otherwise the downloader deletes a video of the same name the user already has
+        // when it extracts from it; the run removes its own intermediate download itself.
         args << QStringLiteral("-f") << QStringLiteral("ba/b") << QStringLiteral("-x") << QStringLiteral("--audio-format")
              << format << QStringLiteral("--audio-quality") << QStringLiteral("0") << QStringLiteral("--embed-thumbnail")
-             << QStringLiteral("--embed-metadata");
+             << QStringLiteral("--embed-metadata") << QStringLiteral("-k");
         break;
     }
     }

@@ -11,9 +11,11 @@
 #include <QFile>
 #include <QFileInfo>
 #include <QProcess>
+#include <QRegularExpression>
 
 #include <QCoroSignal>
 
+#include <algorithm>
 #include <cerrno>
 #include <memory>
 #include <cstring>
@@ -38,23 +40,77 @@ void ChildProcess::terminate() const {
 }
 
 namespace {
-// An interrupted or failed run leaves the downloader's partial files (kept for resuming) in the
-// user's folder; they are no download of theirs, so they go. Finished files stay.
-void removePartials(const QStringList &destinations) {
-    for (const QString &destination : destinations) {
-        QFile::remove(destination + QStringLiteral(".part"));
-        QFile::remove(destination + QStringLiteral(".ytdl"));
-        const QFileInfo info(destination);
-        QDir dir = info.dir();
-        // Names hold "[id]", which a wildcard filter would read as a character class.
-        const QString fragments = info.fileName() + QStringLiteral(".part-Frag");
-        for (const QString &name : dir.entryList(QDir::Files | QDir::Hidden))
-            if (name.startsWith(fragments))
-                dir.remove(name);
-    }
+// The files one run announces, so that a stopped or failed run can take what it made with it.
+// Only names the downloader itself created count: "already downloaded" files stay the user's.
+bool sameFile(const QString &a, const QString &b) {
+    if (QDir::cleanPath(a) == QDir::cleanPath(b))
+        return true;
+    const QString canonical = QFileInfo(a).canonicalFilePath();
+    return !canonical.isEmpty() && canonical == QFileInfo(b).canonicalFilePath();
 }
 
+struct RunFiles {
+    QStringList fresh;     // downloads and thumbnails this run wrote
+    QStringList sources;   // the media the run converts: fresh downloads and existing ones
+    QStringList converted; // audio extractions and merges
 
+    void note(const QString &line) {
+        static const QString destination = QStringLiteral("[download] Destination: ");
+        static const QString extracted = QStringLiteral("[ExtractAudio] Destination: ");
+        static const QString merged = QStringLiteral("[Merger] Merging formats into \"");
+        static const QString existing = QStringLiteral(" has already been downloaded");
+        static const QRegularExpression thumbnail(QStringLiteral(R"(^\[info\] Writing [^:]*thumbnail[^:]* to: (.+)$)"));
+        if (line.startsWith(destination)) {
+            fresh << line.mid(destination.size());
+            sources << fresh.last();
+        } else if (line.startsWith(QLatin1String("[download] ")) && line.endsWith(existing)) {
+            sources << line.mid(11, line.size() - 11 - existing.size());
+        } else if (line.startsWith(extracted)) {
+            converted << line.mid(extracted.size());
+        } else if (line.startsWith(merged) && line.endsWith(u'"')) {
+            converted << line.mid(merged.size(), line.size() - merged.size() - 1);
+        } else if (line.startsWith(QLatin1String("[info] Writing "))) {
+            if (const auto m = thumbnail.match(line); m.hasMatch())
+                fresh << m.captured(1);
+        }
+    }
+
+    // After a stop or failure: everything the run made, finished or not. A conversion whose
+    // target is its own source (an existing file converted in place) keeps that file.
+    void removeAll() const {
+        QStringList made = fresh;
+        for (const QString &target : converted)
+            if (std::none_of(sources.begin(), sources.end(), [&](const QString &s) { return sameFile(s, target); }))
+                made << target;
+        for (const QString &path : std::as_const(made))
+            QFile::remove(path);
+        removePartials(made + converted);
+    }
+
+    // After success: the downloads the extraction was made from (kept by "-k", so that an existing
+    // video of the same name is never deleted) go; the finished file stays.
+    void removeIntermediates(const QString &finished) const {
+        for (const QString &path : fresh)
+            if (!sameFile(path, finished))
+                QFile::remove(path);
+    }
+
+    // The downloader's resume and work files beside each name.
+    static void removePartials(const QStringList &paths) {
+        for (const QString &path : paths) {
+            QFile::remove(path + QStringLiteral(".part"));
+            QFile::remove(path + QStringLiteral(".ytdl"));
+            const QFileInfo info(path);
+            QFile::remove(info.dir().filePath(info.completeBaseName() + QStringLiteral(".temp.") + info.suffix()));
+            QDir dir = info.dir();
+            // Names hold "[id]", which a wildcard filter would read as a character class.
+            const QString fragments = info.fileName() + QStringLiteral(".part-Frag");
+            for (const QString &name : dir.entryList(QDir::Files | QDir::Hidden))
+                if (name.startsWith(fragments))
+                    dir.remove(name);
+        }
+    }
+};
 
 // The last non-empty line of the path file, if it names an existing file.
 std::optional<QString> finishedFile(const QString &pathFile) {
@@ -138,23 +194,22 @@ QCoro::Task<QString> download(DownloadItemPtr item, const AppSettings &settings,
     RemoveOnExit pathFileGuard(pathFile);
     QFile::remove(pathFile);
 
-    auto destinations = std::make_shared<QStringList>();
-    LineFn onLine = [onProgress, destinations](const QString &line) {
-        static const QString destination = QStringLiteral("[download] Destination: ");
-        if (line.startsWith(destination))
-            *destinations << line.mid(destination.size());
-        else if (const auto progress = parseProgressLine(line); progress && onProgress)
+    auto files = std::make_shared<RunFiles>();
+    LineFn onLine = [onProgress, files](const QString &line) {
+        files->note(line);
+        if (const auto progress = parseProgressLine(line); progress && onProgress)
             onProgress(*progress);
     };
     const StreamResult run = co_await runStreaming(Tools::ytDlpURL(), args, std::move(registerChild), std::move(onLine));
 
     if (run.status != 0) {
-        removePartials(*destinations);
+        files->removeAll();
         throw YtDlpError::downloadFailed(friendlyError(run.errorText));
     }
     const auto path = finishedFile(pathFile);
     if (!path)
         throw YtDlpError::downloadFailed(outputNotLocatedMessage);
+    files->removeIntermediates(*path);
     co_return *path;
 }
 

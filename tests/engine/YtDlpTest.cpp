@@ -147,6 +147,7 @@ private Q_SLOTS:
         QCOMPARE(out.error, QString());
         QCOMPARE(out.registered.size(), 1);
         QCOMPARE(QFileInfo(out.path).absolutePath(), folder);
+        QCOMPARE(QDir(folder).entryList(QDir::Files), QStringList{QFileInfo(out.path).fileName()}); // no intermediates
         QCOMPARE(QFileInfo(out.path).suffix(), mode == DownloadMode::audioOnly ? u"mp3"_s : u"mp4"_s);
         QVERIFY(!QFile::exists(out.pathFile));
         QTEST(probeFile(out.path), "probed");
@@ -221,15 +222,35 @@ private Q_SLOTS:
         QVERIFY(TestEnv::filesContaining(AppSettings::appSupportDir(), u"outpath-"_s).isEmpty());
     }
 
-    // A failed or stopped run takes the downloader's partial files with it; finished ones stay.
+    // A failed or stopped run takes everything it made with it, finished downloads and half
+    // extractions included; files it found already there stay.
     void failedRunLeavesNoPartials() {
         const QString folder = freshFolder();
-        const QString partial = folder + u"/Clip [abc].f1.mp4"_s;
-        TestEnv::standIn(Tools::ytDlpName, QStringLiteral("echo '[download] Destination: %1'\n: > '%1.part'\n: > '%1.part-Frag3'\n"
-                                                          ": > '%1.ytdl'\n: > '%2/Clip [abc].webm'\nexit 1\n").arg(partial, folder));
+        QDir().mkpath(folder);
+        const QString partial = folder + u"/Clip [abc].f1.mp4"_s, done = folder + u"/Song [x].webm"_s,
+                      existing = folder + u"/Old [y].m4a"_s;
+        for (const QString &keep : QStringList{existing, folder + u"/Clip [abc].webm"_s})
+            QVERIFY(QFile(keep).open(QIODevice::WriteOnly));
+        TestEnv::standIn(Tools::ytDlpName, QStringLiteral(
+            "echo '[download] Destination: %1'\n: > '%1.part'\n: > '%1.part-Frag3'\n: > '%1.ytdl'\n"
+            "echo '[download] Destination: %2'\n: > '%2'\necho '[ExtractAudio] Destination: %4.mp3'\n: > '%4.mp3'\n"
+            "echo '[info] Writing video thumbnail 0 to: %4.webp'\n: > '%4.webp'\n"
+            "echo '[download] %3 has already been downloaded'\necho '[ExtractAudio] Destination: %3'\n: > '%5.temp.m4a'\n"
+            "exit 1\n").arg(partial, done, existing, done.chopped(5), existing.chopped(4)));
         const Outcome out = runDownload(DownloadItem::make(u"https://example.com/v/2"_s, DownloadMode::audioOnly), *m_settings, folder);
         QVERIFY(out.path.isEmpty());
-        QCOMPARE(QDir(folder).entryList(QDir::Files), QStringList{u"Clip [abc].webm"_s});
+        QCOMPARE(QDir(folder).entryList(QDir::Files), (QStringList{u"Clip [abc].webm"_s, u"Old [y].m4a"_s}));
+    }
+    // Audio of a page whose video is already in the folder: the downloader extracts from that
+    // video, which must stay.
+    void audioBesideItsVideoKeepsTheVideo() {
+        const QString folder = freshFolder();
+        const Outcome video = fetch(u"/page.html"_s, DownloadMode::bestVideoAudio, {}, folder);
+        QCOMPARE(video.error, QString());
+        const Outcome audio = fetch(u"/page.html"_s, DownloadMode::audioOnly, {}, folder);
+        QCOMPARE(audio.error, QString());
+        QVERIFY(QFileInfo(video.path).size() > 0);
+        QCOMPARE(QDir(folder).entryList(QDir::Files).size(), 2);
     }
     // The packaged downloader reads a multi-video page as a playlist, called with the light flags.
     void multiVideoPageIsAPlaylist() {
@@ -357,7 +378,7 @@ private Q_SLOTS:
         QTest::addColumn<QString>("audioFormat");
         QTest::addColumn<QStringList>("clip"); // start, end; empty: no clip
         QTest::addColumn<QString>("tail");     // after the ffmpeg pair, "|"-separated, before the link
-        const QString audio = u"-f|ba/b|-x|--audio-format|%1|--audio-quality|0|--embed-thumbnail|--embed-metadata"_s;
+        const QString audio = u"-f|ba/b|-x|--audio-format|%1|--audio-quality|0|--embed-thumbnail|--embed-metadata|-k"_s;
         const auto row = [](const char *name, DownloadMode m, bool mp4, bool cookies, const char *format, QStringList clip,
                             const QString &tail) {
             QTest::newRow(name) << m << mp4 << cookies << QString::fromLatin1(format) << clip << tail;

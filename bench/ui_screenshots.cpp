@@ -206,6 +206,19 @@ bool historyAndFindShots(AppSettings &settings, SelfHealer &healer, const QStrin
     view.resize(860, 560);
     view.setTab(ContentView::Tab::history);
     bool ok = save(view, folder, QStringLiteral("history-empty.png"));
+    {
+        // A long history still being read in the background.
+        HistoryStore unread(TestEnv::root() + QStringLiteral("/unread-history.json"), HistoryStore::Loading::inBackground);
+        DownloadQueue loadingQueue(settings, unread, notifier, services);
+        ContentView loadingView(loadingQueue, settings, healer, watcher, clipboard);
+        loadingView.resize(860, 560);
+        loadingView.setTab(ContentView::Tab::history);
+        // Grabbed without showing: showing the tab is what starts the read.
+        const QString path = folder + QStringLiteral("/history-loading.png");
+        const bool saved = loadingView.grab().save(path);
+        std::printf("%s %s\n", saved ? "wrote" : "FAILED", qPrintable(path));
+        ok &= saved;
+    }
 
     struct Shot {
         const char *title;

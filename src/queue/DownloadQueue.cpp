@@ -32,6 +32,22 @@ QString errorText(std::exception_ptr error)
     return QStringLiteral("The operation could not be completed.");
 }
 
+// A step's result or its failure, so the pipeline decides what a failure means outside a handler.
+template <typename T> struct Attempt {
+    T value{};
+    std::exception_ptr error;
+};
+template <typename T> QCoro::Task<Attempt<T>> attempt(QCoro::Task<T> task)
+{
+    Attempt<T> out;
+    try {
+        out.value = co_await std::move(task);
+    } catch (...) {
+        out.error = std::current_exception();
+    }
+    co_return out;
+}
+
 DownloadQueue::Clock monotonicClock()
 {
     auto timer = std::make_shared<QElapsedTimer>();
@@ -366,43 +382,24 @@ QCoro::Task<> DownloadQueue::process(DownloadItemPtr item)
         }
         item->setMode(DownloadMode::audioOnly);
         item->setState(ItemState::processing(QStringLiteral("Matching track\u2026")));
-        std::pair<QString, SpotifyTrack> resolution;
-        std::exception_ptr error;
-        try {
-            resolution = co_await m_services.resolveSpotify(item->url());
-        } catch (...) {
-            error = std::current_exception();
-        }
-        if (!self)
+        const auto resolution = co_await attempt(m_services.resolveSpotify(item->url()));
+        if (self && resolution.error)
+            fail(item, errorText(resolution.error));
+        if (!self || resolution.error || stopped())
             co_return;
-        if (error) {
-            fail(item, errorText(error));
-            co_return;
-        }
-        if (stopped())
-            co_return;
-        const SpotifyTrack &track = resolution.second;
+        const SpotifyTrack &track = resolution.value.second;
         item->setTitle(track.artist.isEmpty() ? track.title : track.artist + QStringLiteral(" \u2014 ") + track.title);
         item->setThumbnailURL(track.artworkURL);
         item->setSpotifyTags(track);
         item->setCategory(MediaCategory::classify(source, item->mode(), {}, item->title()));
-        downloadURL = resolution.first;
+        downloadURL = resolution.value.first;
     } else {
-        ProbeResult probe;
-        std::exception_ptr error;
-        try {
-            probe = co_await m_services.probe(item->url());
-        } catch (...) {
-            error = std::current_exception();
-        }
-        if (!self)
+        const auto probed = co_await attempt(m_services.probe(item->url()));
+        if (self && probed.error)
+            fail(item, errorText(probed.error));
+        if (!self || probed.error || stopped())
             co_return;
-        if (error) {
-            fail(item, errorText(error));
-            co_return;
-        }
-        if (stopped())
-            co_return;
+        const ProbeResult &probe = probed.value;
         if (!probe.playlistEntries.isEmpty()) {
             const auto count = probe.playlistEntries.size();
             item->setState(ItemState::done());
@@ -437,13 +434,9 @@ QCoro::Task<> DownloadQueue::process(DownloadItemPtr item)
     auto job = DownloadItem::make(downloadURL, item->mode(), item->clip());
     job->setSpotifyTags(item->spotifyTags());
 
-    QString file;
-    std::exception_ptr error;
-    try {
-        file = co_await runDownload(job, item, outputDir);
-    } catch (...) {
-        error = std::current_exception();
-    }
+    auto downloaded = co_await attempt(runDownload(job, item, outputDir));
+    QString file = downloaded.value;
+    std::exception_ptr error = downloaded.error;
     if (!self)
         co_return;
     if (error) {
@@ -466,18 +459,13 @@ QCoro::Task<> DownloadQueue::process(DownloadItemPtr item)
         item->setProgress(0);
         m_lastProgressUI.remove(item->id());
         item->setState(ItemState::downloading());
-        error = nullptr;
-        try {
-            file = co_await runDownload(job, item, outputDir);
-        } catch (...) {
-            error = std::current_exception();
-        }
-        if (!self)
-            co_return;
-        if (error) {
+        downloaded = co_await attempt(runDownload(job, item, outputDir));
+        file = downloaded.value;
+        error = downloaded.error;
+        if (self && error)
             fail(item, errorText(error));
+        if (!self || error)
             co_return;
-        }
     }
     if (stopped())
         co_return;

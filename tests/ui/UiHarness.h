@@ -22,6 +22,7 @@
 #include <QCheckBox>
 #include <QClipboard>
 #include <QComboBox>
+#include <QCoroFuture>
 #include <QCoroSignal>
 #include <QDir>
 #include <QFileInfo>
@@ -29,6 +30,7 @@
 #include <QLabel>
 #include <QLineEdit>
 #include <QMenu>
+#include <QPromise>
 #include <QPushButton>
 #include <QSignalSpy>
 #include <QStackedWidget>
@@ -56,17 +58,17 @@ struct QueueHarness {
     AppSettings settings{dir + u"/settings.ini"_s};
     std::unique_ptr<HistoryStore> store;
     SilentNotifier notifier;
-    QTimer gate; // held probes resume when it fires
+    QPromise<void> gate; // held probes resume when it finishes
     std::unique_ptr<DownloadQueue> queue;
 
     // `historyFile` empty: a fresh history in the harness's folder.
     explicit QueueHarness(const QString &historyFile = {},
                           DownloadQueue::Services services = DownloadQueue::Services()) {
-        gate.setSingleShot(true);
+        gate.start();
         store = std::make_unique<HistoryStore>(historyFile.isEmpty() ? dir + u"/history.json"_s
                                                                      : historyFile);
         if (!services.probe)
-            services.probe = [this](QString url) { return heldProbe(&gate, std::move(url)); };
+            services.probe = [this](QString url) { return heldProbe(gate.future(), std::move(url)); };
         if (!services.isSpotifyTrackURL)
             services.isSpotifyTrackURL = [](const QString &) { return false; };
         queue = std::make_unique<DownloadQueue>(settings, *store, notifier, std::move(services));
@@ -79,7 +81,7 @@ struct QueueHarness {
     void windDown() {
         for (const DownloadItemPtr &item : queue->items())
             queue->cancel(item);
-        gate.start(0);
+        gate.finish();
         QTRY_COMPARE(queue->running(), 0);
         queue.reset();
     }
@@ -93,8 +95,9 @@ struct QueueHarness {
     QString message() const { return queue->lastMessage().value_or(QString()); }
 
 private:
-    static QCoro::Task<ProbeResult> heldProbe(QTimer *gate, QString url) {
-        co_await qCoro(gate, &QTimer::timeout);
+    // A promise rather than a timer: awaiting QTimer's private timeout signal trips UBSan.
+    static QCoro::Task<ProbeResult> heldProbe(QFuture<void> gate, QString url) {
+        co_await gate;
         throw YtDlpError::probeFailed(u"let go: "_s + url);
     }
 };

@@ -45,14 +45,7 @@
 
 namespace {
 
-QLabel *label(const QString &text, const QFont &font, const QColor &color) {
-    auto *l = new QLabel(text);
-    l->setFont(font);
-    QPalette p = l->palette();
-    p.setColor(QPalette::WindowText, color);
-    l->setPalette(p);
-    return l;
-}
+using ScreenParts::label;
 
 QWidget *filled(QWidget *widget, const QColor &color) {
     widget->setAutoFillBackground(true);

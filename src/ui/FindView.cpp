@@ -29,14 +29,7 @@ using TranscriptSearch::Hit;
 
 namespace {
 
-QLabel *makeLabel(const QString &text, const QFont &font, const QColor &color) {
-    auto *l = new QLabel(text);
-    l->setFont(font);
-    QPalette p = l->palette();
-    p.setColor(QPalette::WindowText, color);
-    l->setPalette(p);
-    return l;
-}
+using ScreenParts::label;
 
 // A small indeterminate indicator: an ember arc that turns while it is on screen.
 class BusyIndicator : public QWidget {
@@ -98,13 +91,13 @@ public:
         clock->setPixmap(Symbols::pixmap(QStringLiteral("clock"), Brand::ember(), 12));
         clock->setAccessibleName(QStringLiteral("Time"));
         timeLine->addWidget(clock);
-        QLabel *time = makeLabel(hit.timeLabel(), Brand::monoFont(11, QFont::Medium), Brand::ember());
+        QLabel *time = label(hit.timeLabel(), Brand::monoFont(11, QFont::Medium), Brand::ember());
         time->setObjectName(QStringLiteral("timeLabel"));
         timeLine->addWidget(time);
         timeLine->addStretch(1);
         column->addLayout(timeLine);
 
-        QLabel *text = makeLabel(hit.text, Brand::systemFont(13), Brand::bone());
+        QLabel *text = label(hit.text, Brand::systemFont(13), Brand::bone());
         text->setObjectName(QStringLiteral("cueText"));
         text->setWordWrap(true);
         text->setTextFormat(Qt::PlainText);
@@ -124,7 +117,7 @@ public:
             QObject::connect(m_export, &QPushButton::clicked, m_export, [onExport = std::move(onExport)] { onExport(); });
             m_trailing->addWidget(m_export);
         } else {
-            QLabel *moved = makeLabel(QStringLiteral("media file moved"), Brand::monoFont(10), Brand::stone());
+            QLabel *moved = label(QStringLiteral("media file moved"), Brand::monoFont(10), Brand::stone());
             moved->setObjectName(QStringLiteral("mediaMoved"));
             moved->setAlignment(Qt::AlignCenter);
             m_trailing->addWidget(moved);
@@ -241,11 +234,11 @@ QWidget *FindView::buildWelcome() {
     symbol->setPixmap(Symbols::pixmap(QStringLiteral("text.magnifyingglass"), Brand::stoneDark(), 40));
     symbol->setAlignment(Qt::AlignCenter);
     column->addWidget(symbol);
-    QLabel *title = makeLabel(QStringLiteral("Search by spoken word"), Brand::displayFont(20, QFont::Bold), Brand::bone());
+    QLabel *title = label(QStringLiteral("Search by spoken word"), Brand::displayFont(20, QFont::Bold), Brand::bone());
     title->setObjectName(QStringLiteral("welcomeTitle"));
     title->setAlignment(Qt::AlignCenter);
     column->addWidget(title);
-    QLabel *line = makeLabel(
+    QLabel *line = label(
         QStringLiteral("Every transcribed video is searchable. Type a phrase, get the exact clip where it's said."),
         Brand::systemFont(13), Brand::stone());
     line->setObjectName(QStringLiteral("welcomeLine"));
@@ -264,7 +257,7 @@ QWidget *FindView::buildNoMatches() {
     m_noMatches->setObjectName(QStringLiteral("findNoMatches"));
     auto *column = new QVBoxLayout(m_noMatches);
     column->addStretch(1);
-    QLabel *text = makeLabel(QStringLiteral("No matches \u2014 transcribe more videos to widen the net"),
+    QLabel *text = label(QStringLiteral("No matches \u2014 transcribe more videos to widen the net"),
                              Brand::systemFont(13), Brand::stone());
     text->setObjectName(QStringLiteral("noMatchesText"));
     text->setAlignment(Qt::AlignCenter);

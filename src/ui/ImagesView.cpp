@@ -9,7 +9,6 @@
 #include "ui/Desktop.h"
 #include "ui/ElidedLabel.h"
 #include "ui/EmberBusyBar.h"
-#include "ui/EmberButtonStyle.h"
 #include "ui/ScreenParts.h"
 #include "ui/Symbols.h"
 #include "ui/ThumbnailLoader.h"
@@ -23,7 +22,6 @@
 #include <QPainter>
 #include <QPainterPath>
 #include <QPointer>
-#include <QPushButton>
 #include <QScrollArea>
 #include <QStackedWidget>
 #include <QToolButton>
@@ -202,24 +200,12 @@ ImagesView::ImagesView(DownloadQueue &queue, HistoryStore &history, AppSettings 
     auto *layout = new QVBoxLayout(this);
     layout->setContentsMargins(20, 16, 20, 0);
     layout->setSpacing(10);
-    auto *bar = new QHBoxLayout;
-    bar->setSpacing(10);
-    m_field = ScreenParts::searchField(QStringLiteral("photo"));
+    const ScreenParts::SearchBar bar =
+        ScreenParts::addSearchBar(layout, QStringLiteral("photo"), {}, this, [this] { run(); });
+    m_field = bar.field;
+    m_busy = bar.busy;
     m_field->setPlaceholderText(QStringLiteral("Search free, reuse-licensed images…"));
     m_field->setAccessibleName(m_field->placeholderText());
-    connect(m_field, &QLineEdit::returnPressed, this, &ImagesView::run);
-    bar->addWidget(m_field, 1);
-    m_searchButton = new QPushButton(QStringLiteral("Search"));
-    m_searchButton->setObjectName(QStringLiteral("searchButton"));
-    EmberButtonStyle::apply(m_searchButton);
-    connect(m_searchButton, &QPushButton::clicked, this, &ImagesView::run);
-    bar->addWidget(m_searchButton);
-    layout->addLayout(bar);
-
-    m_busy = new EmberBusyBar;
-    m_busy->setObjectName(QStringLiteral("busy"));
-    m_busy->setVisible(false);
-    layout->addWidget(m_busy);
 
     m_content = new QStackedWidget;
     m_errorPage = ScreenParts::messagePage(QStringLiteral("wifi.exclamationmark"), QString(), QStringLiteral("errorText"));

@@ -1,6 +1,8 @@
 #include "ui/ScreenParts.h"
 
 #include "ui/Brand.h"
+#include "ui/EmberBusyBar.h"
+#include "ui/EmberButtonStyle.h"
 #include "ui/Symbols.h"
 
 #include <QAction>
@@ -9,6 +11,7 @@
 #include <QLineEdit>
 #include <QPainter>
 #include <QPainterPath>
+#include <QPushButton>
 #include <QToolButton>
 #include <QVBoxLayout>
 
@@ -68,6 +71,29 @@ QLineEdit *searchField(const QString &symbol) {
                                         " padding: 0 8px; color: #FAF8F5; }"
                                         "QLineEdit:focus { border-color: #FF4A1F; }"));
     return field;
+}
+
+SearchBar addSearchBar(QVBoxLayout *layout, const QString &symbol, const QList<QWidget *> &between, QObject *context,
+                       const std::function<void()> &run) {
+    auto *row = new QHBoxLayout;
+    row->setSpacing(10);
+    QLineEdit *field = searchField(symbol);
+    QObject::connect(field, &QLineEdit::returnPressed, context, run);
+    row->addWidget(field, 1);
+    for (QWidget *widget : between)
+        row->addWidget(widget);
+    auto *button = new QPushButton(QStringLiteral("Search"));
+    button->setObjectName(QStringLiteral("searchButton"));
+    EmberButtonStyle::apply(button);
+    QObject::connect(button, &QPushButton::clicked, context, run);
+    row->addWidget(button);
+    layout->addLayout(row);
+
+    auto *busy = new EmberBusyBar;
+    busy->setObjectName(QStringLiteral("busy"));
+    busy->setVisible(false);
+    layout->addWidget(busy);
+    return {field, busy};
 }
 
 void nameFieldButtons(QLineEdit *field, const QString &symbolName) {

@@ -2,10 +2,16 @@
 
 #include <QColor>
 #include <QFont>
+#include <QList>
 #include <QString>
 
+#include <functional>
+
+class EmberBusyBar;
 class QLabel;
 class QLineEdit;
+class QObject;
+class QVBoxLayout;
 class QWidget;
 
 // Pieces the search screens share, so their bars and empty states read alike.
@@ -18,6 +24,14 @@ QLineEdit *searchField(const QString &symbol);
 // Names a field's symbol-only buttons for screen readers: the clear button "Clear", the
 // leading symbol `symbolName`. Call after its actions are added.
 void nameFieldButtons(QLineEdit *field, const QString &symbolName);
+struct SearchBar {
+    QLineEdit *field;
+    EmberBusyBar *busy;
+};
+// Adds to `layout` a row of the search field, the `between` widgets and a "Search" button, and
+// under it the busy bar, hidden. Return in the field and the button call `run`.
+SearchBar addSearchBar(QVBoxLayout *layout, const QString &symbol, const QList<QWidget *> &between, QObject *context,
+                       const std::function<void()> &run);
 // A symbol over one centred line of text (errors, "No results"); the text label is named `textName`.
 QWidget *messagePage(const QString &symbol, const QString &text, const QString &textName);
 // A large symbol, a headline in the brand face and an explanatory line under it.

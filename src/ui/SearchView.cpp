@@ -109,11 +109,6 @@ SearchView::SearchView(DownloadQueue &queue, Setup setup, QWidget *parent)
     layout->setContentsMargins(20, 16, 20, 0);
     layout->setSpacing(10);
 
-    auto *bar = new QHBoxLayout;
-    bar->setSpacing(10);
-    m_field = ScreenParts::searchField(QStringLiteral("magnifyingglass"));
-    connect(m_field, &QLineEdit::returnPressed, this, &SearchView::run);
-    bar->addWidget(m_field, 1);
     QStringList modeLabels;
     for (SearchMode mode : YtDlp::allSearchModes)
         modeLabels << YtDlp::rawValue(mode);
@@ -124,18 +119,10 @@ SearchView::SearchView(DownloadQueue &queue, Setup setup, QWidget *parent)
     for (int i = 0; i < m_modePicker->count(); ++i)
         m_modePicker->button(i)->setToolTip(modeHelp());
     connect(m_modePicker, &SegmentedPicker::chosen, this, [this](int index) { setMode(YtDlp::allSearchModes[index]); });
-    bar->addWidget(m_modePicker);
-    m_searchButton = new QPushButton(QStringLiteral("Search"));
-    m_searchButton->setObjectName(QStringLiteral("searchButton"));
-    EmberButtonStyle::apply(m_searchButton);
-    connect(m_searchButton, &QPushButton::clicked, this, &SearchView::run);
-    bar->addWidget(m_searchButton);
-    layout->addLayout(bar);
-
-    m_busy = new EmberBusyBar;
-    m_busy->setObjectName(QStringLiteral("busy"));
-    m_busy->setVisible(false);
-    layout->addWidget(m_busy);
+    const ScreenParts::SearchBar bar =
+        ScreenParts::addSearchBar(layout, QStringLiteral("magnifyingglass"), {m_modePicker}, this, [this] { run(); });
+    m_field = bar.field;
+    m_busy = bar.busy;
 
     m_formatBar = new QWidget;
     m_formatBar->setObjectName(QStringLiteral("formatBar"));

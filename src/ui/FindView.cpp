@@ -75,14 +75,9 @@ public:
         row->setSpacing(12);
         auto *column = new QVBoxLayout;
         column->setSpacing(3);
-        auto *name = new ElidedLabel(nullptr, Qt::ElideRight);
+        ElidedLabel *name = ScreenParts::elidedLabel(hit.videoName, Brand::displayFont(14, QFont::DemiBold), Brand::bone());
         name->setObjectName(QStringLiteral("videoName"));
-        name->setFullText(hit.videoName);
         name->setAccessibleName(hit.videoName);
-        name->setFont(Brand::displayFont(14, QFont::DemiBold));
-        QPalette np = name->palette();
-        np.setColor(QPalette::WindowText, Brand::bone());
-        name->setPalette(np);
         column->addWidget(name);
 
         auto *timeLine = new QHBoxLayout;
@@ -225,19 +220,10 @@ QWidget *FindView::buildSearchBar() {
 }
 
 QWidget *FindView::buildWelcome() {
-    m_welcome = new QWidget;
-    m_welcome->setObjectName(QStringLiteral("findWelcome"));
-    auto *column = new QVBoxLayout(m_welcome);
-    column->setSpacing(10);
-    column->addStretch(1);
-    auto *symbol = new QLabel;
-    symbol->setPixmap(Symbols::pixmap(QStringLiteral("text.magnifyingglass"), Brand::stoneDark(), 40));
-    symbol->setAlignment(Qt::AlignCenter);
-    column->addWidget(symbol);
+    QLabel *symbol = ScreenParts::picture(Symbols::pixmap(QStringLiteral("text.magnifyingglass"), Brand::stoneDark(), 40));
     QLabel *title = label(QStringLiteral("Search by spoken word"), Brand::displayFont(20, QFont::Bold), Brand::bone());
     title->setObjectName(QStringLiteral("welcomeTitle"));
     title->setAlignment(Qt::AlignCenter);
-    column->addWidget(title);
     QLabel *line = label(
         QStringLiteral("Every transcribed video is searchable. Type a phrase, get the exact clip where it's said."),
         Brand::systemFont(13), Brand::stone());
@@ -247,23 +233,17 @@ QWidget *FindView::buildWelcome() {
     // A narrow column reads better; a centred label is otherwise laid out at its one-line height.
     line->setFixedWidth(360);
     line->setMinimumHeight(line->heightForWidth(360));
-    column->addWidget(line, 0, Qt::AlignHCenter);
-    column->addStretch(1);
+    m_welcome = ScreenParts::centredPage(QStringLiteral("findWelcome"), 10, {symbol, title, {line, Qt::AlignHCenter}});
     return m_welcome;
 }
 
 QWidget *FindView::buildNoMatches() {
-    m_noMatches = new QWidget;
-    m_noMatches->setObjectName(QStringLiteral("findNoMatches"));
-    auto *column = new QVBoxLayout(m_noMatches);
-    column->addStretch(1);
     QLabel *text = label(QStringLiteral("No matches \u2014 transcribe more videos to widen the net"),
                              Brand::systemFont(13), Brand::stone());
     text->setObjectName(QStringLiteral("noMatchesText"));
     text->setAlignment(Qt::AlignCenter);
     text->setWordWrap(true);
-    column->addWidget(text);
-    column->addStretch(1);
+    m_noMatches = ScreenParts::centredPage(QStringLiteral("findNoMatches"), -1, {text});
     return m_noMatches;
 }
 

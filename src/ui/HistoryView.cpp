@@ -579,38 +579,22 @@ QWidget *HistoryView::buildControls() {
 }
 
 QWidget *HistoryView::buildEmptyState() {
-    m_emptyState = new QWidget;
-    m_emptyState->setObjectName(QStringLiteral("historyEmpty"));
-    auto *column = new QVBoxLayout(m_emptyState);
-    column->setSpacing(10);
-    column->addStretch(1);
-    auto *symbol = new QLabel;
-    symbol->setPixmap(Symbols::pixmap(QStringLiteral("clock.arrow.circlepath"), Brand::stoneDark(), 40));
-    symbol->setAlignment(Qt::AlignCenter);
-    column->addWidget(symbol);
+    QLabel *symbol = ScreenParts::picture(Symbols::pixmap(QStringLiteral("clock.arrow.circlepath"), Brand::stoneDark(), 40));
     m_emptyTitle = label(QString(), Brand::displayFont(15, QFont::Medium), Brand::stone());
     m_emptyTitle->setObjectName(QStringLiteral("emptyTitle"));
     m_emptyTitle->setAlignment(Qt::AlignCenter);
-    column->addWidget(m_emptyTitle);
     auto *hint = label(QStringLiteral("Tap any entry to copy its link instantly."), captionFont(), Brand::stoneDark());
     hint->setObjectName(QStringLiteral("emptyHint"));
     hint->setAlignment(Qt::AlignCenter);
-    column->addWidget(hint);
-    column->addStretch(1);
+    m_emptyState = ScreenParts::centredPage(QStringLiteral("historyEmpty"), 10, {symbol, m_emptyTitle, hint});
     return m_emptyState;
 }
 
 QWidget *HistoryView::buildLoadingState() {
-    m_loadingState = new QWidget;
-    m_loadingState->setObjectName(QStringLiteral("historyLoading"));
-    auto *column = new QVBoxLayout(m_loadingState);
-    column->setSpacing(10);
-    column->addStretch(1);
-    column->addWidget(new Spinner(24, Brand::stone()), 0, Qt::AlignHCenter);
+    auto *spinner = new Spinner(24, Brand::stone());
     auto *text = label(QStringLiteral("Loading history\u2026"), captionFont(), Brand::stone());
     text->setAlignment(Qt::AlignCenter);
-    column->addWidget(text);
-    column->addStretch(1);
+    m_loadingState = ScreenParts::centredPage(QStringLiteral("historyLoading"), 10, {{spinner, Qt::AlignHCenter}, text});
     return m_loadingState;
 }
 

@@ -311,13 +311,8 @@ QWidget *ImagesView::buildCell(const Result &result) {
     lines->setSpacing(6);
     auto *texts = new QVBoxLayout;
     texts->setSpacing(3);
-    auto *title = new ElidedLabel(nullptr, Qt::ElideRight);
+    ElidedLabel *title = ScreenParts::elidedLabel(result.title, Brand::displayFont(12, QFont::DemiBold), Brand::bone());
     title->setObjectName(QStringLiteral("title"));
-    title->setFont(Brand::displayFont(12, QFont::DemiBold));
-    QPalette bone = title->palette();
-    bone.setColor(QPalette::WindowText, Brand::bone());
-    title->setPalette(bone);
-    title->setFullText(result.title);
     texts->addWidget(title);
     auto *licence = new QHBoxLayout;
     licence->setSpacing(8);
@@ -325,14 +320,8 @@ QWidget *ImagesView::buildCell(const Result &result) {
     licenceText->setMinimumWidth(licenceText->sizeHint().width()); // the licence wins over the dimensions
     licence->addWidget(licenceText);
     if (!result.dimensions.isEmpty()) {
-        auto *dimensions = new ElidedLabel(nullptr, Qt::ElideRight);
+        ElidedLabel *dimensions = ScreenParts::elidedLabel(result.dimensions, licenceText->font(), Brand::stoneDark());
         dimensions->setObjectName(QStringLiteral("dimensions"));
-        QFont font = licenceText->font();
-        dimensions->setFont(font);
-        QPalette p = dimensions->palette();
-        p.setColor(QPalette::WindowText, Brand::stoneDark());
-        dimensions->setPalette(p);
-        dimensions->setFullText(result.dimensions);
         licence->addWidget(dimensions, 1);
     } else {
         licence->addStretch(1);

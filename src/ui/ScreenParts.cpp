@@ -1,6 +1,7 @@
 #include "ui/ScreenParts.h"
 
 #include "ui/Brand.h"
+#include "ui/ElidedLabel.h"
 #include "ui/EmberBusyBar.h"
 #include "ui/EmberButtonStyle.h"
 #include "ui/Symbols.h"
@@ -47,6 +48,35 @@ QLabel *label(const QString &text, const QFont &font, const QColor &color) {
     p.setColor(QPalette::WindowText, color);
     l->setPalette(p);
     return l;
+}
+
+ElidedLabel *elidedLabel(const QString &text, const QFont &font, const QColor &color) {
+    auto *l = new ElidedLabel(nullptr, Qt::ElideRight);
+    l->setFont(font);
+    QPalette p = l->palette();
+    p.setColor(QPalette::WindowText, color);
+    l->setPalette(p);
+    l->setFullText(text);
+    return l;
+}
+
+QLabel *picture(const QPixmap &pixmap) {
+    auto *l = new QLabel;
+    l->setPixmap(pixmap);
+    l->setAlignment(Qt::AlignCenter);
+    return l;
+}
+
+QWidget *centredPage(const QString &name, int spacing, std::initializer_list<Part> parts) {
+    auto *page = new QWidget;
+    page->setObjectName(name);
+    auto *column = new QVBoxLayout(page);
+    column->setSpacing(spacing);
+    column->addStretch(1);
+    for (const Part &part : parts)
+        column->addWidget(part.widget, 0, part.alignment);
+    column->addStretch(1);
+    return page;
 }
 
 QWidget *divider() {
@@ -105,21 +135,11 @@ void nameFieldButtons(QLineEdit *field, const QString &symbolName) {
 }
 
 QWidget *messagePage(const QString &symbol, const QString &text, const QString &textName) {
-    auto *page = new QWidget;
-    auto *column = new QVBoxLayout(page);
-    column->setSpacing(10);
-    column->addStretch(1);
-    auto *icon = new QLabel;
-    icon->setPixmap(Symbols::pixmap(symbol, Brand::stone(), 30));
-    icon->setAlignment(Qt::AlignCenter);
-    column->addWidget(icon);
     QLabel *message = label(text, Brand::systemFont(13), Brand::stone());
     message->setObjectName(textName);
     message->setAlignment(Qt::AlignCenter);
     message->setWordWrap(true);
-    column->addWidget(message);
-    column->addStretch(1);
-    return page;
+    return centredPage(QString(), 10, {picture(Symbols::pixmap(symbol, Brand::stone(), 30)), message});
 }
 
 QWidget *welcomePage(const QString &symbol, const QString &headline, const QString &line) {
@@ -129,10 +149,7 @@ QWidget *welcomePage(const QString &symbol, const QString &headline, const QStri
     column->setContentsMargins(40, 0, 40, 0);
     column->setSpacing(12);
     column->addStretch(1);
-    auto *icon = new QLabel;
-    icon->setPixmap(headlineSymbol(symbol, 52));
-    icon->setAlignment(Qt::AlignCenter);
-    column->addWidget(icon);
+    column->addWidget(picture(headlineSymbol(symbol, 52)));
     QLabel *title = label(headline, Brand::displayFont(22, QFont::Bold), Brand::bone());
     title->setObjectName(QStringLiteral("headline"));
     title->setAlignment(Qt::AlignCenter);

@@ -6,17 +6,32 @@
 #include <QString>
 
 #include <functional>
+#include <initializer_list>
 
+class ElidedLabel;
 class EmberBusyBar;
 class QLabel;
 class QLineEdit;
 class QObject;
+class QPixmap;
 class QVBoxLayout;
 class QWidget;
 
 // Pieces the search screens share, so their bars and empty states read alike.
 namespace ScreenParts {
 QLabel *label(const QString &text, const QFont &font, const QColor &color);
+// A single line that shortens itself at the right end.
+ElidedLabel *elidedLabel(const QString &text, const QFont &font, const QColor &color);
+// A label showing `pixmap`, centred.
+QLabel *picture(const QPixmap &pixmap);
+// A widget for centredPage, with how the column aligns it.
+struct Part {
+    Part(QWidget *widget, Qt::Alignment alignment = {}) : widget(widget), alignment(alignment) {}
+    QWidget *widget;
+    Qt::Alignment alignment;
+};
+// A page named `name` with `parts` stacked in its vertical middle, `spacing` apart (-1: the style's).
+QWidget *centredPage(const QString &name, int spacing, std::initializer_list<Part> parts);
 // The one-pixel hairline between a screen's bar and its content.
 QWidget *divider();
 // The monospaced search field with its symbol in front.

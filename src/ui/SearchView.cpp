@@ -323,13 +323,8 @@ QWidget *SearchView::buildRow(const SearchResult &result) {
     auto *column = new QVBoxLayout;
     column->setSpacing(4);
     column->addStretch(1);
-    auto *title = new ElidedLabel(nullptr, Qt::ElideRight);
+    ElidedLabel *title = ScreenParts::elidedLabel(result.title, Brand::displayFont(14, QFont::DemiBold), Brand::bone());
     title->setObjectName(QStringLiteral("title"));
-    title->setFont(Brand::displayFont(14, QFont::DemiBold));
-    QPalette bone = title->palette();
-    bone.setColor(QPalette::WindowText, Brand::bone());
-    title->setPalette(bone);
-    title->setFullText(result.title);
     column->addWidget(title);
     auto *meta = new QHBoxLayout;
     meta->setSpacing(10);

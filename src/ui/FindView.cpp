@@ -181,26 +181,12 @@ FindView::FindView(AppSettings &settings, DownloadQueue &queue, QWidget *parent)
 FindView::~FindView() = default;
 
 QWidget *FindView::buildSearchBar() {
-    auto *bar = new QWidget;
-    bar->setObjectName(QStringLiteral("findBar"));
-    auto *row = new QHBoxLayout(bar);
-    row->setContentsMargins(16, 12, 16, 12);
-    row->setSpacing(10);
-
-    m_query = new QLineEdit;
+    QHBoxLayout *row = ScreenParts::barRow(QStringLiteral("findBar"), 10);
+    m_query = ScreenParts::listField(QStringLiteral("waveform.and.magnifyingglass"), 13, 16, 34);
     m_query->setObjectName(QStringLiteral("findQuery"));
     m_query->setPlaceholderText(
         QStringLiteral("Search everything said in your library\u2026  e.g. \u201Cchord voicing\u201D"));
     m_query->setAccessibleName(QStringLiteral("Search everything said in your library"));
-    m_query->setFont(Brand::monoFont(13));
-    m_query->setMinimumHeight(34);
-    m_query->setClearButtonEnabled(true);
-    m_query->addAction(Symbols::icon(QStringLiteral("waveform.and.magnifyingglass"), Brand::stone(), 16),
-                       QLineEdit::LeadingPosition);
-    ScreenParts::nameFieldButtons(m_query, QStringLiteral("Search"));
-    m_query->setStyleSheet(QStringLiteral("QLineEdit { background: #221F1A; border: 1px solid #2B2620; border-radius: 8px;"
-                                          " padding: 2px 6px; color: #FAF8F5; }"
-                                          "QLineEdit:focus { border-color: #5C554C; }"));
     connect(m_query, &QLineEdit::textChanged, this, &FindView::refreshFindButton);
     connect(m_query, &QLineEdit::returnPressed, this, &FindView::runSearch);
     row->addWidget(m_query, 1);
@@ -216,7 +202,7 @@ QWidget *FindView::buildSearchBar() {
     m_spinner->setObjectName(QStringLiteral("searchProgress"));
     m_spinner->hide();
     row->addWidget(m_spinner);
-    return bar;
+    return row->parentWidget();
 }
 
 QWidget *FindView::buildWelcome() {

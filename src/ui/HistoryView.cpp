@@ -535,24 +535,11 @@ QString HistoryView::countText(qsizetype shown, qsizetype total) {
 }
 
 QWidget *HistoryView::buildControls() {
-    auto *bar = new QWidget;
-    bar->setObjectName(QStringLiteral("historyControls"));
-    auto *row = new QHBoxLayout(bar);
-    row->setContentsMargins(16, 12, 16, 12);
-    row->setSpacing(12);
-
-    m_search = new QLineEdit;
+    QHBoxLayout *row = ScreenParts::barRow(QStringLiteral("historyControls"), 12);
+    m_search = ScreenParts::listField(QStringLiteral("magnifyingglass"), 12, 14, 30);
     m_search->setObjectName(QStringLiteral("historySearch"));
     m_search->setPlaceholderText(QStringLiteral("Search history\u2026"));
     m_search->setAccessibleName(QStringLiteral("Search history"));
-    m_search->setFont(Brand::monoFont(12));
-    m_search->setClearButtonEnabled(true);
-    m_search->addAction(Symbols::icon(QStringLiteral("magnifyingglass"), Brand::stone(), 14), QLineEdit::LeadingPosition);
-    ScreenParts::nameFieldButtons(m_search, QStringLiteral("Search"));
-    m_search->setMinimumHeight(30);
-    m_search->setStyleSheet(QStringLiteral("QLineEdit { background: #221F1A; border: 1px solid #2B2620; border-radius: 8px;"
-                                           " padding: 2px 6px; color: #FAF8F5; }"
-                                           "QLineEdit:focus { border-color: #5C554C; }"));
     m_search->setMaximumWidth(420);
     connect(m_search, &QLineEdit::textChanged, m_model, &HistoryModel::setSearch);
     row->addWidget(m_search, 1);
@@ -575,7 +562,7 @@ QWidget *HistoryView::buildControls() {
     m_clear->setCursor(Qt::PointingHandCursor);
     connect(m_clear, &QPushButton::clicked, this, [this] { confirmClear(); });
     row->addWidget(m_clear);
-    return bar;
+    return row->parentWidget();
 }
 
 QWidget *HistoryView::buildEmptyState() {

@@ -37,6 +37,17 @@ QPixmap headlineSymbol(const QString &symbol, int size) {
     p.fillPath(star, Brand::emberLight());
     return pm;
 }
+
+QLineEdit *styledField(const QString &symbol, int fontSize, int symbolSize, int minimumHeight, const QString &style) {
+    auto *field = new QLineEdit;
+    field->setFont(Brand::monoFont(fontSize));
+    field->setClearButtonEnabled(true);
+    field->setMinimumHeight(minimumHeight);
+    field->addAction(Symbols::icon(symbol, Brand::stone(), symbolSize), QLineEdit::LeadingPosition);
+    ScreenParts::nameFieldButtons(field, QStringLiteral("Search"));
+    field->setStyleSheet(style);
+    return field;
+}
 } // namespace
 
 namespace ScreenParts {
@@ -90,17 +101,28 @@ QWidget *divider() {
 }
 
 QLineEdit *searchField(const QString &symbol) {
-    auto *field = new QLineEdit;
+    QLineEdit *field = styledField(symbol, 13, 16, 34,
+                                   QStringLiteral("QLineEdit { background: #16130F; border: 1px solid #2B2620; border-radius: 6px;"
+                                                  " padding: 0 8px; color: #FAF8F5; }"
+                                                  "QLineEdit:focus { border-color: #FF4A1F; }"));
     field->setObjectName(QStringLiteral("query"));
-    field->setFont(Brand::monoFont(13));
-    field->setClearButtonEnabled(true);
-    field->setMinimumHeight(34);
-    field->addAction(Symbols::icon(symbol, Brand::stone(), 16), QLineEdit::LeadingPosition);
-    nameFieldButtons(field, QStringLiteral("Search"));
-    field->setStyleSheet(QStringLiteral("QLineEdit { background: #16130F; border: 1px solid #2B2620; border-radius: 6px;"
-                                        " padding: 0 8px; color: #FAF8F5; }"
-                                        "QLineEdit:focus { border-color: #FF4A1F; }"));
     return field;
+}
+
+QLineEdit *listField(const QString &symbol, int fontSize, int symbolSize, int minimumHeight) {
+    return styledField(symbol, fontSize, symbolSize, minimumHeight,
+                       QStringLiteral("QLineEdit { background: #221F1A; border: 1px solid #2B2620; border-radius: 8px;"
+                                      " padding: 2px 6px; color: #FAF8F5; }"
+                                      "QLineEdit:focus { border-color: #5C554C; }"));
+}
+
+QHBoxLayout *barRow(const QString &name, int spacing) {
+    auto *bar = new QWidget;
+    bar->setObjectName(name);
+    auto *row = new QHBoxLayout(bar);
+    row->setContentsMargins(16, 12, 16, 12);
+    row->setSpacing(spacing);
+    return row;
 }
 
 SearchBar addSearchBar(QVBoxLayout *layout, const QString &symbol, const QList<QWidget *> &between, QObject *context,

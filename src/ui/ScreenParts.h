@@ -10,6 +10,7 @@
 
 class ElidedLabel;
 class EmberBusyBar;
+class QHBoxLayout;
 class QLabel;
 class QLineEdit;
 class QObject;
@@ -36,6 +37,10 @@ QWidget *centredPage(const QString &name, int spacing, std::initializer_list<Par
 QWidget *divider();
 // The monospaced search field with its symbol in front.
 QLineEdit *searchField(const QString &symbol);
+// The quieter field of the bars over a list (Find, History), its symbol in front.
+QLineEdit *listField(const QString &symbol, int fontSize, int symbolSize, int minimumHeight);
+// The row of a bar over a list, in a widget named `name` (the row's parentWidget()).
+QHBoxLayout *barRow(const QString &name, int spacing);
 // Names a field's symbol-only buttons for screen readers: the clear button "Clear", the
 // leading symbol `symbolName`. Call after its actions are added.
 void nameFieldButtons(QLineEdit *field, const QString &symbolName);

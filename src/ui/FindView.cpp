@@ -20,7 +20,6 @@
 #include <QScrollArea>
 #include <QStackedWidget>
 #include <QVBoxLayout>
-#include <QVariantAnimation>
 #include <QtConcurrent/QtConcurrentRun>
 
 #include <QCoroFuture>
@@ -31,36 +30,12 @@ namespace {
 
 using ScreenParts::label;
 
-// A small indeterminate indicator: an ember arc that turns while it is on screen.
-class BusyIndicator : public QWidget {
-public:
-    explicit BusyIndicator(const QString &name, QWidget *parent = nullptr) : QWidget(parent) {
-        setFixedSize(18, 18);
-        setAccessibleName(name);
-        m_spin.setStartValue(0.0);
-        m_spin.setEndValue(360.0);
-        m_spin.setDuration(900);
-        m_spin.setLoopCount(-1);
-        QObject::connect(&m_spin, &QVariantAnimation::valueChanged, this, [this] { update(); });
-    }
-
-protected:
-    void showEvent(QShowEvent *) override { m_spin.start(); }
-    void hideEvent(QHideEvent *) override { m_spin.stop(); }
-    void paintEvent(QPaintEvent *) override {
-        QPainter p(this);
-        p.setRenderHint(QPainter::Antialiasing);
-        const QRectF ring = QRectF(rect()).adjusted(2.5, 2.5, -2.5, -2.5);
-        p.setPen(QPen(Brand::hairline(), 2.2));
-        p.drawEllipse(ring);
-        p.setPen(QPen(Brand::ember(), 2.2, Qt::SolidLine, Qt::RoundCap));
-        const int start = int(-m_spin.currentValue().toReal() * 16);
-        p.drawArc(ring, start, 100 * 16);
-    }
-
-private:
-    QVariantAnimation m_spin;
-};
+// The small ring of the bar and of a row's export.
+QWidget *busyIndicator(const QString &name) {
+    QWidget *ring = ScreenParts::turningRing(18, 2.2, 2.5);
+    ring->setAccessibleName(name);
+    return ring;
+}
 
 // One hit: video name, clock and time, the cue's text, and its trailing control.
 class HitRow : public QFrame {
@@ -117,7 +92,7 @@ public:
             moved->setAlignment(Qt::AlignCenter);
             m_trailing->addWidget(moved);
         }
-        m_busy = new BusyIndicator(QStringLiteral("Exporting clip"));
+        m_busy = busyIndicator(QStringLiteral("Exporting clip"));
         m_busy->setObjectName(QStringLiteral("exportProgress"));
         auto *busyBox = new QWidget;
         auto *busyLayout = new QHBoxLayout(busyBox);
@@ -141,7 +116,7 @@ protected:
 private:
     QStackedWidget *m_trailing = nullptr;
     QPushButton *m_export = nullptr;
-    BusyIndicator *m_busy = nullptr;
+    QWidget *m_busy = nullptr;
 };
 
 } // namespace
@@ -198,7 +173,7 @@ QWidget *FindView::buildSearchBar() {
     connect(m_find, &QPushButton::clicked, this, &FindView::runSearch);
     row->addWidget(m_find);
 
-    m_spinner = new BusyIndicator(QStringLiteral("Searching"));
+    m_spinner = busyIndicator(QStringLiteral("Searching"));
     m_spinner->setObjectName(QStringLiteral("searchProgress"));
     m_spinner->hide();
     row->addWidget(m_spinner);

@@ -27,7 +27,6 @@
 #include <QToolButton>
 #include <QUuid>
 #include <QVBoxLayout>
-#include <QVariantAnimation>
 
 #include <algorithm>
 
@@ -70,37 +69,6 @@ protected:
         p.drawPixmap(QRectF(rect()), picture,
                      QRectF(crop.topLeft() * ratio, crop.size() * ratio));
     }
-};
-
-// A small ring that turns while a picture is being saved.
-class Spinner : public QWidget {
-public:
-    Spinner() : m_turn(new QVariantAnimation(this)) {
-        setObjectName(QStringLiteral("saving"));
-        setFixedSize(22, 22);
-        setAccessibleName(QStringLiteral("Saving…"));
-        m_turn->setStartValue(0.0);
-        m_turn->setEndValue(360.0);
-        m_turn->setDuration(900);
-        m_turn->setLoopCount(-1);
-        QObject::connect(m_turn, &QVariantAnimation::valueChanged, this, [this] { update(); });
-    }
-
-protected:
-    void showEvent(QShowEvent *) override { m_turn->start(); }
-    void hideEvent(QHideEvent *) override { m_turn->stop(); }
-    void paintEvent(QPaintEvent *) override {
-        QPainter p(this);
-        p.setRenderHint(QPainter::Antialiasing);
-        const QRectF ring = QRectF(rect()).adjusted(3, 3, -3, -3);
-        p.setPen(QPen(Brand::hairline(), 2.4));
-        p.drawEllipse(ring);
-        p.setPen(QPen(Brand::ember(), 2.4, Qt::SolidLine, Qt::RoundCap));
-        p.drawArc(ring, int(-m_turn->currentValue().toReal() * 16), 100 * 16);
-    }
-
-private:
-    QVariantAnimation *m_turn;
 };
 
 class ImageCell : public QWidget {
@@ -339,7 +307,11 @@ QWidget *ImagesView::buildCell(const Result &result) {
     save->setAccessibleName(QStringLiteral("Download Full Resolution"));
     connect(save, &QToolButton::clicked, this, [this, result] { download(result); });
     lines->addWidget(save, 0, Qt::AlignVCenter);
-    lines->addWidget(new Spinner, 0, Qt::AlignVCenter);
+    // Turns while the picture is being saved.
+    QWidget *saving = ScreenParts::turningRing(22, 2.4, 3);
+    saving->setObjectName(QStringLiteral("saving"));
+    saving->setAccessibleName(QStringLiteral("Saving…"));
+    lines->addWidget(saving, 0, Qt::AlignVCenter);
     auto *saved = new QLabel;
     saved->setObjectName(QStringLiteral("saved"));
     saved->setPixmap(Symbols::pixmap(QStringLiteral("checkmark.circle.fill"), Brand::success(), 20));

@@ -14,6 +14,7 @@
 #include <QPainterPath>
 #include <QPushButton>
 #include <QToolButton>
+#include <QVariantAnimation>
 #include <QVBoxLayout>
 
 namespace {
@@ -37,6 +38,36 @@ QPixmap headlineSymbol(const QString &symbol, int size) {
     p.fillPath(star, Brand::emberLight());
     return pm;
 }
+
+class TurningRing : public QWidget {
+public:
+    TurningRing(int size, qreal pen, qreal inset) : m_pen(pen), m_inset(inset) {
+        setFixedSize(size, size);
+        m_turn.setStartValue(0.0);
+        m_turn.setEndValue(360.0);
+        m_turn.setDuration(900);
+        m_turn.setLoopCount(-1);
+        QObject::connect(&m_turn, &QVariantAnimation::valueChanged, this, [this] { update(); });
+    }
+
+protected:
+    void showEvent(QShowEvent *) override { m_turn.start(); }
+    void hideEvent(QHideEvent *) override { m_turn.stop(); }
+    void paintEvent(QPaintEvent *) override {
+        QPainter p(this);
+        p.setRenderHint(QPainter::Antialiasing);
+        const QRectF ring = QRectF(rect()).adjusted(m_inset, m_inset, -m_inset, -m_inset);
+        p.setPen(QPen(Brand::hairline(), m_pen));
+        p.drawEllipse(ring);
+        p.setPen(QPen(Brand::ember(), m_pen, Qt::SolidLine, Qt::RoundCap));
+        p.drawArc(ring, int(-m_turn.currentValue().toReal() * 16), 100 * 16);
+    }
+
+private:
+    qreal m_pen;
+    qreal m_inset;
+    QVariantAnimation m_turn;
+};
 
 QLineEdit *styledField(const QString &symbol, int fontSize, int symbolSize, int minimumHeight, const QString &style) {
     auto *field = new QLineEdit;
@@ -89,6 +120,8 @@ QWidget *centredPage(const QString &name, int spacing, std::initializer_list<Par
     column->addStretch(1);
     return page;
 }
+
+QWidget *turningRing(int size, qreal pen, qreal inset) { return new TurningRing(size, pen, inset); }
 
 QWidget *divider() {
     auto *line = new QWidget;

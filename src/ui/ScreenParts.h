@@ -33,6 +33,9 @@ struct Part {
 };
 // A page named `name` with `parts` stacked in its vertical middle, `spacing` apart (-1: the style's).
 QWidget *centredPage(const QString &name, int spacing, std::initializer_list<Part> parts);
+// A hairline ring with an ember arc going round it every 0.9 s, for work without a known end;
+// it turns only while shown. A square of `size`, the ring `pen` wide and `inset` inside its edge.
+QWidget *turningRing(int size, qreal pen, qreal inset);
 // The one-pixel hairline between a screen's bar and its content.
 QWidget *divider();
 // The monospaced search field with its symbol in front.

@@ -50,7 +50,8 @@ public:
         row->setSpacing(12);
         auto *column = new QVBoxLayout;
         column->setSpacing(3);
-        ElidedLabel *name = ScreenParts::elidedLabel(hit.videoName, Brand::displayFont(14, QFont::DemiBold), Brand::bone());
+        ElidedLabel *name =
+            ScreenParts::elidedLabel(hit.videoName, Brand::displayFont(14, QFont::DemiBold), Brand::bone());
         name->setObjectName(QStringLiteral("videoName"));
         name->setAccessibleName(hit.videoName);
         column->addWidget(name);
@@ -181,7 +182,8 @@ QWidget *FindView::buildSearchBar() {
 }
 
 QWidget *FindView::buildWelcome() {
-    QLabel *symbol = ScreenParts::picture(Symbols::pixmap(QStringLiteral("text.magnifyingglass"), Brand::stoneDark(), 40));
+    QLabel *symbol =
+        ScreenParts::picture(Symbols::pixmap(QStringLiteral("text.magnifyingglass"), Brand::stoneDark(), 40));
     QLabel *title = label(QStringLiteral("Search by spoken word"), Brand::displayFont(20, QFont::Bold), Brand::bone());
     title->setObjectName(QStringLiteral("welcomeTitle"));
     title->setAlignment(Qt::AlignCenter);

@@ -566,7 +566,8 @@ QWidget *HistoryView::buildControls() {
 }
 
 QWidget *HistoryView::buildEmptyState() {
-    QLabel *symbol = ScreenParts::picture(Symbols::pixmap(QStringLiteral("clock.arrow.circlepath"), Brand::stoneDark(), 40));
+    QLabel *symbol =
+        ScreenParts::picture(Symbols::pixmap(QStringLiteral("clock.arrow.circlepath"), Brand::stoneDark(), 40));
     m_emptyTitle = label(QString(), Brand::displayFont(15, QFont::Medium), Brand::stone());
     m_emptyTitle->setObjectName(QStringLiteral("emptyTitle"));
     m_emptyTitle->setAlignment(Qt::AlignCenter);
@@ -581,7 +582,8 @@ QWidget *HistoryView::buildLoadingState() {
     auto *spinner = new Spinner(24, Brand::stone());
     auto *text = label(QStringLiteral("Loading history\u2026"), captionFont(), Brand::stone());
     text->setAlignment(Qt::AlignCenter);
-    m_loadingState = ScreenParts::centredPage(QStringLiteral("historyLoading"), 10, {{spinner, Qt::AlignHCenter}, text});
+    m_loadingState =
+        ScreenParts::centredPage(QStringLiteral("historyLoading"), 10, {{spinner, Qt::AlignHCenter}, text});
     return m_loadingState;
 }
 

@@ -134,10 +134,11 @@ QWidget *divider() {
 }
 
 QLineEdit *searchField(const QString &symbol) {
-    QLineEdit *field = styledField(symbol, 13, 16, 34,
-                                   QStringLiteral("QLineEdit { background: #16130F; border: 1px solid #2B2620; border-radius: 6px;"
-                                                  " padding: 0 8px; color: #FAF8F5; }"
-                                                  "QLineEdit:focus { border-color: #FF4A1F; }"));
+    QLineEdit *field =
+        styledField(symbol, 13, 16, 34,
+                    QStringLiteral("QLineEdit { background: #16130F; border: 1px solid #2B2620; border-radius: 6px;"
+                                   " padding: 0 8px; color: #FAF8F5; }"
+                                   "QLineEdit:focus { border-color: #FF4A1F; }"));
     field->setObjectName(QStringLiteral("query"));
     return field;
 }

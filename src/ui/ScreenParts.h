@@ -18,7 +18,7 @@ class QPixmap;
 class QVBoxLayout;
 class QWidget;
 
-// Pieces the search screens share, so their bars and empty states read alike.
+// Pieces the screens share, so their bars, rows and empty states read alike.
 namespace ScreenParts {
 QLabel *label(const QString &text, const QFont &font, const QColor &color);
 // A single line that shortens itself at the right end.
@@ -27,7 +27,7 @@ ElidedLabel *elidedLabel(const QString &text, const QFont &font, const QColor &c
 QLabel *picture(const QPixmap &pixmap);
 // A widget for centredPage, with how the column aligns it.
 struct Part {
-    Part(QWidget *widget, Qt::Alignment alignment = {}) : widget(widget), alignment(alignment) {}
+    Part(QWidget *w, Qt::Alignment a = {}) : widget(w), alignment(a) {}
     QWidget *widget;
     Qt::Alignment alignment;
 };

@@ -83,15 +83,7 @@ protected:
         m->setAttribute(Qt::WA_DeleteOnClose);
         m->popup(event->globalPos());
     }
-    void paintEvent(QPaintEvent *) override {
-        QPainter p(this);
-        p.setRenderHint(QPainter::Antialiasing);
-        QPainterPath path;
-        path.addRoundedRect(QRectF(rect()).adjusted(0.5, 0.5, -0.5, -0.5), 8, 8);
-        p.fillPath(path, Brand::surface());
-        p.setPen(QPen(Brand::hairline(), 1));
-        p.drawPath(path);
-    }
+    void paintEvent(QPaintEvent *) override { ScreenParts::paintCard(this, Brand::hairline()); }
 };
 
 // Lays the cells out in as many columns as fit, reflowing when its width changes.

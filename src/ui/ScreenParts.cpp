@@ -123,6 +123,16 @@ QWidget *centredPage(const QString &name, int spacing, std::initializer_list<Par
 
 QWidget *turningRing(int size, qreal pen, qreal inset) { return new TurningRing(size, pen, inset); }
 
+void paintCard(QWidget *card, const QColor &border) {
+    QPainter p(card);
+    p.setRenderHint(QPainter::Antialiasing);
+    QPainterPath path;
+    path.addRoundedRect(QRectF(card->rect()).adjusted(0.5, 0.5, -0.5, -0.5), 8, 8);
+    p.fillPath(path, Brand::surface());
+    p.setPen(QPen(border, 1));
+    p.drawPath(path);
+}
+
 QWidget *divider() {
     auto *line = new QWidget;
     line->setFixedHeight(1);

@@ -36,6 +36,8 @@ QWidget *centredPage(const QString &name, int spacing, std::initializer_list<Par
 // A hairline ring with an ember arc going round it every 0.9 s, for work without a known end;
 // it turns only while shown. A square of `size`, the ring `pen` wide and `inset` inside its edge.
 QWidget *turningRing(int size, qreal pen, qreal inset);
+// Paints the rounded surface card of a result cell or row onto `card`, edged in `border`.
+void paintCard(QWidget *card, const QColor &border);
 // The one-pixel hairline between a screen's bar and its content.
 QWidget *divider();
 // The monospaced search field with its symbol in front.

@@ -23,8 +23,6 @@
 #include <QLabel>
 #include <QLineEdit>
 #include <QMenu>
-#include <QPainter>
-#include <QPainterPath>
 #include <QPointer>
 #include <QPushButton>
 #include <QScrollArea>
@@ -65,15 +63,8 @@ protected:
         m->popup(event->globalPos());
     }
     void paintEvent(QPaintEvent *) override {
-        if (!selected)
-            return;
-        QPainter p(this);
-        p.setRenderHint(QPainter::Antialiasing);
-        QPainterPath path;
-        path.addRoundedRect(QRectF(rect()).adjusted(0.5, 0.5, -0.5, -0.5), 8, 8);
-        p.fillPath(path, Brand::surface());
-        p.setPen(QPen(Brand::ember(), 1));
-        p.drawPath(path);
+        if (selected)
+            ScreenParts::paintCard(this, Brand::ember());
     }
 };
 

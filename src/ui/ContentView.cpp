@@ -45,14 +45,7 @@
 
 namespace {
 
-QLabel *label(const QString &text, const QFont &font, const QColor &color) {
-    auto *l = new QLabel(text);
-    l->setFont(font);
-    QPalette p = l->palette();
-    p.setColor(QPalette::WindowText, color);
-    l->setPalette(p);
-    return l;
-}
+using ScreenParts::label;
 
 QWidget *filled(QWidget *widget, const QColor &color) {
     widget->setAutoFillBackground(true);
@@ -265,21 +258,13 @@ QWidget *ContentView::buildTabBar() {
 }
 
 QWidget *ContentView::buildEmptyState() {
-    m_emptyState = new QWidget;
-    m_emptyState->setObjectName(QStringLiteral("emptyState"));
-    auto *column = new QVBoxLayout(m_emptyState);
-    column->setSpacing(12);
-    column->addStretch(1);
     auto *mark = new PinchMark(64, Brand::stoneDark(), true);
-    column->addWidget(mark, 0, Qt::AlignHCenter);
     auto *headline = label(QStringLiteral("Paste a link. Or just copy one, anywhere."), Brand::displayFont(22, QFont::Bold),
                            Brand::bone());
     headline->setAlignment(Qt::AlignCenter);
-    column->addWidget(headline);
     auto *modes = label(QStringLiteral("BEST VIDEO · SILENT VIDEO · TAGGED AUDIO — YOUR CALL, EVERY TIME"),
                         Brand::monoFont(10, QFont::Medium), Brand::stone());
     modes->setAlignment(Qt::AlignCenter);
-    column->addWidget(modes);
 
     m_smartIndicator = new QWidget;
     m_smartIndicator->setObjectName(QStringLiteral("smartIndicator"));
@@ -293,8 +278,8 @@ QWidget *ContentView::buildEmptyState() {
     indicator->addWidget(label(QStringLiteral("SMART MODE IS WATCHING YOUR CLIPBOARD"), Brand::monoFont(10, QFont::Medium),
                                Brand::ember()));
     indicator->addStretch(1);
-    column->addWidget(m_smartIndicator);
-    column->addStretch(1);
+    m_emptyState = ScreenParts::centredPage(QStringLiteral("emptyState"), 12,
+                                            {{mark, Qt::AlignHCenter}, headline, modes, m_smartIndicator});
     return m_emptyState;
 }
 
@@ -320,12 +305,8 @@ QWidget *ContentView::buildStatusBar() {
         "Self-healing: the downloader core updates itself daily and retries failed downloads after updating"));
     row->addWidget(m_engine);
 
-    m_lastMessage = new ElidedLabel(nullptr, Qt::ElideRight);
+    m_lastMessage = ScreenParts::elidedLabel(QString(), Brand::monoFont(10), Brand::bone());
     m_lastMessage->setObjectName(QStringLiteral("lastMessage"));
-    m_lastMessage->setFont(Brand::monoFont(10));
-    QPalette p = m_lastMessage->palette();
-    p.setColor(QPalette::WindowText, Brand::bone());
-    m_lastMessage->setPalette(p);
     row->addWidget(m_lastMessage, 1);
 
     m_clearFinished = new QPushButton(QStringLiteral("Clear Finished"));

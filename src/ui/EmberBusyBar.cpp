@@ -1,9 +1,7 @@
 #include "ui/EmberBusyBar.h"
 
-#include "ui/Brand.h"
+#include "ui/EmberProgressBar.h"
 
-#include <QPainter>
-#include <QPainterPath>
 #include <QVariantAnimation>
 
 EmberBusyBar::EmberBusyBar(QWidget *parent) : QWidget(parent), m_sweep(new QVariantAnimation(this)) {
@@ -26,15 +24,7 @@ void EmberBusyBar::showEvent(QShowEvent *) { m_sweep->start(); }
 void EmberBusyBar::hideEvent(QHideEvent *) { m_sweep->stop(); }
 
 void EmberBusyBar::paintEvent(QPaintEvent *) {
-    QPainter p(this);
-    p.setRenderHint(QPainter::Antialiasing);
-    const QRectF track(0, (height() - barHeight) / 2.0, width(), barHeight);
-    QPainterPath clip;
-    clip.addRoundedRect(track, barHeight / 2.0, barHeight / 2.0);
-    p.setClipPath(clip);
-    p.fillRect(track, Brand::hairline());
     // A third of the track travels from beyond the left edge to beyond the right one.
-    const qreal segment = track.width() / 3;
-    const qreal x = -segment + (track.width() + segment) * m_sweep->currentValue().toReal();
-    p.fillRect(QRectF(x, track.top(), segment, barHeight), Brand::ember());
+    const qreal segment = width() / 3.0;
+    EmberProgressBar::paint(this, -segment + (width() + segment) * m_sweep->currentValue().toReal(), segment);
 }

@@ -1,6 +1,6 @@
 #pragma once
 
-#include <QWidget>
+#include "ui/EmberProgressBar.h"
 
 class QVariantAnimation;
 
@@ -9,7 +9,7 @@ class QVariantAnimation;
 class EmberBusyBar : public QWidget {
     Q_OBJECT
 public:
-    static constexpr int barHeight = 3;
+    static constexpr int barHeight = EmberProgressBar::barHeight;
     static constexpr int sweepMs = 1200;
 
     explicit EmberBusyBar(QWidget *parent = nullptr);

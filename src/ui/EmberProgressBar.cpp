@@ -54,14 +54,17 @@ qreal EmberProgressBar::fillWidth(double value, qreal available) {
 QSize EmberProgressBar::sizeHint() const { return QSize(200, barHeight); }
 QSize EmberProgressBar::minimumSizeHint() const { return QSize(int(minimumBarWidth), barHeight); }
 
-void EmberProgressBar::paintEvent(QPaintEvent *) {
-    QPainter p(this);
+void EmberProgressBar::paint(QWidget *bar, qreal left, qreal length) {
+    QPainter p(bar);
     p.setRenderHint(QPainter::Antialiasing);
-    const QRectF track(0, (height() - barHeight) / 2.0, width(), barHeight);
+    const QRectF track(0, (bar->height() - barHeight) / 2.0, bar->width(), barHeight);
     QPainterPath clip;
     clip.addRoundedRect(track, barHeight / 2.0, barHeight / 2.0);
     p.setClipPath(clip);
     p.fillRect(track, Brand::hairline());
-    p.fillRect(QRectF(track.left(), track.top(), std::min(track.width(), fillWidth(m_shown, track.width())), barHeight),
-               Brand::ember());
+    p.fillRect(QRectF(left, track.top(), length, barHeight), Brand::ember());
+}
+
+void EmberProgressBar::paintEvent(QPaintEvent *) {
+    paint(this, 0, std::min(qreal(width()), fillWidth(m_shown, width())));
 }

@@ -23,6 +23,9 @@ public:
 
     // Width of the filled part for a bar `available` pixels wide at fraction `value`.
     static qreal fillWidth(double value, qreal available);
+    // Paints the rounded hairline track across `bar` and the ember part of it `length` wide from
+    // `left`; the busy bar paints with it too, so both read as one control.
+    static void paint(QWidget *bar, qreal left, qreal length);
 
     QSize sizeHint() const override;
     QSize minimumSizeHint() const override;

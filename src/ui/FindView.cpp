@@ -20,7 +20,6 @@
 #include <QScrollArea>
 #include <QStackedWidget>
 #include <QVBoxLayout>
-#include <QVariantAnimation>
 #include <QtConcurrent/QtConcurrentRun>
 
 #include <QCoroFuture>
@@ -29,45 +28,14 @@ using TranscriptSearch::Hit;
 
 namespace {
 
-QLabel *makeLabel(const QString &text, const QFont &font, const QColor &color) {
-    auto *l = new QLabel(text);
-    l->setFont(font);
-    QPalette p = l->palette();
-    p.setColor(QPalette::WindowText, color);
-    l->setPalette(p);
-    return l;
+using ScreenParts::label;
+
+// The small ring of the bar and of a row's export.
+QWidget *busyIndicator(const QString &name) {
+    QWidget *ring = ScreenParts::turningRing(18, 2.2, 2.5);
+    ring->setAccessibleName(name);
+    return ring;
 }
-
-// A small indeterminate indicator: an ember arc that turns while it is on screen.
-class BusyIndicator : public QWidget {
-public:
-    explicit BusyIndicator(const QString &name, QWidget *parent = nullptr) : QWidget(parent) {
-        setFixedSize(18, 18);
-        setAccessibleName(name);
-        m_spin.setStartValue(0.0);
-        m_spin.setEndValue(360.0);
-        m_spin.setDuration(900);
-        m_spin.setLoopCount(-1);
-        QObject::connect(&m_spin, &QVariantAnimation::valueChanged, this, [this] { update(); });
-    }
-
-protected:
-    void showEvent(QShowEvent *) override { m_spin.start(); }
-    void hideEvent(QHideEvent *) override { m_spin.stop(); }
-    void paintEvent(QPaintEvent *) override {
-        QPainter p(this);
-        p.setRenderHint(QPainter::Antialiasing);
-        const QRectF ring = QRectF(rect()).adjusted(2.5, 2.5, -2.5, -2.5);
-        p.setPen(QPen(Brand::hairline(), 2.2));
-        p.drawEllipse(ring);
-        p.setPen(QPen(Brand::ember(), 2.2, Qt::SolidLine, Qt::RoundCap));
-        const int start = int(-m_spin.currentValue().toReal() * 16);
-        p.drawArc(ring, start, 100 * 16);
-    }
-
-private:
-    QVariantAnimation m_spin;
-};
 
 // One hit: video name, clock and time, the cue's text, and its trailing control.
 class HitRow : public QFrame {
@@ -82,14 +50,10 @@ public:
         row->setSpacing(12);
         auto *column = new QVBoxLayout;
         column->setSpacing(3);
-        auto *name = new ElidedLabel(nullptr, Qt::ElideRight);
+        ElidedLabel *name =
+            ScreenParts::elidedLabel(hit.videoName, Brand::displayFont(14, QFont::DemiBold), Brand::bone());
         name->setObjectName(QStringLiteral("videoName"));
-        name->setFullText(hit.videoName);
         name->setAccessibleName(hit.videoName);
-        name->setFont(Brand::displayFont(14, QFont::DemiBold));
-        QPalette np = name->palette();
-        np.setColor(QPalette::WindowText, Brand::bone());
-        name->setPalette(np);
         column->addWidget(name);
 
         auto *timeLine = new QHBoxLayout;
@@ -98,13 +62,13 @@ public:
         clock->setPixmap(Symbols::pixmap(QStringLiteral("clock"), Brand::ember(), 12));
         clock->setAccessibleName(QStringLiteral("Time"));
         timeLine->addWidget(clock);
-        QLabel *time = makeLabel(hit.timeLabel(), Brand::monoFont(11, QFont::Medium), Brand::ember());
+        QLabel *time = label(hit.timeLabel(), Brand::monoFont(11, QFont::Medium), Brand::ember());
         time->setObjectName(QStringLiteral("timeLabel"));
         timeLine->addWidget(time);
         timeLine->addStretch(1);
         column->addLayout(timeLine);
 
-        QLabel *text = makeLabel(hit.text, Brand::systemFont(13), Brand::bone());
+        QLabel *text = label(hit.text, Brand::systemFont(13), Brand::bone());
         text->setObjectName(QStringLiteral("cueText"));
         text->setWordWrap(true);
         text->setTextFormat(Qt::PlainText);
@@ -124,12 +88,12 @@ public:
             QObject::connect(m_export, &QPushButton::clicked, m_export, [onExport = std::move(onExport)] { onExport(); });
             m_trailing->addWidget(m_export);
         } else {
-            QLabel *moved = makeLabel(QStringLiteral("media file moved"), Brand::monoFont(10), Brand::stone());
+            QLabel *moved = label(QStringLiteral("media file moved"), Brand::monoFont(10), Brand::stone());
             moved->setObjectName(QStringLiteral("mediaMoved"));
             moved->setAlignment(Qt::AlignCenter);
             m_trailing->addWidget(moved);
         }
-        m_busy = new BusyIndicator(QStringLiteral("Exporting clip"));
+        m_busy = busyIndicator(QStringLiteral("Exporting clip"));
         m_busy->setObjectName(QStringLiteral("exportProgress"));
         auto *busyBox = new QWidget;
         auto *busyLayout = new QHBoxLayout(busyBox);
@@ -153,7 +117,7 @@ protected:
 private:
     QStackedWidget *m_trailing = nullptr;
     QPushButton *m_export = nullptr;
-    BusyIndicator *m_busy = nullptr;
+    QWidget *m_busy = nullptr;
 };
 
 } // namespace
@@ -193,26 +157,12 @@ FindView::FindView(AppSettings &settings, DownloadQueue &queue, QWidget *parent)
 FindView::~FindView() = default;
 
 QWidget *FindView::buildSearchBar() {
-    auto *bar = new QWidget;
-    bar->setObjectName(QStringLiteral("findBar"));
-    auto *row = new QHBoxLayout(bar);
-    row->setContentsMargins(16, 12, 16, 12);
-    row->setSpacing(10);
-
-    m_query = new QLineEdit;
+    QHBoxLayout *row = ScreenParts::barRow(QStringLiteral("findBar"), 10);
+    m_query = ScreenParts::listField(QStringLiteral("waveform.and.magnifyingglass"), 13, 16, 34);
     m_query->setObjectName(QStringLiteral("findQuery"));
     m_query->setPlaceholderText(
         QStringLiteral("Search everything said in your library\u2026  e.g. \u201Cchord voicing\u201D"));
     m_query->setAccessibleName(QStringLiteral("Search everything said in your library"));
-    m_query->setFont(Brand::monoFont(13));
-    m_query->setMinimumHeight(34);
-    m_query->setClearButtonEnabled(true);
-    m_query->addAction(Symbols::icon(QStringLiteral("waveform.and.magnifyingglass"), Brand::stone(), 16),
-                       QLineEdit::LeadingPosition);
-    ScreenParts::nameFieldButtons(m_query, QStringLiteral("Search"));
-    m_query->setStyleSheet(QStringLiteral("QLineEdit { background: #221F1A; border: 1px solid #2B2620; border-radius: 8px;"
-                                          " padding: 2px 6px; color: #FAF8F5; }"
-                                          "QLineEdit:focus { border-color: #5C554C; }"));
     connect(m_query, &QLineEdit::textChanged, this, &FindView::refreshFindButton);
     connect(m_query, &QLineEdit::returnPressed, this, &FindView::runSearch);
     row->addWidget(m_query, 1);
@@ -224,28 +174,20 @@ QWidget *FindView::buildSearchBar() {
     connect(m_find, &QPushButton::clicked, this, &FindView::runSearch);
     row->addWidget(m_find);
 
-    m_spinner = new BusyIndicator(QStringLiteral("Searching"));
+    m_spinner = busyIndicator(QStringLiteral("Searching"));
     m_spinner->setObjectName(QStringLiteral("searchProgress"));
     m_spinner->hide();
     row->addWidget(m_spinner);
-    return bar;
+    return row->parentWidget();
 }
 
 QWidget *FindView::buildWelcome() {
-    m_welcome = new QWidget;
-    m_welcome->setObjectName(QStringLiteral("findWelcome"));
-    auto *column = new QVBoxLayout(m_welcome);
-    column->setSpacing(10);
-    column->addStretch(1);
-    auto *symbol = new QLabel;
-    symbol->setPixmap(Symbols::pixmap(QStringLiteral("text.magnifyingglass"), Brand::stoneDark(), 40));
-    symbol->setAlignment(Qt::AlignCenter);
-    column->addWidget(symbol);
-    QLabel *title = makeLabel(QStringLiteral("Search by spoken word"), Brand::displayFont(20, QFont::Bold), Brand::bone());
+    QLabel *symbol =
+        ScreenParts::picture(Symbols::pixmap(QStringLiteral("text.magnifyingglass"), Brand::stoneDark(), 40));
+    QLabel *title = label(QStringLiteral("Search by spoken word"), Brand::displayFont(20, QFont::Bold), Brand::bone());
     title->setObjectName(QStringLiteral("welcomeTitle"));
     title->setAlignment(Qt::AlignCenter);
-    column->addWidget(title);
-    QLabel *line = makeLabel(
+    QLabel *line = label(
         QStringLiteral("Every transcribed video is searchable. Type a phrase, get the exact clip where it's said."),
         Brand::systemFont(13), Brand::stone());
     line->setObjectName(QStringLiteral("welcomeLine"));
@@ -254,23 +196,17 @@ QWidget *FindView::buildWelcome() {
     // A narrow column reads better; a centred label is otherwise laid out at its one-line height.
     line->setFixedWidth(360);
     line->setMinimumHeight(line->heightForWidth(360));
-    column->addWidget(line, 0, Qt::AlignHCenter);
-    column->addStretch(1);
+    m_welcome = ScreenParts::centredPage(QStringLiteral("findWelcome"), 10, {symbol, title, {line, Qt::AlignHCenter}});
     return m_welcome;
 }
 
 QWidget *FindView::buildNoMatches() {
-    m_noMatches = new QWidget;
-    m_noMatches->setObjectName(QStringLiteral("findNoMatches"));
-    auto *column = new QVBoxLayout(m_noMatches);
-    column->addStretch(1);
-    QLabel *text = makeLabel(QStringLiteral("No matches \u2014 transcribe more videos to widen the net"),
+    QLabel *text = label(QStringLiteral("No matches \u2014 transcribe more videos to widen the net"),
                              Brand::systemFont(13), Brand::stone());
     text->setObjectName(QStringLiteral("noMatchesText"));
     text->setAlignment(Qt::AlignCenter);
     text->setWordWrap(true);
-    column->addWidget(text);
-    column->addStretch(1);
+    m_noMatches = ScreenParts::centredPage(QStringLiteral("findNoMatches"), -1, {text});
     return m_noMatches;
 }
 

@@ -88,14 +88,7 @@ const QString copiedText = QStringLiteral("Link copied \u2014 paste anywhere");
 QFont titleFont() { return Brand::displayFont(14, QFont::DemiBold); }
 QFont captionFont() { return Brand::systemFont(11); }
 
-QLabel *makeLabel(const QString &text, const QFont &font, const QColor &color) {
-    auto *l = new QLabel(text);
-    l->setFont(font);
-    QPalette p = l->palette();
-    p.setColor(QPalette::WindowText, color);
-    l->setPalette(p);
-    return l;
-}
+using ScreenParts::label;
 
 // The three row buttons as real widgets, laid over the painted ones of the row under the mouse
 // (or, without a mouse, the current row): one small widget serves the whole list, and gives
@@ -473,8 +466,8 @@ HistoryView::HistoryView(HistoryStore &store, DownloadQueue &queue, QWidget *par
     m_list->setItemDelegate(m_delegate);
     m_list->setModel(m_model);
     m_list->onRowClicked = [this](int row) { copy(m_model->entryAt(row)); };
-    m_list->onButtonClicked = [this](int row, RowButton which) {
-        const HistoryEntry entry = m_model->entryAt(row);
+    // The painted buttons and the live ones over them do the same.
+    const auto onButton = [this](RowButton which, const HistoryEntry &entry) {
         switch (which) {
         case RowButton::downloadAgain:
             downloadAgain(entry);
@@ -487,19 +480,8 @@ HistoryView::HistoryView(HistoryStore &store, DownloadQueue &queue, QWidget *par
             break;
         }
     };
-    m_list->actions()->onClicked = [this](RowButton which, const HistoryEntry &entry) {
-        switch (which) {
-        case RowButton::downloadAgain:
-            downloadAgain(entry);
-            break;
-        case RowButton::archive:
-            toggleArchive(entry);
-            break;
-        case RowButton::remove:
-            remove(entry);
-            break;
-        }
-    };
+    m_list->onButtonClicked = [this, onButton](int row, RowButton which) { onButton(which, m_model->entryAt(row)); };
+    m_list->actions()->onClicked = onButton;
     m_list->onContextMenu = [this](int row, const QPoint &global) {
         QMenu *menu = buildContextMenu(m_model->entryAt(row), this);
         menu->setAttribute(Qt::WA_DeleteOnClose);
@@ -553,24 +535,11 @@ QString HistoryView::countText(qsizetype shown, qsizetype total) {
 }
 
 QWidget *HistoryView::buildControls() {
-    auto *bar = new QWidget;
-    bar->setObjectName(QStringLiteral("historyControls"));
-    auto *row = new QHBoxLayout(bar);
-    row->setContentsMargins(16, 12, 16, 12);
-    row->setSpacing(12);
-
-    m_search = new QLineEdit;
+    QHBoxLayout *row = ScreenParts::barRow(QStringLiteral("historyControls"), 12);
+    m_search = ScreenParts::listField(QStringLiteral("magnifyingglass"), 12, 14, 30);
     m_search->setObjectName(QStringLiteral("historySearch"));
     m_search->setPlaceholderText(QStringLiteral("Search history\u2026"));
     m_search->setAccessibleName(QStringLiteral("Search history"));
-    m_search->setFont(Brand::monoFont(12));
-    m_search->setClearButtonEnabled(true);
-    m_search->addAction(Symbols::icon(QStringLiteral("magnifyingglass"), Brand::stone(), 14), QLineEdit::LeadingPosition);
-    ScreenParts::nameFieldButtons(m_search, QStringLiteral("Search"));
-    m_search->setMinimumHeight(30);
-    m_search->setStyleSheet(QStringLiteral("QLineEdit { background: #221F1A; border: 1px solid #2B2620; border-radius: 8px;"
-                                           " padding: 2px 6px; color: #FAF8F5; }"
-                                           "QLineEdit:focus { border-color: #5C554C; }"));
     m_search->setMaximumWidth(420);
     connect(m_search, &QLineEdit::textChanged, m_model, &HistoryModel::setSearch);
     row->addWidget(m_search, 1);
@@ -583,7 +552,7 @@ QWidget *HistoryView::buildControls() {
     row->addWidget(m_archived);
     row->addStretch(1);
 
-    m_count = makeLabel(QString(), captionFont(), Brand::stone());
+    m_count = label(QString(), captionFont(), Brand::stone());
     m_count->setObjectName(QStringLiteral("historyCount"));
     row->addWidget(m_count);
 
@@ -593,42 +562,28 @@ QWidget *HistoryView::buildControls() {
     m_clear->setCursor(Qt::PointingHandCursor);
     connect(m_clear, &QPushButton::clicked, this, [this] { confirmClear(); });
     row->addWidget(m_clear);
-    return bar;
+    return row->parentWidget();
 }
 
 QWidget *HistoryView::buildEmptyState() {
-    m_emptyState = new QWidget;
-    m_emptyState->setObjectName(QStringLiteral("historyEmpty"));
-    auto *column = new QVBoxLayout(m_emptyState);
-    column->setSpacing(10);
-    column->addStretch(1);
-    auto *symbol = new QLabel;
-    symbol->setPixmap(Symbols::pixmap(QStringLiteral("clock.arrow.circlepath"), Brand::stoneDark(), 40));
-    symbol->setAlignment(Qt::AlignCenter);
-    column->addWidget(symbol);
-    m_emptyTitle = makeLabel(QString(), Brand::displayFont(15, QFont::Medium), Brand::stone());
+    QLabel *symbol =
+        ScreenParts::picture(Symbols::pixmap(QStringLiteral("clock.arrow.circlepath"), Brand::stoneDark(), 40));
+    m_emptyTitle = label(QString(), Brand::displayFont(15, QFont::Medium), Brand::stone());
     m_emptyTitle->setObjectName(QStringLiteral("emptyTitle"));
     m_emptyTitle->setAlignment(Qt::AlignCenter);
-    column->addWidget(m_emptyTitle);
-    auto *hint = makeLabel(QStringLiteral("Tap any entry to copy its link instantly."), captionFont(), Brand::stoneDark());
+    auto *hint = label(QStringLiteral("Tap any entry to copy its link instantly."), captionFont(), Brand::stoneDark());
     hint->setObjectName(QStringLiteral("emptyHint"));
     hint->setAlignment(Qt::AlignCenter);
-    column->addWidget(hint);
-    column->addStretch(1);
+    m_emptyState = ScreenParts::centredPage(QStringLiteral("historyEmpty"), 10, {symbol, m_emptyTitle, hint});
     return m_emptyState;
 }
 
 QWidget *HistoryView::buildLoadingState() {
-    m_loadingState = new QWidget;
-    m_loadingState->setObjectName(QStringLiteral("historyLoading"));
-    auto *column = new QVBoxLayout(m_loadingState);
-    column->setSpacing(10);
-    column->addStretch(1);
-    column->addWidget(new Spinner(24, Brand::stone()), 0, Qt::AlignHCenter);
-    auto *text = makeLabel(QStringLiteral("Loading history\u2026"), captionFont(), Brand::stone());
+    auto *spinner = new Spinner(24, Brand::stone());
+    auto *text = label(QStringLiteral("Loading history\u2026"), captionFont(), Brand::stone());
     text->setAlignment(Qt::AlignCenter);
-    column->addWidget(text);
-    column->addStretch(1);
+    m_loadingState =
+        ScreenParts::centredPage(QStringLiteral("historyLoading"), 10, {{spinner, Qt::AlignHCenter}, text});
     return m_loadingState;
 }
 

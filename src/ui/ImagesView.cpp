@@ -9,7 +9,6 @@
 #include "ui/Desktop.h"
 #include "ui/ElidedLabel.h"
 #include "ui/EmberBusyBar.h"
-#include "ui/EmberButtonStyle.h"
 #include "ui/ScreenParts.h"
 #include "ui/Symbols.h"
 #include "ui/ThumbnailLoader.h"
@@ -23,13 +22,11 @@
 #include <QPainter>
 #include <QPainterPath>
 #include <QPointer>
-#include <QPushButton>
 #include <QScrollArea>
 #include <QStackedWidget>
 #include <QToolButton>
 #include <QUuid>
 #include <QVBoxLayout>
-#include <QVariantAnimation>
 
 #include <algorithm>
 
@@ -74,37 +71,6 @@ protected:
     }
 };
 
-// A small ring that turns while a picture is being saved.
-class Spinner : public QWidget {
-public:
-    Spinner() : m_turn(new QVariantAnimation(this)) {
-        setObjectName(QStringLiteral("saving"));
-        setFixedSize(22, 22);
-        setAccessibleName(QStringLiteral("Saving…"));
-        m_turn->setStartValue(0.0);
-        m_turn->setEndValue(360.0);
-        m_turn->setDuration(900);
-        m_turn->setLoopCount(-1);
-        QObject::connect(m_turn, &QVariantAnimation::valueChanged, this, [this] { update(); });
-    }
-
-protected:
-    void showEvent(QShowEvent *) override { m_turn->start(); }
-    void hideEvent(QHideEvent *) override { m_turn->stop(); }
-    void paintEvent(QPaintEvent *) override {
-        QPainter p(this);
-        p.setRenderHint(QPainter::Antialiasing);
-        const QRectF ring = QRectF(rect()).adjusted(3, 3, -3, -3);
-        p.setPen(QPen(Brand::hairline(), 2.4));
-        p.drawEllipse(ring);
-        p.setPen(QPen(Brand::ember(), 2.4, Qt::SolidLine, Qt::RoundCap));
-        p.drawArc(ring, int(-m_turn->currentValue().toReal() * 16), 100 * 16);
-    }
-
-private:
-    QVariantAnimation *m_turn;
-};
-
 class ImageCell : public QWidget {
 public:
     Result result;
@@ -117,15 +83,7 @@ protected:
         m->setAttribute(Qt::WA_DeleteOnClose);
         m->popup(event->globalPos());
     }
-    void paintEvent(QPaintEvent *) override {
-        QPainter p(this);
-        p.setRenderHint(QPainter::Antialiasing);
-        QPainterPath path;
-        path.addRoundedRect(QRectF(rect()).adjusted(0.5, 0.5, -0.5, -0.5), 8, 8);
-        p.fillPath(path, Brand::surface());
-        p.setPen(QPen(Brand::hairline(), 1));
-        p.drawPath(path);
-    }
+    void paintEvent(QPaintEvent *) override { ScreenParts::paintCard(this, Brand::hairline()); }
 };
 
 // Lays the cells out in as many columns as fit, reflowing when its width changes.
@@ -202,24 +160,12 @@ ImagesView::ImagesView(DownloadQueue &queue, HistoryStore &history, AppSettings 
     auto *layout = new QVBoxLayout(this);
     layout->setContentsMargins(20, 16, 20, 0);
     layout->setSpacing(10);
-    auto *bar = new QHBoxLayout;
-    bar->setSpacing(10);
-    m_field = ScreenParts::searchField(QStringLiteral("photo"));
+    const ScreenParts::SearchBar bar =
+        ScreenParts::addSearchBar(layout, QStringLiteral("photo"), {}, this, [this] { run(); });
+    m_field = bar.field;
+    m_busy = bar.busy;
     m_field->setPlaceholderText(QStringLiteral("Search free, reuse-licensed images…"));
     m_field->setAccessibleName(m_field->placeholderText());
-    connect(m_field, &QLineEdit::returnPressed, this, &ImagesView::run);
-    bar->addWidget(m_field, 1);
-    m_searchButton = new QPushButton(QStringLiteral("Search"));
-    m_searchButton->setObjectName(QStringLiteral("searchButton"));
-    EmberButtonStyle::apply(m_searchButton);
-    connect(m_searchButton, &QPushButton::clicked, this, &ImagesView::run);
-    bar->addWidget(m_searchButton);
-    layout->addLayout(bar);
-
-    m_busy = new EmberBusyBar;
-    m_busy->setObjectName(QStringLiteral("busy"));
-    m_busy->setVisible(false);
-    layout->addWidget(m_busy);
 
     m_content = new QStackedWidget;
     m_errorPage = ScreenParts::messagePage(QStringLiteral("wifi.exclamationmark"), QString(), QStringLiteral("errorText"));
@@ -325,13 +271,8 @@ QWidget *ImagesView::buildCell(const Result &result) {
     lines->setSpacing(6);
     auto *texts = new QVBoxLayout;
     texts->setSpacing(3);
-    auto *title = new ElidedLabel(nullptr, Qt::ElideRight);
+    ElidedLabel *title = ScreenParts::elidedLabel(result.title, Brand::displayFont(12, QFont::DemiBold), Brand::bone());
     title->setObjectName(QStringLiteral("title"));
-    title->setFont(Brand::displayFont(12, QFont::DemiBold));
-    QPalette bone = title->palette();
-    bone.setColor(QPalette::WindowText, Brand::bone());
-    title->setPalette(bone);
-    title->setFullText(result.title);
     texts->addWidget(title);
     auto *licence = new QHBoxLayout;
     licence->setSpacing(8);
@@ -339,14 +280,8 @@ QWidget *ImagesView::buildCell(const Result &result) {
     licenceText->setMinimumWidth(licenceText->sizeHint().width()); // the licence wins over the dimensions
     licence->addWidget(licenceText);
     if (!result.dimensions.isEmpty()) {
-        auto *dimensions = new ElidedLabel(nullptr, Qt::ElideRight);
+        ElidedLabel *dimensions = ScreenParts::elidedLabel(result.dimensions, licenceText->font(), Brand::stoneDark());
         dimensions->setObjectName(QStringLiteral("dimensions"));
-        QFont font = licenceText->font();
-        dimensions->setFont(font);
-        QPalette p = dimensions->palette();
-        p.setColor(QPalette::WindowText, Brand::stoneDark());
-        dimensions->setPalette(p);
-        dimensions->setFullText(result.dimensions);
         licence->addWidget(dimensions, 1);
     } else {
         licence->addStretch(1);
@@ -364,7 +299,11 @@ QWidget *ImagesView::buildCell(const Result &result) {
     save->setAccessibleName(QStringLiteral("Download Full Resolution"));
     connect(save, &QToolButton::clicked, this, [this, result] { download(result); });
     lines->addWidget(save, 0, Qt::AlignVCenter);
-    lines->addWidget(new Spinner, 0, Qt::AlignVCenter);
+    // Turns while the picture is being saved.
+    QWidget *saving = ScreenParts::turningRing(22, 2.4, 3);
+    saving->setObjectName(QStringLiteral("saving"));
+    saving->setAccessibleName(QStringLiteral("Saving…"));
+    lines->addWidget(saving, 0, Qt::AlignVCenter);
     auto *saved = new QLabel;
     saved->setObjectName(QStringLiteral("saved"));
     saved->setPixmap(Symbols::pixmap(QStringLiteral("checkmark.circle.fill"), Brand::success(), 20));

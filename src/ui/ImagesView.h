@@ -18,7 +18,6 @@ class HistoryStore;
 class QLabel;
 class QLineEdit;
 class QMenu;
-class QPushButton;
 class QScrollArea;
 class QStackedWidget;
 class ThumbnailLoader;
@@ -93,7 +92,6 @@ private:
     int m_generation = 0;
 
     QLineEdit *m_field = nullptr;
-    QPushButton *m_searchButton = nullptr;
     EmberBusyBar *m_busy = nullptr;
     QStackedWidget *m_content = nullptr;
     QLabel *m_error = nullptr;

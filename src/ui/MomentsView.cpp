@@ -7,6 +7,7 @@
 #include "ui/Brand.h"
 #include "ui/Desktop.h"
 #include "ui/EmberButtonStyle.h"
+#include "ui/ScreenParts.h"
 #include "ui/SheetParts.h"
 #include "ui/StatusChip.h"
 #include "ui/Symbols.h"
@@ -27,7 +28,6 @@
 #include <QSpinBox>
 #include <QStackedWidget>
 #include <QVBoxLayout>
-#include <QVariantAnimation>
 #include <QtConcurrent/QtConcurrentRun>
 
 #include <QCoroFuture>
@@ -39,35 +39,11 @@ namespace {
 constexpr int gridColumns = 4;
 constexpr int cellSpacing = 12;
 
-// A small turning arc for work without a known end.
-class Spinner : public QWidget {
-public:
-    explicit Spinner(int size, QWidget *parent = nullptr) : QWidget(parent) {
-        setFixedSize(size, size);
-        m_turn.setStartValue(0.0);
-        m_turn.setEndValue(360.0);
-        m_turn.setDuration(900);
-        m_turn.setLoopCount(-1);
-        QObject::connect(&m_turn, &QVariantAnimation::valueChanged, this, [this] { update(); });
-    }
-
-protected:
-    void showEvent(QShowEvent *) override { m_turn.start(); }
-    void hideEvent(QHideEvent *) override { m_turn.stop(); }
-    void paintEvent(QPaintEvent *) override {
-        QPainter p(this);
-        p.setRenderHint(QPainter::Antialiasing);
-        const qreal pen = std::max(2.0, width() / 10.0);
-        const QRectF r = QRectF(rect()).adjusted(pen, pen, -pen, -pen);
-        p.setPen(QPen(Brand::hairline(), pen));
-        p.drawEllipse(r);
-        p.setPen(QPen(Brand::ember(), pen, Qt::SolidLine, Qt::RoundCap));
-        p.drawArc(r, int(-m_turn.currentValue().toReal() * 16), 100 * 16);
-    }
-
-private:
-    QVariantAnimation m_turn;
-};
+// The ring's pen grows with it; it sits one pen inside its square.
+QWidget *spinner(int size) {
+    const qreal pen = std::max(2.0, size / 10.0);
+    return ScreenParts::turningRing(size, pen, pen);
+}
 
 QLabel *tinted(QLabel *label, const QColor &color) {
     QPalette p = label->palette();
@@ -323,7 +299,7 @@ QWidget *MomentsView::buildContent() {
     auto *scan = new QVBoxLayout(scanning);
     scan->setSpacing(12);
     scan->addStretch(1);
-    m_scanSpinner = new Spinner(28);
+    m_scanSpinner = spinner(28);
     scan->addWidget(m_scanSpinner, 0, Qt::AlignHCenter);
     m_scanStatus = tinted(new QLabel, Brand::bone());
     m_scanStatus->setObjectName(QStringLiteral("scanStatus"));
@@ -354,7 +330,7 @@ QWidget *MomentsView::buildContent() {
     auto *more = new QHBoxLayout(m_findingMore);
     more->setContentsMargins(0, 0, 0, 0);
     more->addStretch(1);
-    more->addWidget(new Spinner(14));
+    more->addWidget(spinner(14));
     auto *moreText = tinted(new QLabel(QStringLiteral("Finding more unique moments\u2026")), Brand::stone());
     moreText->setObjectName(QStringLiteral("findingMore"));
     moreText->setFont(Brand::systemFont(12));
@@ -407,7 +383,7 @@ QWidget *MomentsView::buildFooter() {
         refreshBeat();
     });
     options->addWidget(m_snap);
-    m_beatSpinner = new Spinner(14);
+    m_beatSpinner = spinner(14);
     m_beatSpinner->setObjectName(QStringLiteral("beatSpinner"));
     m_beatSpinner->setAccessibleName(QStringLiteral("Finding the beat grid"));
     options->addWidget(m_beatSpinner);

@@ -23,8 +23,6 @@
 #include <QLabel>
 #include <QLineEdit>
 #include <QMenu>
-#include <QPainter>
-#include <QPainterPath>
 #include <QPointer>
 #include <QPushButton>
 #include <QScrollArea>
@@ -65,15 +63,8 @@ protected:
         m->popup(event->globalPos());
     }
     void paintEvent(QPaintEvent *) override {
-        if (!selected)
-            return;
-        QPainter p(this);
-        p.setRenderHint(QPainter::Antialiasing);
-        QPainterPath path;
-        path.addRoundedRect(QRectF(rect()).adjusted(0.5, 0.5, -0.5, -0.5), 8, 8);
-        p.fillPath(path, Brand::surface());
-        p.setPen(QPen(Brand::ember(), 1));
-        p.drawPath(path);
+        if (selected)
+            ScreenParts::paintCard(this, Brand::ember());
     }
 };
 
@@ -109,11 +100,6 @@ SearchView::SearchView(DownloadQueue &queue, Setup setup, QWidget *parent)
     layout->setContentsMargins(20, 16, 20, 0);
     layout->setSpacing(10);
 
-    auto *bar = new QHBoxLayout;
-    bar->setSpacing(10);
-    m_field = ScreenParts::searchField(QStringLiteral("magnifyingglass"));
-    connect(m_field, &QLineEdit::returnPressed, this, &SearchView::run);
-    bar->addWidget(m_field, 1);
     QStringList modeLabels;
     for (SearchMode mode : YtDlp::allSearchModes)
         modeLabels << YtDlp::rawValue(mode);
@@ -124,18 +110,10 @@ SearchView::SearchView(DownloadQueue &queue, Setup setup, QWidget *parent)
     for (int i = 0; i < m_modePicker->count(); ++i)
         m_modePicker->button(i)->setToolTip(modeHelp());
     connect(m_modePicker, &SegmentedPicker::chosen, this, [this](int index) { setMode(YtDlp::allSearchModes[index]); });
-    bar->addWidget(m_modePicker);
-    m_searchButton = new QPushButton(QStringLiteral("Search"));
-    m_searchButton->setObjectName(QStringLiteral("searchButton"));
-    EmberButtonStyle::apply(m_searchButton);
-    connect(m_searchButton, &QPushButton::clicked, this, &SearchView::run);
-    bar->addWidget(m_searchButton);
-    layout->addLayout(bar);
-
-    m_busy = new EmberBusyBar;
-    m_busy->setObjectName(QStringLiteral("busy"));
-    m_busy->setVisible(false);
-    layout->addWidget(m_busy);
+    const ScreenParts::SearchBar bar =
+        ScreenParts::addSearchBar(layout, QStringLiteral("magnifyingglass"), {m_modePicker}, this, [this] { run(); });
+    m_field = bar.field;
+    m_busy = bar.busy;
 
     m_formatBar = new QWidget;
     m_formatBar->setObjectName(QStringLiteral("formatBar"));
@@ -336,13 +314,8 @@ QWidget *SearchView::buildRow(const SearchResult &result) {
     auto *column = new QVBoxLayout;
     column->setSpacing(4);
     column->addStretch(1);
-    auto *title = new ElidedLabel(nullptr, Qt::ElideRight);
+    ElidedLabel *title = ScreenParts::elidedLabel(result.title, Brand::displayFont(14, QFont::DemiBold), Brand::bone());
     title->setObjectName(QStringLiteral("title"));
-    title->setFont(Brand::displayFont(14, QFont::DemiBold));
-    QPalette bone = title->palette();
-    bone.setColor(QPalette::WindowText, Brand::bone());
-    title->setPalette(bone);
-    title->setFullText(result.title);
     column->addWidget(title);
     auto *meta = new QHBoxLayout;
     meta->setSpacing(10);

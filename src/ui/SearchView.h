@@ -15,7 +15,6 @@ class EmberBusyBar;
 class QLabel;
 class QLineEdit;
 class QMenu;
-class QPushButton;
 class QStackedWidget;
 class QVBoxLayout;
 class SegmentedPicker;
@@ -86,7 +85,6 @@ private:
 
     QLineEdit *m_field = nullptr;
     SegmentedPicker *m_modePicker = nullptr;
-    QPushButton *m_searchButton = nullptr;
     EmberBusyBar *m_busy = nullptr;
     QWidget *m_formatBar = nullptr;
     QLabel *m_count = nullptr;

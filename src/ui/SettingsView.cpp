@@ -10,6 +10,7 @@
 #include "ui/ElidedLabel.h"
 #include "ui/EmberButtonStyle.h"
 #include "ui/EmberProgressBar.h"
+#include "ui/ScreenParts.h"
 #include "ui/Symbols.h"
 
 #include <QCheckBox>
@@ -40,39 +41,21 @@ QCoro::Task<> runUpdate(SelfHealer *healer) {
 }
 
 QLabel *caption(const QString &text) {
-    auto *label = new QLabel(text);
+    QLabel *label = ScreenParts::label(text, Brand::systemFont(11), Brand::stone());
     label->setObjectName(QStringLiteral("caption"));
     label->setWordWrap(true);
-    label->setFont(Brand::systemFont(11));
-    QPalette p = label->palette();
-    p.setColor(QPalette::WindowText, Brand::stone());
-    label->setPalette(p);
     return label;
-}
-
-QFrame *separator() {
-    auto *line = new QFrame;
-    line->setFixedHeight(1);
-    line->setAutoFillBackground(true);
-    QPalette p = line->palette();
-    p.setColor(QPalette::Window, Brand::hairline());
-    line->setPalette(p);
-    return line;
 }
 
 // One rounded group of rows under a small capital heading.
 class Section {
 public:
     Section(const QString &title, QVBoxLayout *form) {
-        auto *heading = new QLabel(title);
-        heading->setObjectName(QStringLiteral("sectionTitle"));
         QFont font = Brand::monoFont(10.5, QFont::DemiBold);
         font.setCapitalization(QFont::AllUppercase);
         font.setLetterSpacing(QFont::AbsoluteSpacing, 1.2);
-        heading->setFont(font);
-        QPalette hp = heading->palette();
-        hp.setColor(QPalette::WindowText, Brand::stone());
-        heading->setPalette(hp);
+        QLabel *heading = ScreenParts::label(title, font, Brand::stone());
+        heading->setObjectName(QStringLiteral("sectionTitle"));
         form->addSpacing(form->count() ? 14 : 0);
         form->addWidget(heading);
 
@@ -89,7 +72,7 @@ public:
 
     void add(QWidget *row) {
         if (rows->count())
-            rows->addWidget(separator());
+            rows->addWidget(ScreenParts::divider());
         rows->addWidget(row);
     }
     // A control with its caption under it, as one row.

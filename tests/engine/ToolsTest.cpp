@@ -43,6 +43,11 @@ QCoro::Task<> runScript(Run &run, QString script, std::function<void(Run &, cons
             onLine(run, line);
     });
 }
+QCoro::Task<int> twoLongSteps(QString sh) {
+    const QStringList sleep{QStringLiteral("-c"), QStringLiteral("sleep 600")};
+    co_await Tools::run(sh, sleep, 600);
+    co_return (co_await Tools::run(sh, sleep, 600)).status;
+}
 } // namespace
 
 // Running the helper programs: output, process groups, ending them; installing and finding them.
@@ -80,6 +85,15 @@ private Q_SLOTS:
         QVERIFY(ChildRegistry::running().isEmpty());
         const qint64 grandchild = TestEnv::readFile(pidFile).trimmed().toLongLong();
         QTRY_VERIFY_WITH_TIMEOUT(EngineMedia::commandLine(grandchild).isEmpty(), 5000); // a zombie counts as gone
+    }
+
+    // A child started while quitting is under way (a pipeline's next step) is ended as well.
+    void quittingEndsWhatStartsMeanwhile() {
+        auto task = twoLongSteps(sh);
+        QTRY_COMPARE(ChildRegistry::running().size(), 1);
+        QVERIFY(ChildRegistry::endAll(5000));
+        QVERIFY(ChildRegistry::running().isEmpty());
+        QCOMPARE(vtest::await(std::move(task)), 15);
     }
 
     void installRules() {

@@ -138,8 +138,12 @@ private Q_SLOTS:
         // Ending the program (as a logout does) ends a download in progress with it.
         const QString slow = site.url(QStringLiteral("/clip.mp4?rate=5000&n=slow"));
         submitLink(visibleMainWindow(), slow);
-        const auto downloading = [] { return !EngineMedia::liveProcessesMentioning(QStringLiteral("n=slow"), {QStringLiteral("yt-dlp")}).isEmpty(); };
-        QTRY_VERIFY_WITH_TIMEOUT(downloading(), 30000);
+        const auto running = [](const QString &what) { return !EngineMedia::liveProcessesMentioning(QStringLiteral("n=slow"), {what}).isEmpty(); };
+        const auto downloading = [&] { return running(QStringLiteral("yt-dlp")); };
+        // Once seen stays seen: the wait reads its condition more than once, and a process reads as
+        // gone for a moment between the probe and the download, or while it replaces its image.
+        bool seen = false;
+        QTRY_VERIFY_WITH_TIMEOUT(seen = seen || running(QStringLiteral("--progress-template")), 30000);
         vorlix.process->terminate();
         QVERIFY(vorlix.process->waitForFinished(10000));
         QCOMPARE(vorlix.process->exitStatus() == QProcess::NormalExit ? vorlix.process->exitCode() : -1, 0);

@@ -71,7 +71,7 @@ double mainThreadCpuPercent(QApplication &app, int linesPerSecond) {
     HistoryStore history(dir + QStringLiteral("/history.json"));
     SilentNotifier notifier;
     auto services = DownloadQueue::Services::real();
-    services.probe = [](QString url) { return instantProbe(std::move(url)); };
+    services.probe = [](QString url, Tools::CancellationPtr) { return instantProbe(std::move(url)); };
     DownloadQueue queue(settings, history, notifier, std::move(services));
     NoClipboard clipboard;
     ClipboardWatcher watcher(clipboard, settings, queue);

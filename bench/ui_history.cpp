@@ -41,7 +41,7 @@ struct SilentNotifier : Notifier {
     void post(const QString &, const QString &) override {}
 };
 
-QCoro::Task<ProbeResult> neverAnswers(QString) {
+QCoro::Task<ProbeResult> neverAnswers(QString, Tools::CancellationPtr) {
     co_await QCoro::sleepFor(std::chrono::hours(1));
     co_return ProbeResult{};
 }

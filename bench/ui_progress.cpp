@@ -87,7 +87,7 @@ Sample run(bool shown, int seconds) {
     HistoryStore history(dir + QStringLiteral("/history.json"));
     SilentNotifier notifier;
     auto services = DownloadQueue::Services::real();
-    services.probe = [](QString url) { return instantProbe(std::move(url)); };
+    services.probe = [](QString url, Tools::CancellationPtr) { return instantProbe(std::move(url)); };
     services.isSpotifyTrackURL = [](const QString &) { return false; };
     const int length = seconds + 2; // the measured stretch ends before the downloads do
     services.download = [length](DownloadItemPtr job, const AppSettings &, QString out, YtDlp::RegisterFn,

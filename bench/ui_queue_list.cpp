@@ -32,7 +32,7 @@ struct NoClipboard : ClipboardSource {
     std::optional<QString> text() const override { return std::nullopt; }
 };
 
-QCoro::Task<ProbeResult> neverAnswers(QString) {
+QCoro::Task<ProbeResult> neverAnswers(QString, Tools::CancellationPtr) {
     co_await QCoro::sleepFor(std::chrono::hours(1));
     co_return ProbeResult{};
 }

@@ -124,7 +124,7 @@ struct NoClipboard : ClipboardSource {
     std::optional<QString> text() const override { return QStringLiteral("https://vimeo.com/123 and https://youtu.be/xyz"); }
 };
 
-QCoro::Task<ProbeResult> neverAnswers(QString) {
+QCoro::Task<ProbeResult> neverAnswers(QString, Tools::CancellationPtr) {
     co_await QCoro::sleepFor(std::chrono::hours(1));
     co_return ProbeResult{};
 }

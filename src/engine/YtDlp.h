@@ -113,12 +113,12 @@ bool isLikelyPlaylistOrChannel(const QString &link);
 
 // What a link is: a single video (title, length, thumbnail, categories) or a playlist/channel
 // (up to 100 entries). Throws YtDlpError::probeFailed or Tools::LaunchError.
-QCoro::Task<ProbeResult> probe(QString url);
+QCoro::Task<ProbeResult> probe(QString url, Tools::CancellationPtr cancellation = {});
 
 // The single probes and their parsers; probe() picks among them.
-QCoro::Task<ProbeResult> probeLight(QString url);
-QCoro::Task<ProbeResult> probeJSON(QString url);
-QCoro::Task<ProbeResult> probePlaylist(QString url);
+QCoro::Task<ProbeResult> probeLight(QString url, Tools::CancellationPtr cancellation = {});
+QCoro::Task<ProbeResult> probeJSON(QString url, Tools::CancellationPtr cancellation = {});
+QCoro::Task<ProbeResult> probePlaylist(QString url, Tools::CancellationPtr cancellation = {});
 ProbeResult parseProbeLight(const Tools::RunResult &result, const QString &url);
 ProbeResult parseProbeJSON(const Tools::RunResult &result, const QString &url);
 

@@ -204,41 +204,43 @@ ProbeResult parseProbeJSON(const Tools::RunResult &result, const QString &url) {
     return singleVideoFrom(root, url);
 }
 
-QCoro::Task<ProbeResult> probeLight(QString url) {
+QCoro::Task<ProbeResult> probeLight(QString url, Tools::CancellationPtr cancellation) {
     const QStringList args{QStringLiteral("--no-warnings"), QStringLiteral("--no-playlist"), QStringLiteral("--print"),
                            metadataTemplate, url};
-    const Tools::RunResult result = co_await Tools::run(Tools::ytDlpURL(), args, 45);
+    const Tools::RunResult result = co_await Tools::run(Tools::ytDlpURL(), args, 45, std::move(cancellation));
     co_return parseProbeLight(result, url);
 }
 
-QCoro::Task<ProbeResult> probeJSON(QString url) {
+QCoro::Task<ProbeResult> probeJSON(QString url, Tools::CancellationPtr cancellation) {
     const QStringList args{QStringLiteral("-J"), QStringLiteral("--flat-playlist"), QStringLiteral("--no-warnings"),
                            QStringLiteral("--no-playlist"), url};
-    const Tools::RunResult result = co_await Tools::run(Tools::ytDlpURL(), args, 60);
+    const Tools::RunResult result = co_await Tools::run(Tools::ytDlpURL(), args, 60, std::move(cancellation));
     co_return parseProbeJSON(result, url);
 }
 
-QCoro::Task<ProbeResult> probePlaylist(QString url) {
+QCoro::Task<ProbeResult> probePlaylist(QString url, Tools::CancellationPtr cancellation) {
     const QStringList args{QStringLiteral("-J"), QStringLiteral("--flat-playlist"), QStringLiteral("--no-warnings"),
                            QStringLiteral("--playlist-end"), QStringLiteral("100"), url};
-    const Tools::RunResult result = co_await Tools::run(Tools::ytDlpURL(), args, 90);
+    const Tools::RunResult result = co_await Tools::run(Tools::ytDlpURL(), args, 90, std::move(cancellation));
     co_return parseProbeJSON(result, url);
 }
 
-QCoro::Task<ProbeResult> probe(QString url) {
+QCoro::Task<ProbeResult> probe(QString url, Tools::CancellationPtr cancellation) {
     if (isLikelyPlaylistOrChannel(url))
-        co_return co_await probePlaylist(url);
+        co_return co_await probePlaylist(url, cancellation);
 
     // The light probe is quick and enough for most links; whatever makes it fail, the full
     // JSON answer gets a chance, and only its failure is reported.
     std::optional<ProbeResult> light;
     try {
-        light = co_await probeLight(url);
+        light = co_await probeLight(url, cancellation);
     } catch (...) {
     }
     if (light)
         co_return std::move(*light);
-    co_return co_await probeJSON(url);
+    if (cancellation && cancellation->isCancelled())
+        throw YtDlpError::probeFailed(QStringLiteral("Cancelled"));
+    co_return co_await probeJSON(url, cancellation);
 }
 
 } // namespace YtDlp

@@ -92,6 +92,8 @@ DownloadQueue::~DownloadQueue()
     for (const auto &child : std::as_const(m_processes))
         if (child.isRunning())
             child.terminate();
+    for (const auto &probe : std::as_const(m_probes))
+        probe->cancel();
     qDeleteAll(m_autoClearWork);
 }
 
@@ -215,6 +217,8 @@ void DownloadQueue::cancel(const DownloadItemPtr &item)
     const auto child = m_processes.constFind(item->id());
     if (child != m_processes.cend() && child->isRunning())
         child->terminate();
+    if (const auto probe = m_probes.value(item->id()))
+        probe->cancel();
     item->setState(ItemState::cancelled());
     m_activeURLs.remove(item->url());
     m_lastProgressUI.remove(item->id());
@@ -394,7 +398,12 @@ QCoro::Task<> DownloadQueue::process(DownloadItemPtr item)
         item->setCategory(MediaCategory::classify(source, item->mode(), {}, item->title()));
         downloadURL = resolution.value.first;
     } else {
-        const auto probed = co_await attempt(m_services.probe(item->url()));
+        // A cancel ends the probe rather than waiting for it: a stuck site would hold the slot.
+        const auto probing = std::make_shared<Tools::Cancellation>();
+        m_probes.insert(item->id(), probing);
+        const auto probed = co_await attempt(m_services.probe(item->url(), probing));
+        if (self)
+            m_probes.remove(item->id());
         if (self && probed.error)
             fail(item, errorText(probed.error));
         if (!self || probed.error || stopped())

@@ -41,7 +41,7 @@ public:
     // The long operations the pipeline awaits. real() wires the engine, the resolver, the
     // analysis and the transcriber; tests replace single members.
     struct Services {
-        std::function<QCoro::Task<ProbeResult>(QString url)> probe;
+        std::function<QCoro::Task<ProbeResult>(QString url, Tools::CancellationPtr cancellation)> probe;
         std::function<QCoro::Task<QString>(DownloadItemPtr job, const AppSettings &settings, QString outputDir,
                                            YtDlp::RegisterFn, YtDlp::ProgressFn)>
             download;
@@ -147,6 +147,7 @@ private:
     DownloadItemPtr m_momentsRequest;
     int m_running = 0;
     QHash<QUuid, YtDlp::ChildProcess> m_processes;
+    QHash<QUuid, Tools::CancellationPtr> m_probes; // probes still running, to end on cancel
     QSet<QString> m_activeURLs;
     QSet<QUuid> m_cancelledIDs;
     struct ProgressMark {

@@ -36,7 +36,7 @@ DownloadQueue::Services DownloadQueue::Services::real()
 DownloadQueue::Services DownloadQueue::Services::real(const SpotifyResolver::Endpoint &spotify)
 {
     Services s;
-    s.probe = [](QString url) { return YtDlp::probe(std::move(url)); };
+    s.probe = [](QString url, Tools::CancellationPtr cancellation) { return YtDlp::probe(std::move(url), std::move(cancellation)); };
     s.download = [](DownloadItemPtr job, const AppSettings &settings, QString outputDir,
                     YtDlp::RegisterFn registerChild, YtDlp::ProgressFn onProgress) {
         return YtDlp::download(std::move(job), settings, std::move(outputDir), std::move(registerChild),

@@ -104,6 +104,20 @@ private Q_SLOTS:
         QVERIFY(pathFiles().isEmpty());
     }
 
+    // A site that never answers: cancelling ends its probe at once and frees the slot.
+    void cancelWhileProbingFreesTheSlot() {
+        auto r = rig();
+        const QString stuck = m_site->url(QStringLiteral("/page.html?delay=60&n=stuck"));
+        const auto probing = [] { return !EngineMedia::liveProcessesMentioning(QStringLiteral("n=stuck"), {QStringLiteral("yt-dlp")}).isEmpty(); };
+        r->queue.add(stuck);
+        bool seen = false;
+        QTRY_VERIFY_WITH_TIMEOUT(seen = seen || probing(), 30000);
+        r->queue.cancel(r->find(stuck));
+        QTRY_COMPARE_WITH_TIMEOUT(r->queue.running(), 0, 5000);
+        QTRY_VERIFY_WITH_TIMEOUT(!probing(), 5000);
+        QCOMPARE(r->find(stuck)->state(), ItemState::cancelled());
+    }
+
     void cancelDuringThrottledDownload() {
         auto r = rig();
         const QString slow = m_site->url(QStringLiteral("/slow.html"));

@@ -68,7 +68,7 @@ struct QueueHarness {
         store = std::make_unique<HistoryStore>(historyFile.isEmpty() ? dir + u"/history.json"_s
                                                                      : historyFile);
         if (!services.probe)
-            services.probe = [this](QString url) { return heldProbe(gate.future(), std::move(url)); };
+            services.probe = [this](QString url, Tools::CancellationPtr) { return heldProbe(gate.future(), std::move(url)); };
         if (!services.isSpotifyTrackURL)
             services.isSpotifyTrackURL = [](const QString &) { return false; };
         queue = std::make_unique<DownloadQueue>(settings, *store, notifier, std::move(services));

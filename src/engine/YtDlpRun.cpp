@@ -13,9 +13,7 @@
 #include <QProcess>
 #include <QRegularExpression>
 
-#include <QCoroFuture>
 #include <QCoroSignal>
-#include <QtConcurrent/QtConcurrentRun>
 
 #include <algorithm>
 #include <cerrno>
@@ -205,8 +203,7 @@ QCoro::Task<QString> download(DownloadItemPtr item, const AppSettings &settings,
     const StreamResult run = co_await runStreaming(Tools::ytDlpURL(), args, std::move(registerChild), std::move(onLine));
 
     if (run.status != 0) {
-        // Listing a large download folder for fragments is no job for the window's thread.
-        co_await QtConcurrent::run([files] { files->removeAll(); });
+        files->removeAll();
         throw YtDlpError::downloadFailed(friendlyError(run.errorText));
     }
     const auto path = finishedFile(pathFile);

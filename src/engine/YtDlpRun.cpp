@@ -10,6 +10,7 @@
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
+#include <QHash>
 #include <QProcess>
 #include <QRegularExpression>
 
@@ -97,16 +98,20 @@ struct RunFiles {
 
     // The downloader's resume and work files beside each name.
     static void removePartials(const QStringList &paths) {
+        QHash<QString, QStringList> fragmentsByFolder;
         for (const QString &path : paths) {
             QFile::remove(path + QStringLiteral(".part"));
             QFile::remove(path + QStringLiteral(".ytdl"));
             const QFileInfo info(path);
             QFile::remove(info.dir().filePath(info.completeBaseName() + QStringLiteral(".temp.") + info.suffix()));
-            QDir dir = info.dir();
-            // Names hold "[id]", which a wildcard filter would read as a character class.
-            const QString fragments = info.fileName() + QStringLiteral(".part-Frag");
+            fragmentsByFolder[info.path()] << info.fileName() + QStringLiteral(".part-Frag");
+        }
+        // One listing per folder: a download folder can hold thousands of files. Names hold
+        // "[id]", which a wildcard filter would read as a character class.
+        for (auto it = fragmentsByFolder.cbegin(); it != fragmentsByFolder.cend(); ++it) {
+            QDir dir(it.key());
             for (const QString &name : dir.entryList(QDir::Files | QDir::Hidden))
-                if (name.startsWith(fragments))
+                if (std::any_of(it->begin(), it->end(), [&](const QString &prefix) { return name.startsWith(prefix); }))
                     dir.remove(name);
         }
     }

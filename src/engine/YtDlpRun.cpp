@@ -12,7 +12,6 @@
 #include <QFileInfo>
 #include <QHash>
 #include <QProcess>
-#include <QRegularExpression>
 
 #include <QCoroSignal>
 
@@ -60,7 +59,6 @@ struct RunFiles {
         static const QString extracted = QStringLiteral("[ExtractAudio] Destination: ");
         static const QString merged = QStringLiteral("[Merger] Merging formats into \"");
         static const QString existing = QStringLiteral(" has already been downloaded");
-        static const QRegularExpression thumbnail(QStringLiteral(R"(^\[info\] Writing [^:]*thumbnail[^:]* to: (.+)$)"));
         if (line.startsWith(destination)) {
             fresh << line.mid(destination.size());
             sources << fresh.last();
@@ -70,9 +68,10 @@ struct RunFiles {
             converted << line.mid(extracted.size());
         } else if (line.startsWith(merged) && line.endsWith(u'"')) {
             converted << line.mid(merged.size(), line.size() - merged.size() - 1);
-        } else if (line.startsWith(QLatin1String("[info] Writing "))) {
-            if (const auto m = thumbnail.match(line); m.hasMatch())
-                fresh << m.captured(1);
+        } else if (line.startsWith(QLatin1String("[info] Writing ")) && line.contains(QLatin1String("thumbnail"))) {
+            // "[info] Writing video thumbnail 0 to: <path>"
+            if (const auto to = line.indexOf(QLatin1String(" to: ")); to > 0)
+                fresh << line.mid(to + 5);
         }
     }
 

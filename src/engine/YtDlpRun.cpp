@@ -58,12 +58,13 @@ struct RunFiles {
         static const QString destination = QStringLiteral("[download] Destination: ");
         static const QString extracted = QStringLiteral("[ExtractAudio] Destination: ");
         static const QString merged = QStringLiteral("[Merger] Merging formats into \"");
+        static const QString downloadTag = QStringLiteral("[download] ");
         static const QString existing = QStringLiteral(" has already been downloaded");
         if (line.startsWith(destination)) {
             fresh << line.mid(destination.size());
             sources << fresh.last();
-        } else if (line.startsWith(QLatin1String("[download] ")) && line.endsWith(existing)) {
-            sources << line.mid(11, line.size() - 11 - existing.size());
+        } else if (line.startsWith(downloadTag) && line.endsWith(existing)) {
+            sources << line.mid(downloadTag.size(), line.size() - downloadTag.size() - existing.size());
         } else if (line.startsWith(extracted)) {
             converted << line.mid(extracted.size());
         } else if (line.startsWith(merged) && line.endsWith(u'"')) {
